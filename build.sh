@@ -1,0 +1,68 @@
+#!/usr/bin/env bash
+# build.sh - the two ways into kelcore10 on a fresh Debian machine.
+#
+#   ./build.sh run    installs what the build needs, builds the release preset
+#                     and runs the kelcore tool (the main job)
+#   ./build.sh test   installs what the tests need, builds the debug preset
+#                     (with fault-injection points) and runs the whole suite
+#
+# Further steps used by CI: asan, tsan, fuzz (each builds and tests that preset).
+set -euo pipefail
+cd "$(dirname "$0")"
+
+# Debian packages, by what needs them.
+PKGS_BUILD="cmake ninja-build g++ make pkg-config python3 tzdata bison"
+PKGS_TEST="libgtest-dev libgmock-dev googletest"
+PKGS_BENCH="libbenchmark-dev libmimalloc-dev libjemalloc-dev libboost-dev libabsl-dev"
+PKGS_FUZZ="clang libclang-rt-dev"
+
+install_missing() {
+  local missing=()
+  for p in "$@"; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+  done
+  [ ${#missing[@]} -eq 0 ] && return 0
+  echo "build.sh: installing ${missing[*]}"
+  local sudo=""
+  [ "$(id -u)" -ne 0 ] && sudo="sudo"
+  $sudo apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}" >/dev/null
+}
+
+preset_build_test() {
+  local preset=$1
+  cmake --preset "$preset" >/dev/null
+  cmake --build --preset "$preset"
+  ctest --preset "$preset"
+}
+
+case "${1:-}" in
+  run)
+    install_missing $PKGS_BUILD $PKGS_TEST $PKGS_BENCH
+    cmake --preset release >/dev/null
+    cmake --build --preset release
+    shift
+    ./build/release/tools/kelcore/kelcore "$@"
+    ;;
+  test)
+    install_missing $PKGS_BUILD $PKGS_TEST
+    preset_build_test debug
+    ;;
+  asan | tsan)
+    install_missing $PKGS_BUILD $PKGS_TEST
+    preset_build_test "$1"
+    ;;
+  fuzz)
+    install_missing $PKGS_BUILD $PKGS_FUZZ
+    preset_build_test fuzz
+    ;;
+  bench)
+    install_missing $PKGS_BUILD $PKGS_TEST $PKGS_BENCH
+    cmake --preset release >/dev/null
+    cmake --build --preset release
+    ;;
+  *)
+    echo "usage: ./build.sh run|test   (also: asan, tsan, fuzz, bench)" >&2
+    exit 2
+    ;;
+esac

@@ -1,0 +1,80 @@
+# Build helpers shared by the library, tests, benchmarks and fuzz harnesses.
+
+function(kel_library_object_settings target)
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR})
+  target_compile_options(${target} PRIVATE
+    $<$<COMPILE_LANGUAGE:CXX>:${KEL_LIB_CXX_FLAGS}>)
+  if(KEL_TEST_HOOKS)
+    target_compile_definitions(${target} PRIVATE KEL_TEST_HOOKS=1)
+  endif()
+endfunction()
+
+# tests/<family>/ becomes one GoogleTest executable test_<family> built from
+# every .cpp in the folder, unless the folder has a CMakeLists.txt of its own.
+function(kel_add_test_family dir)
+  get_filename_component(fam ${dir} NAME)
+  if(EXISTS ${dir}/CMakeLists.txt)
+    add_subdirectory(${dir})
+    return()
+  endif()
+  file(GLOB_RECURSE srcs CONFIGURE_DEPENDS ${dir}/*.cpp ${dir}/*.c)
+  if(NOT srcs)
+    return()
+  endif()
+  kel_add_gtest(test_${fam} ${srcs})
+endfunction()
+
+# One GoogleTest executable linked against the library archive (so that the
+# hidden internals of a family can be tested) and registered with ctest.
+function(kel_add_gtest name)
+  add_executable(${name} ${ARGN})
+  target_link_libraries(${name} PRIVATE kelcore10_static GTest::gtest GTest::gtest_main Threads::Threads)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/tests)
+  if(KEL_TEST_HOOKS)
+    target_compile_definitions(${name} PRIVATE KEL_TEST_HOOKS=1)
+  endif()
+  target_compile_definitions(${name} PRIVATE
+    KEL_SOURCE_DIR="${PROJECT_SOURCE_DIR}" KEL_BINARY_DIR="${PROJECT_BINARY_DIR}"
+    KEL_PYTHON="${Python3_EXECUTABLE}")
+  set_target_properties(${name} PROPERTIES ENABLE_EXPORTS ON)
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 600)
+endfunction()
+
+# bench/<family>/ becomes bench_<family>.
+function(kel_add_bench_family dir)
+  get_filename_component(fam ${dir} NAME)
+  if(EXISTS ${dir}/CMakeLists.txt)
+    add_subdirectory(${dir})
+    return()
+  endif()
+  file(GLOB_RECURSE srcs CONFIGURE_DEPENDS ${dir}/*.cpp)
+  if(NOT srcs)
+    return()
+  endif()
+  add_executable(bench_${fam} ${srcs})
+  target_link_libraries(bench_${fam} PRIVATE kelcore10_static benchmark::benchmark Threads::Threads)
+  target_include_directories(bench_${fam} PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/bench)
+endfunction()
+
+# fuzz/<family>/<harness>.cpp becomes fuzz_<harness>, a libFuzzer binary, and a
+# bounded ctest run over its corpus folder fuzz/<family>/<harness>.corpus if any.
+function(kel_add_fuzz_family dir)
+  get_filename_component(fam ${dir} NAME)
+  file(GLOB srcs CONFIGURE_DEPENDS ${dir}/*.cpp)
+  foreach(src IN LISTS srcs)
+    get_filename_component(h ${src} NAME_WE)
+    add_executable(fuzz_${h} ${src})
+    target_compile_options(fuzz_${h} PRIVATE -fsanitize=fuzzer)
+    target_link_options(fuzz_${h} PRIVATE -fsanitize=fuzzer)
+    target_link_libraries(fuzz_${h} PRIVATE kelcore10_static Threads::Threads)
+    target_include_directories(fuzz_${h} PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR})
+    set(corpus ${dir}/${h}.corpus)
+    set(args -runs=${KEL_FUZZ_RUNS} -max_len=4096)
+    if(EXISTS ${corpus})
+      add_test(NAME fuzz_${h} COMMAND fuzz_${h} ${args} ${corpus})
+    else()
+      add_test(NAME fuzz_${h} COMMAND fuzz_${h} ${args})
+    endif()
+    set_tests_properties(fuzz_${h} PROPERTIES TIMEOUT 900 LABELS fuzz)
+  endforeach()
+endfunction()

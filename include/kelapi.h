@@ -1,0 +1,28 @@
+/*
+ * kelapi.h - the one export macro and the C linkage brackets shared by every
+ * public header of kelcore10 and kelnls10.
+ *
+ * The libraries are built with hidden visibility; only declarations marked
+ * KELAPI are exported, so `nm -D` of the libraries shows the interface and
+ * nothing else. A Windows port turns KELAPI into __declspec(dllexport/dllimport).
+ */
+#ifndef KELAPI_H
+#define KELAPI_H
+
+#if defined(__GNUC__) || defined(__clang__)
+#define KELAPI __attribute__((visibility("default")))
+#define KEL_NORETURN __attribute__((noreturn))
+#else
+#define KELAPI
+#define KEL_NORETURN
+#endif
+
+#ifdef __cplusplus
+#define KEL_BEGIN_DECLS extern "C" {
+#define KEL_END_DECLS }
+#else
+#define KEL_BEGIN_DECLS
+#define KEL_END_DECLS
+#endif
+
+#endif /* KELAPI_H */

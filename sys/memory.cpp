@@ -1,0 +1,94 @@
+// System memory: the allocator for the library's core records and whole
+// extents for the memory manager's top heaps.
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "sl.h"
+#include "sys/fault_impl.h"
+
+namespace {
+
+size_t page_size() noexcept {
+  static const size_t size = [] {
+    long n = sysconf(_SC_PAGESIZE);
+    return n > 0 ? static_cast<size_t>(n) : size_t{4096};
+  }();
+  return size;
+}
+
+}  // namespace
+
+extern "C" {
+
+KELAPI void *ss_mem_alc(size_t size) {
+  if (SL_FAULT(SL_FAULT_MEM)) return nullptr;
+  return malloc(size ? size : 1);
+}
+
+KELAPI void *ss_mem_calc(size_t size) {
+  if (SL_FAULT(SL_FAULT_MEM)) return nullptr;
+  return calloc(1, size ? size : 1);
+}
+
+KELAPI void *ss_mem_ralc(void *p, size_t size) {
+  if (SL_FAULT(SL_FAULT_MEM)) return nullptr;
+  return realloc(p, size ? size : 1);
+}
+
+KELAPI void ss_mem_fre(void *p) { free(p); }
+
+KELAPI void *slwmmgetmem(size_t size) {
+  if (SL_FAULT(SL_FAULT_EXTENT)) return nullptr;
+  size_t page = page_size();
+  if (size == 0 || size > SIZE_MAX - page) {
+    errno = EINVAL;
+    return nullptr;
+  }
+  size = (size + page - 1) & ~(page - 1);
+  void *p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  return p == MAP_FAILED ? nullptr : p;
+}
+
+KELAPI int32_t slwmmputmem(void *extent, size_t size) {
+  if (extent == nullptr || size == 0) {
+    errno = EINVAL;
+    return -1;
+  }
+  size_t page = page_size();
+  size = (size + page - 1) & ~(page - 1);
+  return munmap(extent, size) == 0 ? 0 : -1;
+}
+
+KELAPI size_t slmmvallocsz(void) { return page_size(); }
+
+// 64 KiB: large enough that a heap of small records costs few system calls,
+// small enough that a package's private heap does not waste much.
+KELAPI size_t slmmstmsr(void) { return 65536; }
+
+KELAPI void slmeswap(void *a, void *b, size_t n) {
+  auto *p = static_cast<unsigned char *>(a);
+  auto *q = static_cast<unsigned char *>(b);
+  // Word-sized steps first; sorts of records of 8, 16, 24 ... bytes are the
+  // common case and memcpy of a constant size compiles to plain moves.
+  while (n >= 8) {
+    uint64_t x, y;
+    memcpy(&x, p, 8);
+    memcpy(&y, q, 8);
+    memcpy(p, &y, 8);
+    memcpy(q, &x, 8);
+    p += 8;
+    q += 8;
+    n -= 8;
+  }
+  while (n--) {
+    unsigned char t = *p;
+    *p++ = *q;
+    *q++ = t;
+  }
+}
+
+}  // extern "C"

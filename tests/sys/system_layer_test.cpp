@@ -1,0 +1,304 @@
+// The system layer: memory, waits, thread identifiers, TLS, environment,
+// loader and clocks, checked against the C library and std:: equivalents.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "sl.h"
+
+namespace {
+
+TEST(SysMemory, SystemAllocatorAlignsAndResizes) {
+  for (size_t n : {0u, 1u, 15u, 16u, 17u, 4096u, 1000000u}) {
+    auto *p = static_cast<unsigned char *>(ss_mem_alc(n));
+    ASSERT_NE(p, nullptr) << n;
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % 16, 0u);
+    memset(p, 0xA5, n);
+    p = static_cast<unsigned char *>(ss_mem_ralc(p, n + 100));
+    ASSERT_NE(p, nullptr);
+    for (size_t i = 0; i < n; ++i) ASSERT_EQ(p[i], 0xA5);
+    ss_mem_fre(p);
+  }
+  auto *z = static_cast<unsigned char *>(ss_mem_calc(333));
+  ASSERT_NE(z, nullptr);
+  EXPECT_TRUE(std::all_of(z, z + 333, [](unsigned char c) { return c == 0; }));
+  ss_mem_fre(z);
+  ss_mem_fre(nullptr);
+}
+
+TEST(SysMemory, ExtentsArePageAlignedZeroedAndReturnable) {
+  size_t page = slmmvallocsz();
+  ASSERT_GE(page, 4096u);
+  EXPECT_EQ(page & (page - 1), 0u) << "page size is a power of two";
+  EXPECT_GE(slmmstmsr(), page);
+  for (size_t n : {size_t{1}, page, page + 1, size_t{3} << 20}) {
+    auto *p = static_cast<unsigned char *>(slwmmgetmem(n));
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % page, 0u);
+    EXPECT_TRUE(std::all_of(p, p + n, [](unsigned char c) { return c == 0; }));
+    p[n - 1] = 1;
+    EXPECT_EQ(slwmmputmem(p, n), 0);
+  }
+  EXPECT_EQ(slwmmgetmem(0), nullptr);
+  EXPECT_EQ(slwmmputmem(nullptr, 10), -1);
+}
+
+TEST(SysMemory, ByteSwapMatchesSwapRanges) {
+  std::mt19937 rng(7);
+  for (size_t n = 0; n < 70; ++n) {
+    std::vector<unsigned char> a(n), b(n);
+    for (auto &c : a) c = static_cast<unsigned char>(rng());
+    for (auto &c : b) c = static_cast<unsigned char>(rng());
+    auto ea = b, eb = a;
+    slmeswap(a.data(), b.data(), n);
+    EXPECT_EQ(a, ea);
+    EXPECT_EQ(b, eb);
+  }
+}
+
+TEST(SysFault, ArmedWindowRefusesExactlyThoseRequests) {
+  if (slfaultarm(SL_FAULT_MEM, 0, 0) != 0) GTEST_SKIP() << "build without fault points";
+  EXPECT_EQ(slfaultarm(0, 1, 1), -1);
+  EXPECT_EQ(slfaultarm(SL_FAULT_MAX + 1, 1, 1), -1);
+
+  ASSERT_EQ(slfaultarm(SL_FAULT_MEM, 2, 2), 0);
+  std::vector<void *> got;
+  for (int i = 0; i < 5; ++i) got.push_back(ss_mem_alc(8));
+  EXPECT_NE(got[0], nullptr);
+  EXPECT_EQ(got[1], nullptr);
+  EXPECT_EQ(got[2], nullptr);
+  EXPECT_NE(got[3], nullptr);
+  EXPECT_NE(got[4], nullptr);
+  EXPECT_EQ(slfaultseen(SL_FAULT_MEM), 5);
+  EXPECT_EQ(slfaulthits(SL_FAULT_MEM), 2);
+  for (void *p : got) ss_mem_fre(p);
+
+  // The shared memory point counts both kinds of request in one sequence.
+  ASSERT_EQ(slfaultarm(SL_FAULT_ANYMEM, 2, -1), 0);
+  void *a = ss_mem_alc(8);
+  EXPECT_NE(a, nullptr);
+  EXPECT_EQ(slwmmgetmem(100), nullptr);
+  EXPECT_EQ(slerrno(), SL_ERR_FAULT);
+  EXPECT_EQ(ss_mem_alc(8), nullptr);
+  slfaultreset();
+  void *b = slwmmgetmem(100);
+  EXPECT_NE(b, nullptr);
+  slwmmputmem(b, 100);
+  ss_mem_fre(a);
+}
+
+TEST(SysSync, SemaphoreCountsToItsMaximumAndTimesOut) {
+  slsem *s = slsemcreate(1, 3);
+  ASSERT_NE(s, nullptr);
+  EXPECT_EQ(slsemwait(s, 0), SL_WAIT_OK);
+  EXPECT_EQ(slsemwait(s, 0), SL_WAIT_TIMEOUT);
+  uint64_t t0 = slmonons();
+  EXPECT_EQ(slsemwait(s, 30), SL_WAIT_TIMEOUT);
+  EXPECT_GE(slmonons() - t0, 29'000'000u);
+  EXPECT_EQ(slsemrelease(s, 3), 0);
+  EXPECT_EQ(slsemrelease(s, 1), -1);
+  EXPECT_EQ(slerrno(), SL_ERR_LIMIT);
+  EXPECT_EQ(slsemrelease(s, 0), -1);
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(slsemwait(s, SL_INFINITE), SL_WAIT_OK);
+  EXPECT_EQ(slsemwait(s, 0), SL_WAIT_TIMEOUT);
+  EXPECT_EQ(slsemclose(s), 0);
+  EXPECT_EQ(slsemcreate(2, 1), nullptr);
+  EXPECT_EQ(slsemcreate(-1, 1), nullptr);
+  EXPECT_EQ(slsemwait(nullptr, 0), SL_WAIT_FAILED);
+}
+
+TEST(SysSync, SemaphoreReleaseOfManyWakesThatMany) {
+  slsem *s = slsemcreate(0, 0x7FFFFFFF);
+  ASSERT_NE(s, nullptr);
+  std::atomic<int> woke{0};
+  std::vector<std::thread> ts;
+  for (int i = 0; i < 6; ++i)
+    ts.emplace_back([&] {
+      if (slsemwait(s, SL_INFINITE) == SL_WAIT_OK) woke.fetch_add(1);
+    });
+  ASSERT_EQ(slsemrelease(s, 4), 0);
+  ASSERT_EQ(slsemrelease(s, 2), 0);
+  for (auto &t : ts) t.join();
+  EXPECT_EQ(woke.load(), 6);
+  EXPECT_EQ(slsemwait(s, 0), SL_WAIT_TIMEOUT);
+  slsemclose(s);
+}
+
+TEST(SysSync, EventsResetManuallyOrByThemselves) {
+  slevt *m = slevcreate(1, 0);
+  slevt *a = slevcreate(0, 1);
+  ASSERT_NE(m, nullptr);
+  ASSERT_NE(a, nullptr);
+  EXPECT_EQ(slevwait(m, 0), SL_WAIT_TIMEOUT);
+  EXPECT_EQ(slevset(m), 0);
+  EXPECT_EQ(slevwait(m, 0), SL_WAIT_OK);
+  EXPECT_EQ(slevwait(m, 0), SL_WAIT_OK) << "manual reset stays set";
+  EXPECT_EQ(slevreset(m), 0);
+  EXPECT_EQ(slevwait(m, 10), SL_WAIT_TIMEOUT);
+
+  EXPECT_EQ(slevwait(a, 0), SL_WAIT_OK);
+  EXPECT_EQ(slevwait(a, 0), SL_WAIT_TIMEOUT) << "auto reset releases one waiter";
+
+  // A manual event set once releases every thread waiting on it.
+  std::atomic<int> through{0};
+  std::vector<std::thread> ts;
+  for (int i = 0; i < 4; ++i)
+    ts.emplace_back([&] {
+      if (slevwait(m, SL_INFINITE) == SL_WAIT_OK) through.fetch_add(1);
+    });
+  slsleepms(5);
+  slevset(m);
+  for (auto &t : ts) t.join();
+  EXPECT_EQ(through.load(), 4);
+  EXPECT_EQ(slevclose(m), 0);
+  EXPECT_EQ(slevclose(a), 0);
+}
+
+TEST(SysSync, CriticalSectionExcludes) {
+  slcs cs;
+  ASSERT_EQ(slcsinit(&cs), 0);
+  long counter = 0;
+  std::vector<std::thread> ts;
+  for (int i = 0; i < 4; ++i)
+    ts.emplace_back([&] {
+      for (int k = 0; k < 20000; ++k) {
+        slcsenter(&cs);
+        ++counter;
+        slcsleave(&cs);
+      }
+    });
+  for (auto &t : ts) t.join();
+  EXPECT_EQ(counter, 80000);
+  slcsenter(&cs);
+  std::thread([&] { EXPECT_EQ(slcstry(&cs), 0); }).join();
+  slcsleave(&cs);
+  EXPECT_EQ(slcstry(&cs), 1);
+  slcsleave(&cs);
+  EXPECT_EQ(slcsdelete(&cs), 0);
+}
+
+TEST(SysThreads, IdentifiersAreUniqueAndNeverReused) {
+  sltsctx *ts = sltsini();
+  ASSERT_NE(ts, nullptr);
+  sltstid me, again;
+  ASSERT_EQ(sltstidinit(ts, &me), 0);
+  EXPECT_EQ(sltstidnull(ts, &me), 1);
+  sltstgi(ts, &me);
+  sltstgi(ts, &again);
+  EXPECT_EQ(sltstidnull(ts, &me), 0);
+  EXPECT_EQ(sltstidcmp(ts, &me, &again), 1);
+  EXPECT_EQ(me.id, slthrself());
+
+  std::set<uint64_t> seen{me.id};
+  for (int round = 0; round < 20; ++round) {
+    uint64_t id = 0;
+    std::thread([&] {
+      sltstid t;
+      sltstgi(ts, &t);
+      id = t.id;
+    }).join();
+    EXPECT_TRUE(seen.insert(id).second) << "identifier " << id << " reused";
+  }
+  sltstid copy;
+  sltstidcpy(ts, &copy, &me);
+  EXPECT_EQ(sltstidcmp(ts, &copy, &me), 1);
+  EXPECT_EQ(sltstiddestroy(ts, &copy), 0);
+  EXPECT_EQ(sltstidnull(ts, &copy), 1);
+
+  sltsmx mx;
+  ASSERT_EQ(sltsmxi(ts, &mx), 0);
+  EXPECT_EQ(sltsmna(ts, &mx), 0);
+  std::thread([&] { EXPECT_EQ(sltsmnt(ts, &mx), 0); }).join();
+  EXPECT_EQ(sltsmnr(ts, &mx), 0);
+  EXPECT_EQ(sltsmxd(ts, &mx), 0);
+  EXPECT_EQ(sltsmxi(nullptr, &mx), -1);
+  EXPECT_EQ(sltster(ts), 0);
+}
+
+std::atomic<int> g_tls_dtors{0};
+
+TEST(SysThreads, ThreadLocalValuesAreSeparateAndDestroyed) {
+  sltlskey key;
+  ASSERT_EQ(sltlscreate(&key, [](void *p) {
+              g_tls_dtors.fetch_add(1);
+              delete static_cast<int *>(p);
+            }),
+            0);
+  EXPECT_EQ(sltlsget(&key), nullptr);
+  int mine = 5;
+  ASSERT_EQ(sltlsset(&key, &mine), 0);
+  std::vector<std::thread> ts;
+  for (int i = 0; i < 3; ++i)
+    ts.emplace_back([&, i] {
+      EXPECT_EQ(sltlsget(&key), nullptr);
+      sltlsset(&key, new int(i));
+      EXPECT_EQ(*static_cast<int *>(sltlsget(&key)), i);
+    });
+  for (auto &t : ts) t.join();
+  EXPECT_EQ(g_tls_dtors.load(), 3);
+  EXPECT_EQ(sltlsget(&key), &mine);
+  sltlsset(&key, nullptr);
+  EXPECT_EQ(sltlsdelete(&key), 0);
+  EXPECT_EQ(sltlsget(&key), nullptr);
+}
+
+TEST(SysEnvironment, SetGetTruncateUnset) {
+  const char *name = "KEL_SYS_TEST_VAR";
+  slunsetenv(name);
+  EXPECT_EQ(slgetenv(name, nullptr, 0), -1);
+  ASSERT_EQ(slsetenv(name, "hello world", 1), 0);
+  char buf[6];
+  EXPECT_EQ(slgetenv(name, buf, sizeof buf), 11);
+  EXPECT_STREQ(buf, "hello");
+  EXPECT_EQ(slsetenv(name, "other", 0), 0);
+  char full[32];
+  EXPECT_EQ(slgetenv(name, full, sizeof full), 11);
+  EXPECT_STREQ(full, "hello world");
+  EXPECT_EQ(slunsetenv(name), 0);
+  EXPECT_EQ(slgetenv(name, full, sizeof full), -1);
+  EXPECT_EQ(slsetenv("A=B", "x", 1), -1);
+  EXPECT_EQ(slsetenv("", "x", 1), -1);
+}
+
+TEST(SysLoader, FindsSymbolsAndReportsFailures) {
+  void *lib = sldlopen("libm.so.6");
+  ASSERT_NE(lib, nullptr);
+  auto *cosine = reinterpret_cast<double (*)(double)>(sldlsym(lib, "cos"));
+  ASSERT_NE(cosine, nullptr);
+  EXPECT_DOUBLE_EQ(cosine(0.5), std::cos(0.5));
+  EXPECT_EQ(sldlsym(lib, "kel_no_such_symbol"), nullptr);
+  char text[256];
+  EXPECT_GT(sldlerror(text, sizeof text), 0u);
+  EXPECT_NE(strstr(text, "kel_no_such_symbol"), nullptr) << text;
+  EXPECT_EQ(sldlclose(lib), 0);
+  EXPECT_EQ(sldlopen("libkel_does_not_exist.so"), nullptr);
+  EXPECT_GT(sldlerror(text, sizeof text), 0u);
+  EXPECT_EQ(sldlopen(nullptr), nullptr);
+}
+
+TEST(SysTime, ClocksAdvanceAndSleepWaits) {
+  uint64_t a = slmonons();
+  int64_t w = slwallus();
+  EXPECT_GT(w, 1'600'000'000'000'000LL) << "after 2020";
+  slsleepms(20);
+  uint64_t b = slmonons();
+  EXPECT_GE(b - a, 20'000'000u);
+  EXPECT_GE(slwallus(), w);
+  char text[64];
+  EXPECT_GT(slcgems(SL_ERR_TIMEOUT, text, sizeof text), 0u);
+  EXPECT_EQ(slcgems(2, text, 4), 3u);
+  EXPECT_EQ(strlen(text), 3u);
+}
+
+TEST(SysProcess, ExitEndsTheProcessWithItsStatus) {
+  EXPECT_EXIT(slzexit(7), testing::ExitedWithCode(7), "");
+}
+
+}  // namespace
