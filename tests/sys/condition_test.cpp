@@ -422,7 +422,7 @@ TEST(Condition, FailedDeliveryReopensTheGateAndKeepsCounters) {
 TEST(Condition, PingPongLosesNoWakeUp) {
   within(120, "PingPong", [] {
     Fixture f;
-    constexpr int kRounds = 3000;
+    constexpr int kRounds = 20000;
     int turn = 0;  // guarded by f.m
     auto player = [&](int me) {
       for (int i = 0; i < kRounds; ++i) {
@@ -450,11 +450,11 @@ TEST(Condition, ProducersConsumersStress) {
     uint32_t timed;  // 0: untimed waits, else the consumers' time limit in ms
     int producers, consumers, per_producer;
   } variants[] = {
-      {false, 0, 3, 3, 1500},
-      {true, 0, 3, 3, 1500},
-      {false, 1, 2, 4, 1500},
-      {true, 0, 1, 6, 2000},
-      {false, 0, 6, 1, 500},
+      {false, 0, 3, 3, 6000},
+      {true, 0, 3, 3, 6000},
+      {false, 1, 2, 4, 4000},
+      {true, 0, 1, 6, 8000},
+      {false, 0, 6, 1, 1500},
   };
   for (const Variant &v : variants) {
     SCOPED_TRACE(v.broadcast * 1000 + v.timed * 100 + v.producers * 10 + v.consumers);
@@ -527,7 +527,7 @@ TEST(Condition, ProducersConsumersStress) {
 TEST(Condition, BroadcastBarrierStress) {
   within(240, "BroadcastBarrier", [] {
     Fixture f;
-    constexpr int kThreads = 5, kRounds = 400;
+    constexpr int kThreads = 5, kRounds = 2000;
     int arrived = 0, generation = 0;  // guarded by f.m
     std::vector<int> seen(kThreads, 0);
     std::vector<std::thread> ts;
