@@ -18,7 +18,11 @@
 
 namespace {
 
+// state.range(0): 1 = signal while holding the mutex, 0 = signal after
+// leaving it (the waker then does not make the woken thread wait for the
+// mutex it still holds).
 void pingpong_w32(benchmark::State &state) {
+  const bool held = state.range(0) != 0;
   w32mutex m;
   w32cond c;
   if (slcsinit(&m.cs) != 0 || w32cond_init(&c) != 0) {
@@ -32,19 +36,31 @@ void pingpong_w32(benchmark::State &state) {
       while (turn == 0) w32cond_wait(&c, &m);
       if (turn < 0) break;
       turn = 0;
-      w32cond_signal(&c);
+      if (held) {
+        w32cond_signal(&c);
+      } else {
+        slcsleave(&m.cs);
+        w32cond_signal(&c);
+        slcsenter(&m.cs);
+      }
     }
     slcsleave(&m.cs);
   });
   slcsenter(&m.cs);
   for (auto _ : state) {
     turn = 1;
-    w32cond_signal(&c);
+    if (held) {
+      w32cond_signal(&c);
+    } else {
+      slcsleave(&m.cs);
+      w32cond_signal(&c);
+      slcsenter(&m.cs);
+    }
     while (turn == 1) w32cond_wait(&c, &m);
   }
   turn = -1;
-  w32cond_signal(&c);
   slcsleave(&m.cs);
+  w32cond_signal(&c);
   partner.join();
   w32cond_destroy(&c);
   slcsdelete(&m.cs);
@@ -52,6 +68,7 @@ void pingpong_w32(benchmark::State &state) {
 }
 
 void pingpong_std(benchmark::State &state) {
+  const bool held = state.range(0) != 0;
   std::mutex m;
   std::condition_variable c;
   int turn = 0;
@@ -61,14 +78,26 @@ void pingpong_std(benchmark::State &state) {
       while (turn == 0) c.wait(l);
       if (turn < 0) break;
       turn = 0;
-      c.notify_one();
+      if (held) {
+        c.notify_one();
+      } else {
+        l.unlock();
+        c.notify_one();
+        l.lock();
+      }
     }
   });
   {
     std::unique_lock<std::mutex> l(m);
     for (auto _ : state) {
       turn = 1;
-      c.notify_one();
+      if (held) {
+        c.notify_one();
+      } else {
+        l.unlock();
+        c.notify_one();
+        l.lock();
+      }
       while (turn == 1) c.wait(l);
     }
     turn = -1;
@@ -90,8 +119,8 @@ class RatioReporter : public benchmark::ConsoleReporter {
 
 }  // namespace
 
-BENCHMARK(pingpong_w32)->UseRealTime()->MinTime(1.0);
-BENCHMARK(pingpong_std)->UseRealTime()->MinTime(1.0);
+BENCHMARK(pingpong_w32)->Arg(1)->Arg(0)->UseRealTime()->MinTime(1.0);
+BENCHMARK(pingpong_std)->Arg(1)->Arg(0)->UseRealTime()->MinTime(1.0);
 
 int main(int argc, char **argv) {
   benchmark::Initialize(&argc, argv);
@@ -99,16 +128,20 @@ int main(int argc, char **argv) {
   RatioReporter rep;
   benchmark::RunSpecifiedBenchmarks(&rep);
   benchmark::Shutdown();
-  auto find = [&](const char *prefix) {
+  // Names look like "pingpong_w32/1/min_time:1.000/real_time".
+  auto find = [&](const std::string &prefix) {
     for (auto &[name, t] : rep.time)
       if (name.rfind(prefix, 0) == 0) return t;
     return 0.0;
   };
-  double ours = find("pingpong_w32"), peer = find("pingpong_std");
   std::printf("\nratio w32cond / std::condition_variable (round-trip time; below 1 = ours faster)\n");
-  if (ours > 0 && peer > 0)
-    std::printf("%-10s %8.2f\n", "pingpong", ours / peer);
-  else
-    std::printf("%-10s %8s\n", "pingpong", "-");
+  for (const char *arg : {"1", "0"}) {
+    double ours = find(std::string("pingpong_w32/") + arg + "/"), peer = find(std::string("pingpong_std/") + arg + "/");
+    const char *label = arg[0] == '1' ? "signal under the mutex" : "signal after unlocking";
+    if (ours > 0 && peer > 0)
+      std::printf("%-24s %8.2f\n", label, ours / peer);
+    else
+      std::printf("%-24s %8s\n", label, "-");
+  }
   return 0;
 }
