@@ -159,6 +159,7 @@ struct Calls {
   void *word = nullptr, *sid = nullptr, *handle = nullptr, *info = nullptr;
   const void *buffer = nullptr;
   size_t *length = nullptr;
+  size_t info_bytes = KELSTREAM_HANDLE_SIZE;  // how much of info to copy
   unsigned char info_copy[KELSTREAM_HANDLE_SIZE];
 };
 
@@ -173,7 +174,7 @@ int32_t op_open(void *w, void *s, void *h, void *info) {
   seen(w, s, h);
   ++g_calls->open;
   g_calls->info = info;
-  std::memcpy(g_calls->info_copy, info, sizeof g_calls->info_copy);
+  std::memcpy(g_calls->info_copy, info, g_calls->info_bytes);
   return g_calls->open_rc;
 }
 int32_t op_close(void *w, void *s, void *h) {
@@ -359,6 +360,7 @@ TEST(KelStream, OpenAndCloseRunTheirOperationsOnce) {
 
   calls.open_rc = 0;
   int info = 5;
+  calls.info_bytes = sizeof info;
   EXPECT_EQ(KelStreamOpen(s, &info), KELSTREAM_OK);
   EXPECT_EQ(calls.info, &info);
   EXPECT_EQ(KelStreamOpen(s, &info), KELSTREAM_OK);
