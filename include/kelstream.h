@@ -209,7 +209,8 @@ KELAPI int32_t KelStreamWriteable(KelStream *stream);
 
 /* Ends the stream without calling its close operation: overwrites its tag
  * with 0xDEADBEEF and frees it through its memory context, or the system
- * allocator. Status: KELSTREAM_OK or KELSTREAM_DEAD. */
+ * allocator. End a stream before the memory context it came from (a dead
+ * context frees nothing). Status: KELSTREAM_OK or KELSTREAM_DEAD. */
 KELAPI int32_t KelStreamTerm(KelStream *stream);
 
 KEL_END_DECLS

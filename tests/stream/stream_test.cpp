@@ -21,6 +21,7 @@ namespace {
 struct Pool {
   std::map<void *, size_t> live;
   std::vector<void *> freed;
+  std::map<void *, size_t> freed_size;
   long allocs = 0, frees = 0, wrong_word = 0, foreign = 0;
   bool fail = false;
   ~Pool() {
@@ -44,6 +45,7 @@ struct Pool {
       ++pool->foreign;
       return;
     }
+    pool->freed_size[p] = it->second;
     pool->live.erase(it);
     pool->freed.push_back(p);
   }
@@ -120,6 +122,8 @@ TEST(KelMem, CallerAllocatorServesEveryBlockAndTheRecord) {
 
   // The record is dead: tagged, cleared, and refused everywhere.
   EXPECT_EQ(tag_of(m), 0xDEADBEEFu);
+  ASSERT_GT(pool.freed_size[m], 4u);
+  for (size_t i = 4; i < pool.freed_size[m]; ++i) EXPECT_EQ(reinterpret_cast<unsigned char *>(m)[i], 0) << i;
   long allocs = pool.allocs, frees = pool.frees;
   EXPECT_EQ(KelMemAlloc(m, 8), nullptr);
   EXPECT_EQ(KelMemCalloc(m, 8), nullptr);
