@@ -139,7 +139,7 @@ TEST(TimezoneImage, DamagedTablesGiveAStatusNotACrash) {
       {"type offset", [](SynthImage &m) { m.put32(28, static_cast<uint32_t>(m.b.size()) - 4); }},
       {"type index", [](SynthImage &m) { m.put16(m.off_map, 0xFFFF); }},
       {"flag offset", [](SynthImage &m) { m.put32(36, static_cast<uint32_t>(m.b.size())); }},
-      {"abbreviation offset", [](SynthImage &m) { m.put32(m.off_types + 8 + 4, 0x7FFFFFFF);  // type of record 1, in force in July }},
+      {"abbreviation offset", [](SynthImage &m) { m.put32(m.off_types + 8 + 4, 0x7FFFFFFF); }},  // July's type
       {"unterminated abbreviation", [](SynthImage &m) {
          m.put32(m.off_types + 8 + 4, static_cast<uint32_t>(m.b.size()) - 1);
          m.b.back() = 'X';
