@@ -52,8 +52,10 @@ constexpr void civil_from_day_number(int32_t j, int32_t &y, int32_t &m, int32_t 
   if (y < -4712) y = -4712;
   while (y > -4712 && day_number(y, 1, 1) > j) --y;
   while (day_number(y + 1, 1, 1) <= j) ++y;
-  m = 12;
-  while (m > 1 && day_number(y, m, 1) > j) --m;
+  // No month is longer than 31 days, so this guess is never too late.
+  m = (j - day_number(y, 1, 1)) / 31 + 1;
+  if (m > 12) m = 12;
+  while (m < 12 && day_number(y, m + 1, 1) <= j) ++m;
   d = j - day_number(y, m, 1) + 1;
   if (y == 1582 && m == 10 && d > 4) d += 10;  // the ten dropped days
 }

@@ -11,6 +11,7 @@
 //
 // The records are sorted, so "the first record later than the instant" is
 // found by binary search rather than a walk; the answer is the same.
+#include <bit>
 #include <cstring>
 
 #include "datetime/tz_datetime_impl.h"
@@ -51,30 +52,52 @@ int32_t open_region(const void *image, uint16_t id, Region &r) {
   return LTZ_OK;
 }
 
-// Comparison key of a datetime: the fields in order of significance.
-struct Key {
-  uint64_t k;
-  uint32_t frac;
-};
-
-inline int cmp(const Key &a, const Key &b) {
-  if (a.k != b.k) return a.k < b.k ? -1 : 1;
-  if (a.frac != b.frac) return a.frac < b.frac ? -1 : 1;
-  return 0;
-}
+// Comparison key of a datetime: the fields in order of significance, the
+// fraction in the low 32 bits, so that one integer comparison orders two
+// datetimes.
+using Key = unsigned __int128;
 
 inline Key key_of(const LdiDateTime &d) {
   uint64_t k = (static_cast<uint64_t>(static_cast<uint16_t>(d.year) ^ 0x8000u) << 48) |
                (static_cast<uint64_t>(d.month) << 40) | (static_cast<uint64_t>(d.day) << 32) |
                (static_cast<uint64_t>(d.hour) << 24) | (static_cast<uint64_t>(d.minute) << 16) |
                (static_cast<uint64_t>(d.second) << 8);
-  return {k, d.fraction};
+  return (static_cast<Key>(k) << 32) | d.fraction;
 }
 
 inline LdiDateTime record(const Region &r, uint32_t i) {
   LdiDateTime d;
   std::memcpy(&d, r.v.p + r.trans + static_cast<size_t>(i) * kRecordSize, sizeof d);
   return d;
+}
+
+// key_of for record i, straight from its bytes: bytes 2 ... 6 (month ...
+// second) are already in order of significance once the first eight bytes
+// are read as one big-endian number; the year is put on top.
+inline Key record_key(const Region &r, uint32_t i) {
+  const uint8_t *p = r.v.p + r.trans + static_cast<size_t>(i) * kRecordSize;
+  uint64_t x;
+  std::memcpy(&x, p, 8);
+  if constexpr (std::endian::native == std::endian::little) x = __builtin_bswap64(x);
+  uint64_t year = static_cast<uint64_t>(p[0] | p[1] << 8) ^ 0x8000u;
+  uint32_t frac = static_cast<uint32_t>(p[8]) | static_cast<uint32_t>(p[9]) << 8 |
+                  static_cast<uint32_t>(p[10]) << 16 | static_cast<uint32_t>(p[11]) << 24;
+  return (static_cast<Key>((year << 48) | (x & 0x0000FFFFFFFFFF00ull)) << 32) | frac;
+}
+
+// The first record among lo ... hi - 1 that is later than t (hi when none
+// is), for records in ascending order. The loop has no data-dependent
+// branch, which matters because lookups of unrelated instants defeat the
+// branch predictor.
+uint32_t first_later(const Region &r, uint32_t lo, uint32_t hi, Key t) {
+  if (lo >= hi) return hi;
+  uint32_t base = lo, n = hi - lo;
+  while (n > 1) {
+    uint32_t half = n / 2;
+    base = record_key(r, base + half) <= t ? base + half : base;
+    n -= half;
+  }
+  return base + (record_key(r, base) <= t ? 1 : 0);
 }
 
 // Local-time type of record i: offset and abbreviation offset.
@@ -118,18 +141,11 @@ int32_t get_utc(const void *image, uint16_t id, const LdiDateTime *utc, int32_t 
 
   const Key t = key_of(*utc);
   // First record among f + 1 ... f + n - 1 later than the instant.
-  uint32_t lo = r.f + 1, hi = r.f + r.n;
-  while (lo < hi) {
-    uint32_t mid = lo + (hi - lo) / 2;
-    if (cmp(key_of(record(r, mid)), t) > 0)
-      hi = mid;
-    else
-      lo = mid + 1;
-  }
+  uint32_t lo = first_later(r, r.f + 1, r.f + r.n, t);
   uint32_t res = lo - 1;  // the last record passed, or f when none was
   uint32_t rel = res - r.f;
   if (res == r.f && r.n > 1 && utc->year == 0 && utc->month == 0 && utc->day == 0 &&
-      cmp(t, key_of(record(r, r.f))) < 0) {
+      t < record_key(r, r.f)) {
     res = r.f + 1;  // a time-only value reads the first real state
     rel = 0;
   }
@@ -154,6 +170,25 @@ struct Sec {
   uint32_t frac;
 };
 inline bool earlier(const Sec &a, const Sec &b) { return a.s < b.s || (a.s == b.s && a.frac < b.frac); }
+
+// Midnight at least two days (more than any offset) before d, on the
+// fields alone: an earlier floor only makes the walk a little longer.
+inline Key two_days_before(const LdiDateTime &d) {
+  LdiDateTime f = d;
+  f.hour = f.minute = f.second = 0;
+  f.fraction = 0;
+  if (f.day > 2) {
+    f.day = static_cast<uint8_t>(f.day - 2);
+  } else if (f.month > 1) {
+    f.month = static_cast<uint8_t>(f.month - 1);
+    f.day = 26;
+  } else {
+    f.year = static_cast<int16_t>(f.year - 1);
+    f.month = 12;
+    f.day = 26;
+  }
+  return key_of(f);
+}
 
 inline int64_t whole_minutes(int32_t off) { return static_cast<int64_t>(off / 60) * 60; }
 
@@ -180,6 +215,12 @@ int32_t get_local(const void *image, uint16_t id, const LdiDateTime *local, int3
   if (st != LTZ_OK) return st;
 
   const Sec l = {ldi_internal::to_seconds(*local), local->fraction};
+  // No clock is more than 26 hours away from UTC (beyond anything the
+  // zoneinfo format can express), so transitions at
+  // UTC instants up to the local time minus that bound are behind us whatever
+  // their offsets; a binary search on the stored instants skips them, and a
+  // short walk with the clock readings settles the rest.
+  const Key floor_key = two_days_before(*local);
   uint32_t lo = r.f + 1, hi = r.f + r.n;
   Sec a{}, b{};
   // The hint: when the local time is past transition `start`, search after it.
@@ -187,22 +228,19 @@ int32_t get_local(const void *image, uint16_t id, const LdiDateTime *local, int3
     if (readings(r, r.f + start, a, b) != LTZ_OK) return LTZ_ERR_IMAGE;
     if (!earlier(l, earlier(a, b) ? b : a)) lo = r.f + start + 1;
   }
-  while (lo < hi) {
-    uint32_t mid = lo + (hi - lo) / 2;
-    if (readings(r, mid, a, b) != LTZ_OK) return LTZ_ERR_IMAGE;
-    if (earlier(l, earlier(a, b) ? b : a))
-      hi = mid;
-    else
-      lo = mid + 1;
+  lo = first_later(r, lo, hi, floor_key);
+  for (; lo < r.f + r.n; ++lo) {
+    if (readings(r, lo, a, b) != LTZ_OK) return LTZ_ERR_IMAGE;
+    if (earlier(l, earlier(a, b) ? b : a)) break;
   }
   uint32_t res;
   if (lo == r.f + r.n) {
     res = r.f + r.n - 1;
   } else {
-    if (readings(r, lo, a, b) != LTZ_OK) return LTZ_ERR_IMAGE;
     if (earlier(l, earlier(a, b) ? a : b) || earlier(a, b)) {
-      res = lo - 1;  // before the change, or in a gap
+      res = lo - 1;  // before the change, or in a gap (a, b are those of lo)
     } else {
+      // A repeated stretch: the earlier reading only on request.
       int32_t before = 0;
       if (type_of(r, lo - 1, before, nullptr) != LTZ_OK) return LTZ_ERR_IMAGE;
       res = (*offset != 0 && *offset == before) ? lo - 1 : lo;
