@@ -1,5 +1,5 @@
-// The lookups on small hand-made images: statuses, the designed edge cases,
-// local-time resolution around known changes, and damaged images.
+// The lookups on small hand-made images: statuses, the edge cases of IDs and
+// transition lists, local-time resolution around known changes, damaged images.
 #include <functional>
 
 #include "tz_test_util.h"
