@@ -124,8 +124,7 @@ KELAPI int32_t ltzStep(const void *image, uint32_t i, char *buf, size_t buflen, 
  * Statuses: 0; 1 image, utc or offset null; 2 bad magic, damaged image, or
  * utc not of kind 3; 3 wrong format version; 4 id outside 1 ... 8191;
  * 5 empty slot; 6 abbr too small. On failure *offset, *dst and *index are
- * untouched, and abbr is an empty string when the failure came after the
- * region was found (status 2 for a damaged table, or 6). */
+ * untouched; abbr is an empty string after status 6, else untouched. */
 KELAPI int32_t ltzGet(const void *image, uint16_t id, const LdiDateTime *utc, int32_t *offset,
                       char *abbr, size_t abbrlen, uint8_t *dst);
 KELAPI int32_t ltzGetIndex(const void *image, uint16_t id, const LdiDateTime *utc, int32_t *offset,
