@@ -60,6 +60,7 @@ Out capture(size_t len, F call) {
   // Bytes after the NUL are not part of the contract; keep up to the NUL.
   if (len) {
     size_t n = o.r >= 0 && static_cast<size_t>(o.r) < len ? static_cast<size_t>(o.r) : len - 1;
+    if (o.r < 0) n = strnlen(buf.data(), len - 1);  // a failed call: up to its NUL
     o.text.resize(n + 1);
   }
   return o;
