@@ -33,7 +33,7 @@ constexpr uint32_t kPow5[14] = {1,       5,        25,        125,        625,  
                                 78125,   390625,   1953125,   9765625,    48828125,   244140625,   1220703125};
 
 // L[0..n) little-endian base 10^9; multiplies in place by m < 2^31.
-inline void mul_small(uint32_t *L, int &n, uint32_t m) {
+constexpr void mul_small(uint32_t *L, int &n, uint32_t m) {
   uint64_t carry = 0;
   for (int i = 0; i < n; ++i) {
     uint64_t t = static_cast<uint64_t>(L[i]) * m + carry;
@@ -43,6 +43,76 @@ inline void mul_small(uint32_t *L, int &n, uint32_t m) {
   while (carry) {
     L[n++] = static_cast<uint32_t>(carry % kBase);
     carry /= kBase;
+  }
+}
+
+// L *= B[0..m), in place: the limbs of L are taken from the top down, so each
+// one is read before the partial sums reach it. L needs room for n + m limbs.
+void mul_big(uint32_t *L, int &n, const uint32_t *B, int m) {
+  for (int i = n; i < n + m; ++i) L[i] = 0;
+  for (int i = n - 1; i >= 0; --i) {
+    uint64_t a = L[i];
+    L[i] = 0;
+    if (!a) continue;
+    uint64_t carry = 0;
+    for (int j = 0; j < m; ++j) {
+      uint64_t t = L[i + j] + a * B[j] + carry;
+      L[i + j] = static_cast<uint32_t>(t % kBase);
+      carry = t / kBase;
+    }
+    for (int p = i + m; carry; ++p) {
+      uint64_t t = L[p] + carry;
+      L[p] = static_cast<uint32_t>(t % kBase);
+      carry = t / kBase;
+    }
+  }
+  n += m;
+  while (n > 1 && L[n - 1] == 0) --n;
+}
+
+// 5^(64q) and 2^(64q) for q = 0..16 in base 10^9, made at compile time: one
+// multiplication by a table entry replaces up to 79 passes of mul_small, which
+// is what makes small and large doubles cheap.
+constexpr int kTableSteps = 16;
+struct PowTable {
+  uint32_t limb[1100];
+  uint16_t off[kTableSteps + 1];
+  uint16_t len[kTableSteps + 1];
+};
+
+constexpr PowTable make_table(bool five) {
+  PowTable t{};
+  uint32_t cur[100] = {1};
+  int n = 1;
+  int pos = 0;
+  for (int q = 0; q <= kTableSteps; ++q) {
+    t.off[q] = static_cast<uint16_t>(pos);
+    t.len[q] = static_cast<uint16_t>(n);
+    for (int k = 0; k < n; ++k) t.limb[pos++] = cur[k];
+    for (int e = 64; e > 0;) {
+      int s = five ? (e < 13 ? e : 13) : (e < 29 ? e : 29);
+      mul_small(cur, n, five ? kPow5[s] : (1u << s));
+      e -= s;
+    }
+  }
+  return t;
+}
+
+constexpr PowTable kFives = make_table(true);
+constexpr PowTable kTwos = make_table(false);
+
+// L *= base^e, base 5 or 2.
+void mul_pow(uint32_t *L, int &n, int e, bool five) {
+  const PowTable &t = five ? kFives : kTwos;
+  while (e >= 64) {
+    int q = e / 64 < kTableSteps ? e / 64 : kTableSteps;
+    mul_big(L, n, t.limb + t.off[q], t.len[q]);
+    e -= 64 * q;
+  }
+  while (e > 0) {
+    int s = five ? (e < 13 ? e : 13) : (e < 29 ? e : 29);
+    mul_small(L, n, five ? kPow5[s] : (1u << s));
+    e -= s;
   }
 }
 
@@ -83,10 +153,10 @@ void decimal_expand(Decimal &d, uint64_t mant, int exp2, uint32_t *L, int limb_c
   }
   int shift10 = 0;
   if (exp2 > 0) {
-    for (int e = exp2; e > 0; e -= 29) mul_small(L, n, 1u << (e < 29 ? e : 29));
+    mul_pow(L, n, exp2, false);
   } else if (exp2 < 0) {
     shift10 = exp2;
-    for (int e = -exp2; e > 0; e -= 13) mul_small(L, n, kPow5[e < 13 ? e : 13]);
+    mul_pow(L, n, -exp2, true);
   }
   char tmp[9];
   put9(tmp, L[n - 1]);
@@ -429,7 +499,15 @@ void format_parts(Sink &o, const Spec &s, const Parts &p) {
   uint32_t limbs[kLimbs];
   char digits[kDigits];
   Decimal d;
-  decimal_expand(d, p.cls ? p.mant : 0, p.exp2, limbs, kLimbs, digits, kDigits);
+  uint64_t mant = p.cls ? p.mant : 0;
+  if ((c == 'f' || c == 'F') && mant) {
+    // Below 10^-(prec+2) a fixed-point value rounds to zero: skip the
+    // expansion, which for a tiny value is the longest there is.
+    int64_t top = p.exp2 + (64 - __builtin_clzll(mant));  // value < 2^top
+    int64_t prec = s.prec < 0 ? 6 : s.prec;
+    if (top < 0 && -top * 30103 > (prec + 2) * 100000) mant = 0;
+  }
+  decimal_expand(d, mant, p.exp2, limbs, kLimbs, digits, kDigits);
   emit_decimal(o, s, p, d);
 }
 
