@@ -136,7 +136,7 @@ inline void put9(char *p, uint32_t v) {
 }  // namespace
 
 void decimal_expand(Decimal &d, uint64_t mant, int exp2, uint32_t *L, int limb_cap, char *digits,
-                    int digit_cap) {
+                    int digit_cap, bool fixed, int64_t limit) {
   (void)limb_cap;
   (void)digit_cap;
   d.dig = digits;
@@ -162,11 +162,28 @@ void decimal_expand(Decimal &d, uint64_t mant, int exp2, uint32_t *L, int limb_c
   put9(tmp, L[n - 1]);
   int lead = 0;
   while (tmp[lead] == '0') ++lead;
+  int total = (9 - lead) + 9 * (n - 1);
+  d.point = total + shift10;
+  // Digits past the rounding position matter only as "anything nonzero":
+  // write what the rounding reads and stand for the rest with one '1'.
+  int64_t need = fixed ? static_cast<int64_t>(d.point) + limit + 1 : limit + 1;
+  if (need < 1) need = 1;
   char *p = digits;
   for (int i = lead; i < 9; ++i) *p++ = tmp[i];
-  for (int i = n - 2; i >= 0; --i, p += 9) put9(p, L[i]);
+  int i = n - 2;
+  for (; i >= 0 && p - digits < need; --i, p += 9) put9(p, L[i]);
   d.nd = static_cast<int>(p - digits);
-  d.point = d.nd + shift10;
+  if (d.nd > need) {
+    bool sticky = false;
+    for (int j = static_cast<int>(need); j < d.nd; ++j) sticky |= digits[j] != '0';
+    for (; i >= 0 && !sticky; --i) sticky = L[i] != 0;
+    d.nd = static_cast<int>(need);
+    if (sticky) digits[d.nd++] = '1';
+  } else {
+    bool sticky = false;
+    for (; i >= 0 && !sticky; --i) sticky = L[i] != 0;
+    if (sticky) digits[d.nd++] = '1';
+  }
   while (d.nd > 0 && digits[d.nd - 1] == '0') --d.nd;
 }
 
@@ -507,7 +524,12 @@ void format_parts(Sink &o, const Spec &s, const Parts &p) {
     int64_t prec = s.prec < 0 ? 6 : s.prec;
     if (top < 0 && -top * 30103 > (prec + 2) * 100000) mant = 0;
   }
-  decimal_expand(d, mant, p.exp2, limbs, kLimbs, digits, kDigits);
+  // What the rounding will read: digits to prec after the point (f), or
+  // the significant digits of e (prec + 1) and g (P).
+  int64_t prec = s.prec < 0 ? 6 : s.prec;
+  bool fixed = c == 'f' || c == 'F';
+  int64_t limit = fixed ? prec : (c == 'e' || c == 'E') ? prec + 1 : (prec == 0 ? 1 : prec);
+  decimal_expand(d, mant, p.exp2, limbs, kLimbs, digits, kDigits, fixed, limit);
   emit_decimal(o, s, p, d);
 }
 

@@ -21,7 +21,9 @@ struct Sink {
     ++n;
   }
   void write(const char *s, size_t k) {
-    if (n < cap) {
+    if (n + k <= cap) {  // the common case: it all fits
+      std::memcpy(buf + n, s, k);
+    } else if (n < cap) {
       uint64_t room = cap - n;
       std::memcpy(buf + n, s, k < room ? k : static_cast<size_t>(room));
     }
@@ -30,6 +32,7 @@ struct Sink {
   // Runs of padding are counted, not looped over, beyond the buffer: a width
   // of two billion costs nothing once the buffer is full.
   void fill(char c, uint64_t k) {
+    if (k == 0) return;
     if (n < cap) {
       uint64_t room = cap - n;
       std::memset(buf + n, c, static_cast<size_t>(k < room ? k : room));
@@ -81,9 +84,12 @@ struct Decimal {
   int point;
 };
 // limbs/digits: caller's scratch; capacities must cover the value (see
-// float.cpp for the bounds of double and long double).
+// float.cpp for the bounds of double and long double). Only the digits that
+// rounding needs are kept: up to `limit` after the point when fixed, else
+// `limit` significant ones, plus one; any further nonzero digits show as a
+// final '1', which rounds the same way.
 void decimal_expand(Decimal &d, uint64_t mant, int exp2, uint32_t *limbs, int limb_cap, char *digits,
-                    int digit_cap);
+                    int digit_cap, bool fixed, int64_t limit);
 // Keep the first k significant digits, rounding to nearest, ties to even.
 void decimal_round(Decimal &d, int k);
 

@@ -402,59 +402,65 @@ Raw fetch(va_list *ap, ArgClass c) {
 // Walks fmt, copying text and handing conversions to src; false when a
 // conversion is malformed, when src cannot serve one, or at stop (the
 // conversion a first walk found malformed).
+enum class Step : uint8_t { ok, fail, restart };
+
+inline Step step(bool ok) { return ok ? Step::ok : Step::fail; }
+
 template <class Src>
-bool run(Sink &o, const char *f, Src &src, const char *stop) {
+Step run(Sink &o, const char *f, Src &src, const char *stop) {
   Mode mode = Mode::unknown;
   for (;;) {
-    const char *q = std::strchr(f, '%');
-    if (!q) {
-      o.write(f, std::strlen(f));
-      return true;
-    }
+    const char *q = f;
+    while (*q && *q != '%') ++q;
     o.write(f, static_cast<size_t>(q - f));
+    if (!*q) return Step::ok;
     if (q[1] == '%') {
       o.put('%');
       f = q + 2;
       continue;
     }
-    if (q == stop) return false;
+    if (q == stop) return Step::fail;
     const char *p = q + 1;
     Conv c;
-    if (!parse(p, c, mode)) return false;
-    if (!src.convert(o, c)) return false;
+    if (!parse(p, c, mode)) return Step::fail;
+    Step r = src.convert(o, c);
+    if (r != Step::ok) return r;
     f = p;
   }
 }
 
 struct VaNext {
   va_list *ap;
-  bool convert(Sink &o, Conv &c) {
+  Step convert(Sink &o, Conv &c) {
+    // Positions show at the first conversion (parse refuses a later switch),
+    // before any argument was taken: the caller starts over positionally.
+    if (c.pos) return Step::restart;
     if (c.wstar) apply_width(c.s, va_arg(*ap, int));
     if (c.pstar) {
       int v = va_arg(*ap, int);
       c.s.prec = v < 0 ? -1 : v;
     }
     emit(o, c.s, fetch(ap, class_of(c.s)));
-    return true;
+    return Step::ok;
   }
 };
 
 struct VaPositional {
   Raw vals[LSF_MAX_POSITIONAL];
   int have = 0;  // positions 1..have were fetched
-  bool convert(Sink &o, Conv &c) {
+  Step convert(Sink &o, Conv &c) {
     if (c.wstar) {
-      if (c.wpos > have) return false;
+      if (c.wpos > have) return Step::fail;
       apply_width(c.s, static_cast<int>(vals[c.wpos - 1].i));
     }
     if (c.pstar) {
-      if (c.ppos > have) return false;
+      if (c.ppos > have) return Step::fail;
       int v = static_cast<int>(vals[c.ppos - 1].i);
       c.s.prec = v < 0 ? -1 : v;
     }
-    if (c.pos > have) return false;
+    if (c.pos > have) return Step::fail;
     emit(o, c.s, vals[c.pos - 1]);
-    return true;
+    return Step::ok;
   }
 };
 
@@ -486,25 +492,11 @@ const char *collect_classes(const char *f, ArgClass *cls) {
   }
 }
 
-bool first_is_positional(const char *f) {
-  for (;;) {
-    const char *q = std::strchr(f, '%');
-    if (!q) return false;
-    if (q[1] == '%') {
-      f = q + 2;
-      continue;
-    }
-    const char *p = q + 1;
-    int32_t pos;
-    return read_pos(p, pos) && pos != 0;
-  }
-}
-
 bool format_va(Sink &o, const char *fmt, va_list *ap) {
-  if (!first_is_positional(fmt)) {
-    VaNext src{ap};
-    return run(o, fmt, src, nullptr);
-  }
+  VaNext next{ap};
+  Step r = run(o, fmt, next, nullptr);
+  if (r != Step::restart) return r == Step::ok;
+  o.n = 0;
   ArgClass cls[LSF_MAX_POSITIONAL] = {};
   const char *bad = collect_classes(fmt, cls);
   VaPositional src;
@@ -512,7 +504,7 @@ bool format_va(Sink &o, const char *fmt, va_list *ap) {
     src.vals[src.have] = fetch(ap, cls[src.have]);
     ++src.have;
   }
-  return run(o, fmt, src, bad) && bad == nullptr;
+  return run(o, fmt, src, bad) == Step::ok && bad == nullptr;
 }
 
 inline bool int_row(int32_t t) {
@@ -536,12 +528,12 @@ struct Rows {
     return true;
   }
 
-  bool convert(Sink &o, Conv &c) {
+  Step convert(Sink &o, Conv &c) {
     int64_t v;
     if (c.wstar && star(c.wpos, v)) apply_width(c.s, v);
     if (c.pstar && star(c.ppos, v)) c.s.prec = v < 0 ? -1 : static_cast<int32_t>(v);
     const lsfarg *r = take(c.pos);
-    if (!r) return true;
+    if (!r) return Step::ok;
     Spec s = c.s;
     Raw x;
     x.ld = 0;
@@ -594,10 +586,10 @@ struct Rows {
         if (s.conv != 'p') natural('p', Len::none);
         break;
       default:
-        return true;
+        return Step::ok;
     }
     emit(o, s, x);
-    return true;
+    return Step::ok;
   }
 };
 
@@ -641,5 +633,5 @@ extern "C" KELAPI int32_t lsfpd(void *ctx, char *buf, size_t len, const char *fm
   if (args)
     while (args[count].type != LSF_ARG_END) ++count;
   Rows src{args, count};
-  return finish(o, len, run(o, fmt, src, nullptr));
+  return finish(o, len, run(o, fmt, src, nullptr) == Step::ok);
 }
