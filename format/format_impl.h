@@ -21,6 +21,7 @@ struct Sink {
     ++n;
   }
   void write(const char *s, size_t k) {
+    if (k == 0) return;  // buf may be null when nothing is to be stored
     if (n + k <= cap) {  // the common case: it all fits
       std::memcpy(buf + n, s, k);
     } else if (n < cap) {
