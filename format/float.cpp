@@ -4,22 +4,25 @@
 // Design. A finite binary float is mant * 2^exp2 exactly, and so has a finite
 // decimal expansion: mant * 2^exp2 when exp2 >= 0, (mant * 5^-exp2) / 10^-exp2
 // when it is negative. We compute that integer in base 10^9 limbs on the
-// stack, write out all its digits once, and every decimal style (fixed,
-// exponent, general) is then a matter of rounding a digit string to nearest,
-// ties to even, and placing the point. The digits are exact, so the text is
-// right for every value and every precision; digits beyond the expansion are
-// zeros and are counted, not stored, so a precision of a billion needs no
-// more memory than one of six.
+// stack (multiplying by 5^64q or 2^64q from compile-time tables, then by small
+// powers), write out its leading digits as far as the rounding will look,
+// and every decimal style (fixed, exponent, general) is then a matter of
+// rounding a digit string to nearest, ties to even, and placing the point.
+// The digits are exact, so the text is right for every value and every
+// precision; digits beyond the expansion are zeros and are counted, not
+// stored, so a precision of a billion needs no more memory than one of six.
 //
 // Bounds: a double needs at most 768 significant digits (the smallest
 // subnormal, 2^-1074 = 5^1074 / 10^1074, times a 53-bit mantissa) and 86
-// limbs; an x87 long double at most 11515 digits and 1281 limbs. The long
+// limbs; an x87 long double at most 11515 digits and 1281 limbs (a limb
+// array needs one spare limb for the in-place multiplication). The long
 // double path therefore uses about 17 KiB of stack, the double path 1.2 KiB.
 //
 // Hexadecimal (%a) needs no arithmetic beyond rounding the mantissa bits.
 //
-// Sections: decimal expansion and rounding; the three decimal styles;
-// hexadecimal; the entry points for double and long double.
+// Sections: big-number helpers and power tables; decimal expansion and
+// rounding; the three decimal styles; hexadecimal; the entry points for
+// double and long double.
 #include <cfloat>
 #include <climits>
 

@@ -7,11 +7,11 @@
 // the Sink never writes past the buffer, so a hostile format can at worst
 // produce -1.
 //
-// Positional arguments in a va_list cannot be fetched out of order, so a
-// positional format is walked twice: the first walk records the type of
-// every position, then the arguments are fetched in order, then the second
-// walk formats. A malformed conversion found by the first walk is where the
-// second one stops.
+// Positional arguments in a va_list cannot be fetched out of order. A format
+// whose first conversion carries a position is therefore started again: a
+// first walk records the type of every position, the arguments are fetched
+// in order, and a second walk formats. A malformed conversion found by the
+// first walk is where the second one stops. Plain formats take one walk.
 //
 // Sections: parsing; integer, character and text conversions; emit; the
 // argument sources; the entry points.

@@ -3,6 +3,8 @@
 // from snprintf wherever an equivalent C format exists.
 #include <gtest/gtest.h>
 
+#include <cstddef>
+
 #include "tests/format/oracle.h"
 
 namespace lsftest {
@@ -45,6 +47,10 @@ std::string with_libc(const char *fmt, ...) {
   va_end(ap);
   return out;
 }
+
+// The row record is part of the interface: 16 bytes, value at offset 8.
+static_assert(sizeof(lsfarg) == 16);
+static_assert(offsetof(lsfarg, type) == 0 && offsetof(lsfarg, spare) == 4 && offsetof(lsfarg, v) == 8);
 
 // A malformed format gives -1 and the text up to the bad conversion, for
 // every buffer length, and never writes past the buffer.
