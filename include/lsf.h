@@ -31,8 +31,10 @@
  *   precision    .digits, or .* or .*m$; a negative precision taken from
  *                an argument counts as none, a negative width as the '-'
  *                flag with its magnitude
- *   length       hh h l ll j z t L q (q = ll; L on an integer = ll; l on a
- *                float is ignored; L on a float takes a long double)
+ *   length       hh h l ll j z t L q (q = ll; L on an integer = ll; L on a
+ *                float takes a long double, any other length on a float is
+ *                ignored; l on c and s selects wide characters, any other
+ *                length there and on p is ignored)
  *
  * Positional arguments: "%2$s %1$d" takes arguments by number (1 = first),
  * so that a message catalogue can reorder them between languages. A format
