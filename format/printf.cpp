@@ -399,12 +399,11 @@ Raw fetch(va_list *ap, ArgClass c) {
   return r;
 }
 
-// Walks fmt, copying text and handing conversions to src; false when a
-// conversion is malformed, when src cannot serve one, or at stop (the
-// conversion a first walk found malformed).
+// Walks fmt, copying text and handing conversions to src. fail: a
+// conversion is malformed, src cannot serve one, or the walk reached stop
+// (the conversion a first walk found malformed); restart: src needs the
+// positional walk instead.
 enum class Step : uint8_t { ok, fail, restart };
-
-inline Step step(bool ok) { return ok ? Step::ok : Step::fail; }
 
 template <class Src>
 Step run(Sink &o, const char *f, Src &src, const char *stop) {
