@@ -1,0 +1,28 @@
+// format_impl.h - shared by the writers and readers of format models.
+#ifndef KEL_DATETIME_FORMAT_IMPL_H
+#define KEL_DATETIME_FORMAT_IMPL_H
+
+#include "datetime/ldx_impl.h"
+
+namespace ldx_internal {
+
+// Room for any compiled model: every model byte gives at most two compiled
+// bytes, and the territory formats stay inside the same scanned length.
+constexpr size_t kCompiledMax = 2 * kModelLimit + 8;
+
+// The compiled model for (fmt, fmtlen): the context's default (null or
+// empty), a compiled model (first byte 0), or model text compiled into buf.
+const uint8_t *resolve_model(ldxctx *ctx, const char *fmt, size_t fmtlen, bool input, uint8_t *buf,
+                             size_t bufsz, int32_t *err);
+
+// Writes *d; the length, or -1 with *err set.
+int32_t format_date(ldxctx *ctx, char *out, size_t outsz, const ldxdate *d, const char *fmt,
+                    size_t fmtlen, int32_t *err);
+
+// Reads text into *out; 0 or an error number.
+int32_t parse_date(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, const char *fmt,
+                   size_t fmtlen);
+
+}  // namespace ldx_internal
+
+#endif  // KEL_DATETIME_FORMAT_IMPL_H
