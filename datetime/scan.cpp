@@ -58,6 +58,8 @@ int32_t scan_next(ldxctx *ctx, ldxscan *s, int32_t *err) {
   for (;;) {
     if (s->pos >= s->len) {
       if (s->outer) {
+        // Fill mode switched inside a territory format stays inside it.
+        s->fill = s->outerfill;
         s->text = s->outer;
         s->len = s->outerlen;
         s->pos = s->outerpos;
@@ -175,6 +177,7 @@ int32_t scan_next(ldxctx *ctx, ldxscan *s, int32_t *err) {
       s->outer = s->text;
       s->outerlen = s->len;
       s->outerpos = s->pos;
+      s->outerfill = s->fill;
       s->text = reinterpret_cast<const uint8_t *>(tf);
       s->len = n;
       s->pos = 0;

@@ -191,7 +191,8 @@ typedef struct ldxscan {
   size_t measure;        /* bytes scanned so far (limit 209) */
   uint8_t fill;          /* fill mode */
   uint8_t ebcdic;        /* the model is EBCDIC */
-  uint8_t spare[6];
+  uint8_t outerfill;     /* fill mode around an expanded DL/DS/TS */
+  uint8_t spare[5];
 } ldxscan;
 
 /* Prepares *scan for the model (fmt, len) in the context's character set. */
