@@ -321,6 +321,23 @@ int32_t invalid_date(const ldxdate &d) {
 
 }  // namespace
 
+bool compiled_ok(const uint8_t *m, size_t len) {
+  if (len < 3 || (m[1] & ~(kHdrBase | kHdrEbcdic)) != 0 || !(m[1] & kHdrBase)) return false;
+  for (size_t i = 2; i < len;) {
+    uint8_t b = m[i];
+    if (b == 0) return true;
+    if (b & 0x80) {
+      i += 1 + (b & 0x7F);
+    } else {
+      if (i + 1 >= len || b > kMaxCode || attr(b).kind == Kind::None || attr(b).kind == Kind::Expand ||
+          b == C_FM)
+        return false;
+      i += 2;
+    }
+  }
+  return false;
+}
+
 const uint8_t *resolve_model(ldxctx *ctx, const char *fmt, size_t fmtlen, bool input, uint8_t *buf,
                              size_t bufsz, int32_t *err) {
   *err = 0;
@@ -330,8 +347,11 @@ const uint8_t *resolve_model(ldxctx *ctx, const char *fmt, size_t fmtlen, bool i
     return m;
   }
   if (fmt[0] == 0) {
-    if (fmtlen < 3) *err = E_BAD_ELEMENT;
-    return reinterpret_cast<const uint8_t *>(fmt);
+    // A compiled model comes from the caller's memory: walk it once so that
+    // a damaged one is refused rather than read past its end.
+    const uint8_t *m = reinterpret_cast<const uint8_t *>(fmt);
+    if (!compiled_ok(m, fmtlen)) *err = E_BAD_ELEMENT;
+    return m;
   }
   compile(ctx, fmt, fmtlen, buf, bufsz, input, err);
   return buf;

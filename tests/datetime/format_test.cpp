@@ -405,6 +405,18 @@ TEST(DateFormat, ReadErrorsAndOptionBits) {
     EXPECT_EQ(ldxsto(&x.c, &d, c.text, std::strlen(c.text), c.model, std::strlen(c.model), LDX_OPT_ERRNUM), c.err);
     EXPECT_EQ(ldxcmp(nullptr, &d, &before), 0);  // untouched on failure
   }
+  // Damaged compiled models are refused, not read past their end.
+  const std::string damaged[] = {std::string("\0\1", 2), std::string("\0\1\x16", 3), std::string("\0\1\x85ab", 5),
+                                 std::string("\0\1\x2f\0\0", 5), std::string("\0\x41\x16\0\0", 5),
+                                 std::string("\0\1\x30\0\0", 5)};
+  for (const auto &m : damaged) {
+    ldxdate d{};
+    char out[64];
+    EXPECT_EQ(ldxsto(&x.c, &d, "01", 2, m.data(), m.size(), LDX_OPT_ERRNUM), 1821);
+    x.rec.errs.clear();
+    EXPECT_EQ(ldxdts(&x.c, out, sizeof out, &d, m.data(), m.size()), -1);
+    EXPECT_EQ(x.rec.errs, std::vector<int32_t>{1821});
+  }
   // How errors surface: bit 0 quiet -1, bit 1 the number, neither the callback.
   ldxdate d{};
   x.rec.errs.clear();
