@@ -30,7 +30,10 @@ struct Attr {
 const Element *element_rows(bool ebcdic, size_t *count);
 // First row of an initial letter 0 ... 25, or -1.
 int32_t element_index(int letter);
-const Attr &attr(int32_t code);
+extern const Attr kAttrTable[kMaxCode + 1];
+inline const Attr &attr(int32_t code) {
+  return kAttrTable[code >= 0 && code <= kMaxCode ? code : 0];
+}
 
 }  // namespace ldx_internal
 

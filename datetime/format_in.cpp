@@ -223,7 +223,45 @@ void eat_padding(Reader &r, uint32_t flags, size_t want) {
   while (want-- && r.c.peek() == ' ') ++r.c.pos;
 }
 
+// Number elements the fast path leaves to read_number: signs and groups.
+constexpr uint64_t kSpecialNum = (uint64_t{1} << C_SYYYY) | (uint64_t{1} << C_SY_YYY) | (uint64_t{1} << C_NYYYY) |
+                                 (uint64_t{1} << C_Y_YYY) | (uint64_t{1} << C_SCC);
+
 const char *const kRoman[12] = {"I", "II", "III", "IV", "V", "VI", "VII", "VIII", "IX", "X", "XI", "XII"};
+
+// Files a number read for element `code` (nd digits) into the fields.
+int32_t store_number(Fields &f, int32_t code, int32_t iv, int32_t nd, int32_t first_day) {
+  switch (code) {
+    case C_Y: case C_YY: case C_YYY:
+      f.year_kind = 'P';
+      f.year_val = iv;
+      f.year_digits = code == C_Y ? 1 : code == C_YY ? 2 : 3;
+      break;
+    case C_YYYY: case C_Y_YYY: f.year_kind = 'F'; f.year_val = iv; break;
+    case C_SYYYY: case C_SY_YYY: case C_NYYYY: f.year_kind = 'S'; f.year_val = iv; break;
+    case C_RR: f.year_kind = 'R'; f.year_val = iv; break;
+    case C_RRRR:
+      if (nd == 4 || iv > 99) {
+        f.year_kind = 'F';
+      } else {
+        f.year_kind = 'R';
+      }
+      f.year_val = iv;
+      break;
+    case C_MM: f.month = iv; break;
+    case C_D: f.wday_sun = (iv - 1 + first_day) % 7; break;
+    case C_DD: f.day = iv; break;
+    case C_DDD: f.doy = iv; break;
+    case C_HH24: f.hour24 = iv; break;
+    case C_HH: f.hour12 = iv; break;
+    case C_MI: f.minute = iv; break;
+    case C_SS: f.second = iv; break;
+    case C_SSSSS: f.sssss = iv; break;
+    case C_J: f.jday = iv; break;
+    default: return E_NOT_INPUT;
+  }
+  return 0;
+}
 
 int32_t read_element(Reader &r, Fields &f, int32_t code, uint32_t flags) {
   const Attr &at = attr(code);
@@ -233,37 +271,7 @@ int32_t read_element(Reader &r, Fields &f, int32_t code, uint32_t flags) {
     int32_t nd;
     if (int32_t e = read_number(r, code, flags, &v, &nd)) return e;
     if (v < at.min || v > at.max) return at.err;
-    int32_t iv = static_cast<int32_t>(v);
-    switch (code) {
-      case C_Y: case C_YY: case C_YYY:
-        f.year_kind = 'P';
-        f.year_val = iv;
-        f.year_digits = code == C_Y ? 1 : code == C_YY ? 2 : 3;
-        break;
-      case C_YYYY: case C_Y_YYY: f.year_kind = 'F'; f.year_val = iv; break;
-      case C_SYYYY: case C_SY_YYY: case C_NYYYY: f.year_kind = 'S'; f.year_val = iv; break;
-      case C_RR: f.year_kind = 'R'; f.year_val = iv; break;
-      case C_RRRR:
-        if (nd == 4 || iv > 99) {
-          f.year_kind = 'F';
-        } else {
-          f.year_kind = 'R';
-        }
-        f.year_val = iv;
-        break;
-      case C_MM: f.month = iv; break;
-      case C_D: f.wday_sun = (iv - 1 + r.v.first_day) % 7; break;
-      case C_DD: f.day = iv; break;
-      case C_DDD: f.doy = iv; break;
-      case C_HH24: f.hour24 = iv; break;
-      case C_HH: f.hour12 = iv; break;
-      case C_MI: f.minute = iv; break;
-      case C_SS: f.second = iv; break;
-      case C_SSSSS: f.sssss = iv; break;
-      case C_J: f.jday = iv; break;
-      default: return E_NOT_INPUT;
-    }
-    return 0;
+    return store_number(f, code, static_cast<int32_t>(v), nd, r.v.first_day);
   }
   size_t len = 0;
   switch (code) {
@@ -444,18 +452,40 @@ int32_t parse_date(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, co
   }
   Reader r{Cursor{t, txtlen, 0}, v};
   Fields f;
+  const int32_t v_first_day = v.first_day;
   for (size_t i = 2;;) {
     uint8_t b = m[i];
     if (b == 0) break;
     if (b & 0x80) {
       size_t k = b & 0x7F;
       if (!r.fx && r.c.at_end()) break;
-      if (int32_t e = read_literal(r, m + i + 1, k, ebcdic_model)) return e;
+      uint8_t lc = m[i + 1];
+      if (!r.fx && k == 1 && !ebcdic_model && is_punct(lc)) {
+        // The common case: one separator matching any run of separators.
+        while (r.c.pos < r.c.n && is_punct(r.c.t[r.c.pos])) ++r.c.pos;
+      } else if (int32_t e = read_literal(r, m + i + 1, k, ebcdic_model)) {
+        return e;
+      }
       i += 1 + k;
       continue;
     }
     uint32_t flags = m[i + 1];
     i += 2;
+    const Attr &at = attr(b);
+    if (at.kind == Kind::Num && !r.fx && !(flags & (LDX_FLAG_TH | LDX_FLAG_SP)) && !(kSpecialNum & (uint64_t{1} << b))) {
+      // Plain digits: the bulk of machine-made dates.
+      r.c.skip_blanks();
+      if (r.c.at_end()) break;
+      int32_t v = 0, k = 0;
+      while (k < at.width && r.c.pos < r.c.n && is_digit(r.c.t[r.c.pos])) {
+        v = v * 10 + (r.c.t[r.c.pos++] - '0');
+        ++k;
+      }
+      if (k == 0) return E_NEED_DIGIT;
+      if (v < at.min || v > at.max) return at.err;
+      if (int32_t e = store_number(f, b, v, k, v_first_day)) return e;
+      continue;
+    }
     if (b == C_FX) {
       r.fx = !r.fx;
       continue;

@@ -308,6 +308,22 @@ void element(Out &o, const ldx_territory_view &v, const ldxdate &d, int32_t code
   }
 }
 
+// The value of the elements that are plain unsigned numbers of a valid date,
+// or -1 for the others.
+inline int32_t plain_value(const ldxdate &d, int32_t code) {
+  switch (code) {
+    case C_YYYY: case C_RRRR: return d.year < 0 ? -d.year : d.year;
+    case C_MM: return d.month;
+    case C_DD: return d.day;
+    case C_HH24: return d.hour;
+    case C_HH: return d.hour % 12 == 0 ? 12 : d.hour % 12;
+    case C_MI: return d.minute;
+    case C_SS: return d.second;
+    case C_YY: case C_RR: return (d.year < 0 ? -d.year : d.year) % 100;
+    default: return -1;
+  }
+}
+
 int32_t invalid_date(const ldxdate &d) {
   uint32_t f = ldxchk(nullptr, &d, 0) & ~0x1000u;
   if (f & 0x2030) return E_RANGE_YEAR;
@@ -321,6 +337,10 @@ int32_t invalid_date(const ldxdate &d) {
 
 }  // namespace
 
+// Codes a compiled model may hold: every element but FM and DL/DS/TS, which
+// the compiler resolves.
+constexpr uint64_t kCompiledCodes = ((uint64_t{1} << 46) - 2) & ~(uint64_t{1} << C_FM);
+
 bool compiled_ok(const uint8_t *m, size_t len) {
   if (len < 3 || (m[1] & ~(kHdrBase | kHdrEbcdic)) != 0 || !(m[1] & kHdrBase)) return false;
   for (size_t i = 2; i < len;) {
@@ -329,9 +349,7 @@ bool compiled_ok(const uint8_t *m, size_t len) {
     if (b & 0x80) {
       i += 1 + (b & 0x7F);
     } else {
-      if (i + 1 >= len || b > kMaxCode || attr(b).kind == Kind::None || attr(b).kind == Kind::Expand ||
-          b == C_FM)
-        return false;
+      if (i + 1 >= len || b >= 46 || !(kCompiledCodes & (uint64_t{1} << b))) return false;
       i += 2;
     }
   }
@@ -373,7 +391,23 @@ int32_t format_date(ldxctx *ctx, char *out, size_t outsz, const ldxdate *d, cons
       o.raw(m + i + 1, k);
       i += 1 + k;
     } else {
-      element(o, v, *d, b, m[i + 1]);
+      uint32_t flags = m[i + 1];
+      int32_t val = -1;
+      if (!(flags & (LDX_FLAG_TH | LDX_FLAG_SP)) && !v.ebcdic) val = plain_value(*d, b);
+      if (val >= 0 && o.n + 8 <= o.cap) {
+        // Plain digits straight into the output.
+        char tmp[8];
+        int k = 0;
+        do {
+          tmp[k++] = static_cast<char>('0' + val % 10);
+          val /= 10;
+        } while (val);
+        if (!(flags & LDX_FLAG_FILL))
+          for (int w = attr(b).width; w > k; --w) o.p[o.n++] = '0';
+        while (k) o.p[o.n++] = tmp[--k];
+      } else {
+        element(o, v, *d, b, flags);
+      }
       i += 2;
     }
     if (o.full) break;
