@@ -12,8 +12,14 @@ constexpr size_t kCompiledMax = 2 * kModelLimit + 8;
 
 // The compiled model for (fmt, fmtlen): the context's default (null or
 // empty), a compiled model (first byte 0), or model text compiled into buf.
+// *mlen receives the bytes the model may occupy (walkers stay inside them).
 const uint8_t *resolve_model(ldxctx *ctx, const char *fmt, size_t fmtlen, bool input, uint8_t *buf,
-                             size_t bufsz, int32_t *err);
+                             size_t bufsz, size_t *mlen, int32_t *err);
+
+// Codes a compiled model may hold: every element but FM and DL/DS/TS, which
+// the compiler resolves.
+constexpr uint64_t kCompiledCodes = ((uint64_t{1} << 46) - 2) & ~(uint64_t{1} << 39);
+constexpr bool compiled_code(uint8_t b) { return b < 46 && (kCompiledCodes >> b & 1); }
 
 // Writes *d; the length, or -1 with *err set.
 int32_t format_date(ldxctx *ctx, char *out, size_t outsz, const ldxdate *d, const char *fmt,

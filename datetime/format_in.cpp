@@ -230,7 +230,8 @@ constexpr uint64_t kSpecialNum = (uint64_t{1} << C_SYYYY) | (uint64_t{1} << C_SY
 const char *const kRoman[12] = {"I", "II", "III", "IV", "V", "VI", "VII", "VIII", "IX", "X", "XI", "XII"};
 
 // Files a number read for element `code` (nd digits) into the fields.
-int32_t store_number(Fields &f, int32_t code, int32_t iv, int32_t nd, int32_t first_day) {
+[[gnu::always_inline]] inline int32_t store_number(Fields &f, int32_t code, int32_t iv, int32_t nd,
+                                                   int32_t first_day) {
   switch (code) {
     case C_Y: case C_YY: case C_YYY:
       f.year_kind = 'P';
@@ -437,7 +438,8 @@ int32_t parse_date(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, co
                    size_t fmtlen) {
   uint8_t buf[kCompiledMax];
   int32_t err = 0;
-  const uint8_t *m = resolve_model(ctx, fmt, fmtlen, true, buf, sizeof buf, &err);
+  size_t mlen;
+  const uint8_t *m = resolve_model(ctx, fmt, fmtlen, true, buf, sizeof buf, &mlen, &err);
   if (err) return err;
   const ldx_territory_view &v = view(ctx);
   const bool ebcdic_model = m[1] & kHdrEbcdic;
@@ -453,37 +455,60 @@ int32_t parse_date(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, co
   Reader r{Cursor{t, txtlen, 0}, v};
   Fields f;
   const int32_t v_first_day = v.first_day;
+  // The hot loop keeps the text position in a register; the slower readers
+  // take the cursor and hand the position back.
+  const size_t n = txtlen;
+  size_t pos = 0;
   for (size_t i = 2;;) {
+    if (i >= mlen) return E_BAD_ELEMENT;
     uint8_t b = m[i];
     if (b == 0) break;
     if (b & 0x80) {
       size_t k = b & 0x7F;
-      if (!r.fx && r.c.at_end()) break;
+      if (i + 1 + k > mlen) return E_BAD_ELEMENT;
+      if (!r.fx && pos >= n) break;
       uint8_t lc = m[i + 1];
       if (!r.fx && k == 1 && !ebcdic_model && is_punct(lc)) {
         // The common case: one separator matching any run of separators.
-        while (r.c.pos < r.c.n && is_punct(r.c.t[r.c.pos])) ++r.c.pos;
-      } else if (int32_t e = read_literal(r, m + i + 1, k, ebcdic_model)) {
-        return e;
+        while (pos < n && is_punct(t[pos])) ++pos;
+      } else {
+        r.c.pos = pos;
+        if (int32_t e = read_literal(r, m + i + 1, k, ebcdic_model)) return e;
+        pos = r.c.pos;
       }
       i += 1 + k;
       continue;
     }
+    if (i + 1 >= mlen || !compiled_code(b)) return E_BAD_ELEMENT;
     uint32_t flags = m[i + 1];
     i += 2;
     const Attr &at = attr(b);
-    if (at.kind == Kind::Num && !r.fx && !(flags & (LDX_FLAG_TH | LDX_FLAG_SP)) && !(kSpecialNum & (uint64_t{1} << b))) {
+    if (at.kind == Kind::Num && !r.fx && !(flags & (LDX_FLAG_TH | LDX_FLAG_SP)) &&
+        !(kSpecialNum & (uint64_t{1} << b))) {
       // Plain digits: the bulk of machine-made dates.
-      r.c.skip_blanks();
-      if (r.c.at_end()) break;
-      int32_t v = 0, k = 0;
-      while (k < at.width && r.c.pos < r.c.n && is_digit(r.c.t[r.c.pos])) {
-        v = v * 10 + (r.c.t[r.c.pos++] - '0');
-        ++k;
+      while (pos < n && is_blank(t[pos])) ++pos;
+      if (pos >= n) break;
+      int32_t val = 0, k = 0;
+      const int32_t w = at.width;
+      const uint32_t d0 = static_cast<uint32_t>(t[pos] - '0');
+      if (w == 2 && pos + 2 <= n && d0 < 10 && static_cast<uint32_t>(t[pos + 1] - '0') < 10) {
+        val = static_cast<int32_t>(d0 * 10 + (t[pos + 1] - '0'));
+        k = 2;
+        pos += 2;
+      } else if (w == 4 && pos + 4 <= n && d0 < 10 && static_cast<uint32_t>(t[pos + 1] - '0') < 10 &&
+                 static_cast<uint32_t>(t[pos + 2] - '0') < 10 && static_cast<uint32_t>(t[pos + 3] - '0') < 10) {
+        val = static_cast<int32_t>(d0 * 1000 + (t[pos + 1] - '0') * 100 + (t[pos + 2] - '0') * 10 + (t[pos + 3] - '0'));
+        k = 4;
+        pos += 4;
+      } else {
+        while (k < w && pos < n && is_digit(t[pos])) {
+          val = val * 10 + (t[pos++] - '0');
+          ++k;
+        }
       }
       if (k == 0) return E_NEED_DIGIT;
-      if (v < at.min || v > at.max) return at.err;
-      if (int32_t e = store_number(f, b, v, k, v_first_day)) return e;
+      if (val < at.min || val > at.max) return at.err;
+      if (int32_t e = store_number(f, b, val, k, v_first_day)) return e;
       continue;
     }
     if (b == C_FX) {
@@ -491,13 +516,16 @@ int32_t parse_date(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, co
       continue;
     }
     if (!r.fx) {
-      r.c.skip_blanks();
-      if (r.c.at_end()) break;
-    } else if (r.c.at_end()) {
+      while (pos < n && is_blank(t[pos])) ++pos;
+      if (pos >= n) break;
+    } else if (pos >= n) {
       return E_TEXT_SHORT;
     }
+    r.c.pos = pos;
     if (int32_t e = read_element(r, f, b, flags)) return e;
+    pos = r.c.pos;
   }
+  r.c.pos = pos;
   if (!r.fx) r.c.skip_blanks();
   if (!r.c.at_end()) return E_TEXT_LEFT;
   return assemble(v, f, out);

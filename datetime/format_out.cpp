@@ -8,6 +8,7 @@
 // case of the suffix.
 //
 // Sections: spelling / output buffer / element writers / exported functions.
+#include <array>
 #include <cstring>
 
 #include "datetime/elements_impl.h"
@@ -116,6 +117,10 @@ struct Out {
   bool ebcdic;
   bool full;
   void raw(const uint8_t *s, size_t k) {
+    if (k == 1 && n < cap) {
+      p[n++] = static_cast<char>(*s);
+      return;
+    }
     if (n + k > cap) {
       full = true;
       return;
@@ -308,6 +313,16 @@ void element(Out &o, const ldx_territory_view &v, const ldxdate &d, int32_t code
   }
 }
 
+constexpr auto kPairsArr = [] {
+  std::array<char, 200> a{};
+  for (int i = 0; i < 100; ++i) {
+    a[2 * i] = static_cast<char>('0' + i / 10);
+    a[2 * i + 1] = static_cast<char>('0' + i % 10);
+  }
+  return a;
+}();
+constexpr const char *kPairs = kPairsArr.data();
+
 // The value of the elements that are plain unsigned numbers of a valid date,
 // or -1 for the others.
 inline int32_t plain_value(const ldxdate &d, int32_t code) {
@@ -325,6 +340,11 @@ inline int32_t plain_value(const ldxdate &d, int32_t code) {
 }
 
 int32_t invalid_date(const ldxdate &d) {
+  // The common case in one test; the details only for a bad date.
+  if (d.year >= -4712 && d.year <= 9999 && d.year != 0 && d.month >= 1 && d.month <= 12 && d.day >= 1 &&
+      d.day <= 28 && static_cast<uint8_t>(d.hour) < 24 && static_cast<uint8_t>(d.minute) < 60 &&
+      static_cast<uint8_t>(d.second) < 60)
+    return 0;
   uint32_t f = ldxchk(nullptr, &d, 0) & ~0x1000u;
   if (f & 0x2030) return E_RANGE_YEAR;
   if (f & 0x000C) return E_RANGE_MONTH;
@@ -337,74 +357,75 @@ int32_t invalid_date(const ldxdate &d) {
 
 }  // namespace
 
-// Codes a compiled model may hold: every element but FM and DL/DS/TS, which
-// the compiler resolves.
-constexpr uint64_t kCompiledCodes = ((uint64_t{1} << 46) - 2) & ~(uint64_t{1} << C_FM);
-
-bool compiled_ok(const uint8_t *m, size_t len) {
-  if (len < 3 || (m[1] & ~(kHdrBase | kHdrEbcdic)) != 0 || !(m[1] & kHdrBase)) return false;
-  for (size_t i = 2; i < len;) {
-    uint8_t b = m[i];
-    if (b == 0) return true;
-    if (b & 0x80) {
-      i += 1 + (b & 0x7F);
-    } else {
-      if (i + 1 >= len || b >= 46 || !(kCompiledCodes & (uint64_t{1} << b))) return false;
-      i += 2;
-    }
-  }
-  return false;
-}
-
 const uint8_t *resolve_model(ldxctx *ctx, const char *fmt, size_t fmtlen, bool input, uint8_t *buf,
-                             size_t bufsz, int32_t *err) {
+                             size_t bufsz, size_t *mlen, int32_t *err) {
   *err = 0;
   if (!fmt || fmtlen == 0) {
     const uint8_t *m = reinterpret_cast<const uint8_t *>(ctx->deffmt);
+    *mlen = sizeof ctx->deffmt;
     if (m[0] != 0 || (m[1] & kHdrBase) == 0) *err = E_NOFMT;
     return m;
   }
   if (fmt[0] == 0) {
-    // A compiled model comes from the caller's memory: walk it once so that
-    // a damaged one is refused rather than read past its end.
+    // A compiled model from the caller's memory: the header is checked here,
+    // the items by the walkers, which stay inside fmtlen.
     const uint8_t *m = reinterpret_cast<const uint8_t *>(fmt);
-    if (!compiled_ok(m, fmtlen)) *err = E_BAD_ELEMENT;
+    *mlen = fmtlen;
+    if (fmtlen < 3 || (m[1] & ~(kHdrBase | kHdrEbcdic)) != 0 || !(m[1] & kHdrBase)) *err = E_BAD_ELEMENT;
     return m;
   }
-  compile(ctx, fmt, fmtlen, buf, bufsz, input, err);
+  *mlen = compile(ctx, fmt, fmtlen, buf, bufsz, input, err);
   return buf;
 }
 
 int32_t format_date(ldxctx *ctx, char *out, size_t outsz, const ldxdate *d, const char *fmt,
                     size_t fmtlen, int32_t *err) {
   uint8_t buf[kCompiledMax];
-  const uint8_t *m = resolve_model(ctx, fmt, fmtlen, false, buf, sizeof buf, err);
+  size_t mlen;
+  const uint8_t *m = resolve_model(ctx, fmt, fmtlen, false, buf, sizeof buf, &mlen, err);
   if (*err) return -1;
   if ((*err = invalid_date(*d))) return -1;
   const ldx_territory_view &v = view(ctx);
   Out o{out, outsz, 0, v.ebcdic, false};
   for (size_t i = 2;;) {
+    if (i >= mlen) {
+      *err = E_BAD_ELEMENT;
+      return -1;
+    }
     uint8_t b = m[i];
     if (b == 0) break;
     if (b & 0x80) {
       size_t k = b & 0x7F;
+      if (i + 1 + k > mlen) {
+        *err = E_BAD_ELEMENT;
+        return -1;
+      }
       o.raw(m + i + 1, k);
       i += 1 + k;
     } else {
+      if (i + 1 >= mlen || !compiled_code(b)) {
+        *err = E_BAD_ELEMENT;
+        return -1;
+      }
       uint32_t flags = m[i + 1];
       int32_t val = -1;
       if (!(flags & (LDX_FLAG_TH | LDX_FLAG_SP)) && !v.ebcdic) val = plain_value(*d, b);
       if (val >= 0 && o.n + 8 <= o.cap) {
-        // Plain digits straight into the output.
-        char tmp[8];
-        int k = 0;
-        do {
-          tmp[k++] = static_cast<char>('0' + val % 10);
-          val /= 10;
-        } while (val);
-        if (!(flags & LDX_FLAG_FILL))
-          for (int w = attr(b).width; w > k; --w) o.p[o.n++] = '0';
-        while (k) o.p[o.n++] = tmp[--k];
+        // Plain digits straight into the output, two at a time.
+        const uint32_t u = static_cast<uint32_t>(val);
+        const int nd = u < 10 ? 1 : u < 100 ? 2 : u < 1000 ? 3 : u < 10000 ? 4 : u < 100000 ? 5 : u < 1000000 ? 6 : 7;
+        const int w = (flags & LDX_FLAG_FILL) ? nd : (attr(b).width > nd ? attr(b).width : nd);
+        char *q = o.p + o.n + w;
+        o.n += static_cast<size_t>(w);
+        uint32_t x = u;
+        int left = w;
+        while (left >= 2) {
+          q -= 2;
+          std::memcpy(q, kPairs + 2 * (x % 100), 2);
+          x /= 100;
+          left -= 2;
+        }
+        if (left) *--q = static_cast<char>('0' + x % 10);
       } else {
         element(o, v, *d, b, flags);
       }
