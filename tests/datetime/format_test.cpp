@@ -410,7 +410,7 @@ TEST(DateFormat, ReadErrorsAndOptionBits) {
                                  std::string("\0\1\x2f\0\0", 5), std::string("\0\x41\x16\0\0", 5),
                                  std::string("\0\1\x30\0\0", 5)};
   for (const auto &m : damaged) {
-    ldxdate d{};
+    ldxdate d = D(2024, 1, 1);
     char out[64];
     EXPECT_EQ(ldxsto(&x.c, &d, "01", 2, m.data(), m.size(), LDX_OPT_ERRNUM), 1821);
     x.rec.errs.clear();
