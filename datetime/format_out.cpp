@@ -371,7 +371,8 @@ const uint8_t *resolve_model(ldxctx *ctx, const char *fmt, size_t fmtlen, bool i
     // the items by the walkers, which stay inside fmtlen.
     const uint8_t *m = reinterpret_cast<const uint8_t *>(fmt);
     *mlen = fmtlen;
-    if (fmtlen < 3 || (m[1] & ~(kHdrBase | kHdrEbcdic)) != 0 || !(m[1] & kHdrBase)) *err = E_BAD_ELEMENT;
+    if (fmtlen < 3 || (m[1] & ~(kHdrBase | kHdrEbcdic | kHdrFixed)) != 0 || !(m[1] & kHdrBase))
+      *err = E_BAD_ELEMENT;
     return m;
   }
   *mlen = compile(ctx, fmt, fmtlen, buf, bufsz, input, err);

@@ -117,6 +117,10 @@ constexpr int32_t kMaxCode = 49;
 // element as (code, flags), a literal as (0x80 | n, n bytes), and a closing 0.
 constexpr uint8_t kHdrEbcdic = 0x02;
 constexpr uint8_t kHdrBase = 0x01;
+// Bit 2: every item is a plain number element (no suffix, no fill mode) or
+// a one-character separator, and there is no FX: text in exactly that
+// layout can be read in one pass without the general matching.
+constexpr uint8_t kHdrFixed = 0x04;
 constexpr size_t kModelLimit = 209;
 
 // Compiles a model; input = apply the input checks of ldxsti. Returns the

@@ -244,11 +244,13 @@ size_t compile(ldxctx *ctx, const char *fmt, size_t len, uint8_t *out, size_t ou
   out[n++] = 0;
   out[n++] = static_cast<uint8_t>(kHdrBase | (s.ebcdic ? kHdrEbcdic : 0));
   uint64_t seen = 0;
+  bool fixed = !s.ebcdic;
   for (;;) {
     int32_t code = scan_next(ctx, &s, err);
     if (code < 0) return 0;
     if (code == LDX_ITEM_END) break;
     if (code == LDX_ITEM_LITERAL) {
+      if (s.litlen != 1 || is_alpha(s.lit[0]) || (s.lit[0] >= '0' && s.lit[0] <= '9') || s.lit[0] >= 0x80) fixed = false;
       const uint8_t *p = s.lit;
       size_t left = s.litlen;
       while (left) {
@@ -275,7 +277,13 @@ size_t compile(ldxctx *ctx, const char *fmt, size_t len, uint8_t *out, size_t ou
     }
     out[n++] = static_cast<uint8_t>(code);
     out[n++] = static_cast<uint8_t>(s.flags);
+    constexpr uint64_t special = (uint64_t{1} << C_SYYYY) | (uint64_t{1} << C_SY_YYY) |
+                                 (uint64_t{1} << C_NYYYY) | (uint64_t{1} << C_Y_YYY) | (uint64_t{1} << C_SCC);
+    if (attr(code).kind != Kind::Num || (special >> code & 1) ||
+        (s.flags & (LDX_FLAG_TH | LDX_FLAG_SP | LDX_FLAG_FILL)))
+      fixed = false;
   }
+  if (fixed) out[1] = static_cast<uint8_t>(out[1] | kHdrFixed);
   out[n++] = 0;
   return n;
 }

@@ -94,8 +94,8 @@ KELAPI int32_t ldxctj(ldxctx *ctx, int32_t year, int32_t month, int32_t day);
 KELAPI int32_t ldxjtc(ldxctx *ctx, int32_t jday, ldxdate *out);
 
 /* Month and day of day `doy` (1 ... 366) of `year` into *month, *day. Day 366
- * of a common year raises 1848 (outputs then hold day 31 December's values
- * shifted by one and should not be used). Returns 0 or -1. */
+ * of a common year raises 1848 (the outputs then hold month 13, day 1).
+ * Returns 0 or -1. */
 KELAPI int32_t ldxdyc(ldxctx *ctx, int32_t year, int32_t doy, int32_t *month, int32_t *day);
 
 /* Date to (day number, second of day). Pure, no validation. */

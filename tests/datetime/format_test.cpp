@@ -406,7 +406,7 @@ TEST(DateFormat, ReadErrorsAndOptionBits) {
     EXPECT_EQ(ldxcmp(nullptr, &d, &before), 0);  // untouched on failure
   }
   // Damaged compiled models are refused, not read past their end.
-  const std::string damaged[] = {std::string("\0\1", 2), std::string("\0\1\x16", 3), std::string("\0\1\x85ab", 5),
+  const std::string damaged[] = {std::string("\0\1", 2), std::string("\0\1\x16", 3), std::string("\0\1\x85" "ab", 5),
                                  std::string("\0\1\x2f\0\0", 5), std::string("\0\x41\x16\0\0", 5),
                                  std::string("\0\1\x30\0\0", 5)};
   for (const auto &m : damaged) {
