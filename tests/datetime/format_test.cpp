@@ -574,3 +574,59 @@ TEST(DateFormat, RoundTripsOverGeneratedModels) {
 }
 
 }  // namespace
+
+namespace {
+
+// Models whose compiled form takes the one-pass reader must read exactly as
+// the general reader does (the same model with the fast bit cleared), on good
+// and on spoiled text.
+TEST(DateFormat, FixedLayoutReaderAgreesWithTheGeneralReader) {
+  Ctx x;
+  PinNow pin;
+  const char *models[] = {"YYYY-MM-DD HH24:MI:SS", "YYYYMMDDHH24MISS", "DD.MM.RRRR", "DDD/YYYY", "J SSSSS",
+                          "HH:MI:SS", "YY-MM-DD", "MM/DD/YYYY HH12:MI", "RR;MM;DD-"};
+  std::mt19937 rng(99);
+  int compared = 0;
+  for (const char *model : models) {
+    SCOPED_TRACE(model);
+    uint8_t fast[128], slow[128];
+    size_t n = ldxsti(&x.c, model, std::strlen(model), fast, sizeof fast);
+    ASSERT_GT(n, 0u);
+    ASSERT_TRUE(fast[1] & kHdrFixed);
+    std::memcpy(slow, fast, n);
+    slow[1] = static_cast<uint8_t>(slow[1] & ~kHdrFixed);
+    for (int i = 0; i < 3000; ++i) {
+      int32_t j = 1 + static_cast<int32_t>(rng() % kMaxJday);
+      int32_t y, m, d;
+      jtc(j, &y, &m, &d);
+      if (y < 1) continue;
+      ldxdate dt = D(y, m, d, static_cast<int>(rng() % 24), static_cast<int>(rng() % 60), static_cast<int>(rng() % 60));
+      char text[64];
+      int32_t len = ldxdts(&x.c, text, sizeof text, &dt, reinterpret_cast<const char *>(fast), n);
+      ASSERT_GT(len, 0);
+      // Spoil some: a digit, a separator, the length.
+      switch (rng() % 5) {
+        case 0: text[rng() % static_cast<uint32_t>(len)] = static_cast<char>('0' + rng() % 10); break;
+        case 1: text[rng() % static_cast<uint32_t>(len)] = "-/ :x9+"[rng() % 7]; break;
+        case 2: if (len > 1) --len; break;
+        case 3: text[len++] = ' '; break;
+        default: break;
+      }
+      ldxdate a = D(1, 1, 1), b = D(1, 1, 1);
+      int32_t ra = ldxsto(&x.c, &a, text, static_cast<size_t>(len), reinterpret_cast<const char *>(fast), n, LDX_OPT_ERRNUM);
+      int32_t rb = ldxsto(&x.c, &b, text, static_cast<size_t>(len), reinterpret_cast<const char *>(slow), n, LDX_OPT_ERRNUM);
+      ASSERT_EQ(ra, rb) << std::string(text, static_cast<size_t>(len));
+      ASSERT_EQ(str(a), str(b)) << std::string(text, static_cast<size_t>(len));
+      ++compared;
+    }
+  }
+  EXPECT_GT(compared, 20000);
+  // Elements with suffixes, fill mode, names or FX keep the general reader.
+  for (const char *m : {"DDTH-MM", "FMDD-MM", "DD-MON", "FXDD-MM", "DD \"T\" MM", "SYYYY", "Y,YYY", "DD--MM"}) {
+    uint8_t c[64];
+    ASSERT_GT(ldxsti(&x.c, m, std::strlen(m), c, sizeof c), 0u);
+    EXPECT_FALSE(c[1] & kHdrFixed) << m;
+  }
+}
+
+}  // namespace
