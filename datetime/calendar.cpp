@@ -8,6 +8,7 @@
 // dates between do not exist and map onto 15 ... 24 October when converted.
 //
 // Sections: silent core (no callbacks) / external forms / exported wrappers.
+#include <atomic>
 #include <cstring>
 
 #include "datetime/ldx_impl.h"
@@ -216,13 +217,17 @@ void from_ext11(const uint8_t in[11], ldxdate *d, uint32_t *nanos) {
 // ------------------------------------------------------------ "now"
 
 namespace {
-int64_t g_pinned_us = 0;
-}
+// Tests pin the clock so that the century window and the defaults taken
+// from the current date can be checked; relaxed is enough for a setting
+// made before the readers run.
+std::atomic<int64_t> g_pinned_us{0};
+}  // namespace
 
-void pin_now_for_test(int64_t us) { g_pinned_us = us; }
+void pin_now_for_test(int64_t us) { g_pinned_us.store(us, std::memory_order_relaxed); }
 
 void now(ldxdate *d) {
-  int64_t us = g_pinned_us ? g_pinned_us : slwallus();
+  int64_t pinned = g_pinned_us.load(std::memory_order_relaxed);
+  int64_t us = pinned ? pinned : slwallus();
   int64_t secs = us / 1000000;
   int64_t days = secs / 86400, sod = secs % 86400;
   if (sod < 0) {
@@ -383,6 +388,7 @@ KELAPI int32_t ldxldd(ldxctx *ctx, ldxdate *out, const ldxdate *in) {
 KELAPI int32_t ldxdow(ldxctx *ctx, int32_t jday) { return dow(jday, view(ctx).first_day); }
 
 KELAPI int32_t ldxnxd(ldxctx *ctx, ldxdate *out, const ldxdate *in, int32_t wday) {
+  if (wday < 1 || wday > 7) return raise(ctx, E_RANGE_WEEKDAY);
   int32_t j = ctj(in->year, in->month, in->day);
   int32_t d = wday - dow(j, view(ctx).first_day);
   if (d < 1) d += 7;

@@ -136,7 +136,8 @@ KELAPI int32_t ldxadm(ldxctx *ctx, ldxdate *out, const ldxdate *in, int32_t mont
 KELAPI int32_t ldxldd(ldxctx *ctx, ldxdate *out, const ldxdate *in);
 
 /* *out = the first date strictly after *in that falls on weekday `wday`
- * (1 ... 7 in the territory's numbering), time kept. Returns 0 or -1. */
+ * (1 ... 7 in the territory's numbering), time kept. A weekday outside
+ * 1 ... 7 raises 1846, a result after 9999 raises 1841. Returns 0 or -1. */
 KELAPI int32_t ldxnxd(ldxctx *ctx, ldxdate *out, const ldxdate *in, int32_t wday);
 
 /* Day of week 1 ... 7 of day number jday, 1 being the territory's first day
@@ -248,7 +249,10 @@ KELAPI int32_t ldxdts(ldxctx *ctx, char *out, size_t outsz, const ldxdate *d, co
 /* Reads text (txt, txtlen) into *out by the model (compiled or text; null =
  * the default format). Returns 0; on error -1 or the error number, see the
  * options (with neither bit the error is raised and -1 returned). *out is
- * written only on success. */
+ * written only on success, its spare byte kept. Parts the text does not give
+ * default to the current year and month (UTC), day 1 and midnight; "Y",
+ * "YY", "YYY" replace the last digits of the current year; "RR" and a
+ * two-digit "RRRR" use the century window around the current year. */
 KELAPI int32_t ldxsto(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, const char *fmt,
                       size_t fmtlen, uint32_t options);
 /* As ldxsto with options 0: errors are raised through the callback. */

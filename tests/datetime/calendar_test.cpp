@@ -408,7 +408,11 @@ TEST(DateKernel, LastDayNextWeekdayAndWeekdayNumbering) {
   }
   ldxdate end = D(9999, 12, 31);
   ldxdate out{};
+  x.rec.errs.clear();
   EXPECT_EQ(ldxnxd(&x.c, &out, &end, 1), -1);
+  EXPECT_EQ(ldxnxd(&x.c, &out, &wed, 0), -1);
+  EXPECT_EQ(ldxnxd(&x.c, &out, &wed, 8), -1);
+  EXPECT_EQ(x.rec.errs, (std::vector<int32_t>{1841, 1846, 1846}));
 }
 
 TEST(DateKernel, DayFormsAndNoCallbackContext) {
