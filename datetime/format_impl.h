@@ -29,6 +29,10 @@ int32_t format_date(ldxctx *ctx, char *out, size_t outsz, const ldxdate *d, cons
 int32_t parse_date(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, const char *fmt,
                    size_t fmtlen);
 
+// UTF-16 <-> UTF-8 (utf16.cpp): false when the output would not fit.
+bool utf16_to_utf8(const uint16_t *in, size_t n, char *out, size_t cap, size_t *len);
+bool utf8_to_utf16(const char *in, size_t n, uint16_t *out, size_t cap, size_t *len);
+
 }  // namespace ldx_internal
 
 #endif  // KEL_DATETIME_FORMAT_IMPL_H

@@ -604,28 +604,11 @@ KELAPI int32_t ldxstd(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen,
 
 KELAPI int32_t ldxstou(ldxctx *ctx, ldxdate *out, const uint16_t *txt, size_t txtlen,
                        const uint16_t *fmt, size_t fmtlen, uint32_t options) {
-  // Date text and models are short; anything outside ASCII can only match
-  // quoted text, which is compared as UTF-8.
-  char t[512], m[kModelLimit * 3 + 4];
+  char t[1024], m[kModelLimit * 4];
   size_t tn = 0, mn = 0;
-  auto put = [](char *dst, size_t cap, size_t &n, uint32_t c) {
-    if (n + 3 > cap) return false;
-    if (c < 0x80) dst[n++] = static_cast<char>(c);
-    else if (c < 0x800) {
-      dst[n++] = static_cast<char>(0xC0 | (c >> 6));
-      dst[n++] = static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-      dst[n++] = static_cast<char>(0xE0 | (c >> 12));
-      dst[n++] = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      dst[n++] = static_cast<char>(0x80 | (c & 0x3F));
-    }
-    return true;
-  };
   int32_t err = 0;
-  for (size_t i = 0; i < txtlen && !err; ++i)
-    if (!put(t, sizeof t, tn, txt[i])) err = E_TEXT_LEFT;
-  for (size_t i = 0; fmt && i < fmtlen && !err; ++i)
-    if (!put(m, sizeof m, mn, fmt[i])) err = E_MODEL_LONG;
+  if (!utf16_to_utf8(txt, txt ? txtlen : 0, t, sizeof t, &tn)) err = E_TEXT_LEFT;
+  else if (fmt && fmtlen && !utf16_to_utf8(fmt, fmtlen, m, sizeof m, &mn)) err = E_MODEL_LONG;
   if (!err) err = parse_date(ctx, out, t, tn, fmt ? m : nullptr, fmt ? mn : 0);
   if (!err) return 0;
   if (options & LDX_OPT_QUIET) return -1;

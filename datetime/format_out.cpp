@@ -457,24 +457,16 @@ KELAPI int32_t ldxdts(ldxctx *ctx, char *out, size_t outsz, const ldxdate *d, co
 
 KELAPI int32_t ldxdtsu(ldxctx *ctx, uint16_t *out, size_t outsz, const ldxdate *d,
                        const uint16_t *fmt, size_t fmtlen) {
-  uint8_t model[kCompiledMax];
-  const char *mp = nullptr;
+  char model[kModelLimit * 4];
   size_t ml = 0;
-  if (fmt && fmtlen) {
-    int32_t err = 0;
-    char text[kModelLimit + 1];
-    if (fmtlen > kModelLimit) return raise(ctx, E_MODEL_LONG);
-    for (size_t i = 0; i < fmtlen; ++i) text[i] = fmt[i] < 0x80 ? static_cast<char>(fmt[i]) : '\x7f';
-    ml = compile(ctx, text, fmtlen, model, sizeof model, false, &err);
-    if (err) return raise(ctx, err);
-    mp = reinterpret_cast<const char *>(model);
-  }
+  if (fmt && fmtlen && !utf16_to_utf8(fmt, fmtlen, model, sizeof model, &ml)) return raise(ctx, E_MODEL_LONG);
   char tmp[1024];
   int32_t err = 0;
-  int32_t n = format_date(ctx, tmp, sizeof tmp < outsz ? sizeof tmp : outsz, d, mp, ml, &err);
+  int32_t n = format_date(ctx, tmp, sizeof tmp, d, fmt ? model : nullptr, fmt ? ml : 0, &err);
   if (err) return raise(ctx, err);
-  for (int32_t i = 0; i < n; ++i) out[i] = static_cast<uint8_t>(tmp[i]);
-  return n;
+  size_t wn = 0;
+  if (!utf8_to_utf16(tmp, static_cast<size_t>(n), out, outsz, &wn)) return raise(ctx, E_OUT_SMALL);
+  return static_cast<int32_t>(wn);
 }
 
 }  // extern "C"

@@ -13,6 +13,7 @@
 #include <cstring>
 
 #include "datetime/elements_impl.h"
+#include "datetime/format_impl.h"
 #include "datetime/ldx_impl.h"
 
 namespace ldx_internal {
@@ -316,26 +317,12 @@ KELAPI size_t ldxsti(ldxctx *ctx, const char *fmt, size_t len, uint8_t *out, siz
 }
 
 KELAPI size_t ldxstiu(ldxctx *ctx, const uint16_t *fmt, size_t nchars, uint8_t *out, size_t outsz) {
-  // Models are short; code units outside the single-byte range cannot be
-  // elements or separators, and inside quotes they are carried as UTF-8.
-  char buf[kModelLimit * 3 + 4];
+  // Code units outside ASCII can only stand in quoted text, carried as UTF-8.
+  char buf[kModelLimit * 4];
   size_t n = 0;
-  for (size_t i = 0; i < nchars; ++i) {
-    uint32_t c = fmt[i];
-    if (n + 3 > sizeof buf) {
-      raise(ctx, E_MODEL_LONG);
-      return 0;
-    }
-    if (c < 0x80) {
-      buf[n++] = static_cast<char>(c);
-    } else if (c < 0x800) {
-      buf[n++] = static_cast<char>(0xC0 | (c >> 6));
-      buf[n++] = static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-      buf[n++] = static_cast<char>(0xE0 | (c >> 12));
-      buf[n++] = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      buf[n++] = static_cast<char>(0x80 | (c & 0x3F));
-    }
+  if (!utf16_to_utf8(fmt, fmt ? nchars : 0, buf, sizeof buf, &n)) {
+    raise(ctx, E_MODEL_LONG);
+    return 0;
   }
   return ldxsti(ctx, buf, n, out, outsz);
 }

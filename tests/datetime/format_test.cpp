@@ -435,6 +435,19 @@ TEST(DateFormat, ReadErrorsAndOptionBits) {
   uint16_t wout[32];
   ASSERT_EQ(ldxdtsu(&x.c, wout, 32, &d, model, 10), 10);
   EXPECT_EQ(0, std::memcmp(wout, txt, sizeof txt));
+  // Quoted text outside ASCII (and outside the BMP) survives both ways.
+  const std::u16string qm = u"DD \"\u00e0 \U0001F600\" MM";
+  int32_t wn = ldxdtsu(&x.c, wout, 32, &d, reinterpret_cast<const uint16_t *>(qm.data()), qm.size());
+  ASSERT_GT(wn, 0);
+  EXPECT_EQ(std::u16string(reinterpret_cast<const char16_t *>(wout), static_cast<size_t>(wn)), u"29 \u00e0 \U0001F600 02");
+  ldxdate q{};
+  ASSERT_EQ(ldxstou(&x.c, &q, wout, static_cast<size_t>(wn), reinterpret_cast<const uint16_t *>(qm.data()), qm.size(),
+                    LDX_OPT_ERRNUM), 0);
+  EXPECT_EQ(q.day, 29);
+  EXPECT_EQ(q.month, 2);
+  uint8_t cm[64];
+  EXPECT_GT(ldxstiu(&x.c, reinterpret_cast<const uint16_t *>(qm.data()), qm.size(), cm, sizeof cm), 0u);
+  EXPECT_EQ(ldxdtsu(&x.c, wout, 3, &d, reinterpret_cast<const uint16_t *>(qm.data()), qm.size()), -1);  // too small
 }
 
 TEST(DateFormat, TerritoryFormatsReadBackWhatTheyWrite) {
