@@ -518,8 +518,7 @@ int32_t parse_date(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, co
       size_t k = b & 0x7F;
       if (i + 1 + k > mlen) return E_BAD_ELEMENT;
       if (!r.fx && pos >= n) break;
-      uint8_t lc = m[i + 1];
-      if (!r.fx && k == 1 && !ebcdic_model && is_punct(lc)) {
+      if (!r.fx && k == 1 && !ebcdic_model && is_punct(m[i + 1])) {
         // The common case: one separator matching any run of separators.
         while (pos < n && is_punct(t[pos])) ++pos;
       } else {

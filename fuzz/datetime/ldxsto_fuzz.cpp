@@ -33,5 +33,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   for (size_t i = 0; i < wtn; ++i) wt[i] = static_cast<uint16_t>(static_cast<uint8_t>(text[i]) * 37u);
   for (size_t i = 0; i < wmn; ++i) wm[i] = static_cast<uint8_t>(model[i]);
   ldxstou(&ctx, &d, wt, wtn, wm, wmn, LDX_OPT_QUIET);
+  // Models read as UTF-16 also write: arbitrary code units, surrogates too.
+  for (size_t i = 0; i < wmn; ++i) wm[i] = static_cast<uint16_t>(wm[i] | (wt[i % (wtn ? wtn : 1)] << 8));
+  uint16_t wout[64];
+  const ldxdate when{2024, 2, 29, 13, 5, 9, 0};
+  ldxdtsu(&ctx, wout, sizeof wout / sizeof wout[0], &when, wm, wmn);
   return 0;
 }

@@ -408,7 +408,8 @@ TEST(DateFormat, ReadErrorsAndOptionBits) {
   // Damaged compiled models are refused, not read past their end.
   const std::string damaged[] = {std::string("\0\1", 2), std::string("\0\1\x16", 3), std::string("\0\1\x85" "ab", 5),
                                  std::string("\0\1\x2f\0\0", 5), std::string("\0\x41\x16\0\0", 5),
-                                 std::string("\0\1\x30\0\0", 5)};
+                                 std::string("\0\1\x30\0\0", 5), std::string("\0\1\x80", 3),
+                                 std::string("\0\x05\x16\0\x81", 5)};
   for (const auto &m : damaged) {
     ldxdate d = D(2024, 1, 1);
     char out[64];
