@@ -357,6 +357,19 @@ int32_t invalid_date(const ldxdate &d) {
 
 }  // namespace
 
+namespace {
+
+struct ModelCache {
+  size_t clen;  // 0: empty
+  uint8_t len;
+  bool ebcdic;
+  char text[64];
+  uint8_t compiled[kCompiledMax];
+};
+thread_local ModelCache tl_models[2];
+
+}  // namespace
+
 const uint8_t *resolve_model(ldxctx *ctx, const char *fmt, size_t fmtlen, bool input, uint8_t *buf,
                              size_t bufsz, size_t *mlen, int32_t *err) {
   *err = 0;
@@ -374,6 +387,33 @@ const uint8_t *resolve_model(ldxctx *ctx, const char *fmt, size_t fmtlen, bool i
     if (fmtlen < 3 || (m[1] & ~(kHdrBase | kHdrEbcdic | kHdrFixed)) != 0 || !(m[1] & kHdrBase))
       *err = E_BAD_ELEMENT;
     return m;
+  }
+  // Callers that pass model text each time (as with strptime) would pay
+  // for compiling it on every call: each thread keeps its last compiled
+  // model per direction. Models holding territory formats are not kept, as
+  // they depend on more than their text.
+  const bool ebcdic = view(ctx).ebcdic;
+  if (fmtlen <= sizeof ModelCache::text) {
+    ModelCache &c = tl_models[input ? 1 : 0];
+    if (c.clen && c.len == fmtlen && c.ebcdic == ebcdic && std::memcmp(c.text, fmt, fmtlen) == 0) {
+      *mlen = c.clen;
+      return c.compiled;
+    }
+    bool territory = false;
+    size_t n = compile(ctx, fmt, fmtlen, c.compiled, sizeof c.compiled, input, err, &territory);
+    if (*err || territory) {
+      c.clen = 0;
+      if (*err) return c.compiled;
+      std::memcpy(buf, c.compiled, n < bufsz ? n : bufsz);
+      *mlen = n;
+      return buf;
+    }
+    std::memcpy(c.text, fmt, fmtlen);
+    c.len = static_cast<uint8_t>(fmtlen);
+    c.ebcdic = ebcdic;
+    c.clen = n;
+    *mlen = n;
+    return c.compiled;
   }
   *mlen = compile(ctx, fmt, fmtlen, buf, bufsz, input, err);
   return buf;

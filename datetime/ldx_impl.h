@@ -124,9 +124,10 @@ constexpr uint8_t kHdrFixed = 0x04;
 constexpr size_t kModelLimit = 209;
 
 // Compiles a model; input = apply the input checks of ldxsti. Returns the
-// length, or 0 with *err set.
+// length, or 0 with *err set. *territory (if given) tells whether a
+// territory format (DL, DS, TS) went into the result.
 size_t compile(ldxctx *ctx, const char *fmt, size_t len, uint8_t *out, size_t outsz, bool input,
-               int32_t *err);
+               int32_t *err, bool *territory = nullptr);
 
 // Scanner core used by ldxsnf: returns the item, -1 with *err set.
 int32_t scan_next(ldxctx *ctx, ldxscan *s, int32_t *err);

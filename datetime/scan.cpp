@@ -179,6 +179,7 @@ int32_t scan_next(ldxctx *ctx, ldxscan *s, int32_t *err) {
       s->outerlen = s->len;
       s->outerpos = s->pos;
       s->outerfill = s->fill;
+      s->expanded = 1;
       s->text = reinterpret_cast<const uint8_t *>(tf);
       s->len = n;
       s->pos = 0;
@@ -232,7 +233,7 @@ int32_t input_check(uint64_t *seen, int32_t code) {
 }  // namespace
 
 size_t compile(ldxctx *ctx, const char *fmt, size_t len, uint8_t *out, size_t outsz, bool input,
-               int32_t *err) {
+               int32_t *err, bool *territory) {
   *err = 0;
   ldxscan s;
   ldxsni(ctx, &s, fmt, len);
@@ -285,6 +286,7 @@ size_t compile(ldxctx *ctx, const char *fmt, size_t len, uint8_t *out, size_t ou
       fixed = false;
   }
   if (fixed) out[1] = static_cast<uint8_t>(out[1] | kHdrFixed);
+  if (territory) *territory = s.expanded;
   out[n++] = 0;
   return n;
 }

@@ -193,7 +193,8 @@ typedef struct ldxscan {
   uint8_t fill;          /* fill mode */
   uint8_t ebcdic;        /* the model is EBCDIC */
   uint8_t outerfill;     /* fill mode around an expanded DL/DS/TS */
-  uint8_t spare[5];
+  uint8_t expanded;      /* a territory format was scanned */
+  uint8_t spare[4];
 } ldxscan;
 
 /* Prepares *scan for the model (fmt, len) in the context's character set. */

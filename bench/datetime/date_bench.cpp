@@ -97,6 +97,13 @@ void BM_ldxdts(benchmark::State &st) {
                                     reinterpret_cast<const char *>(f.model), f.mlen));
   }
 }
+void BM_ldxdts_textmodel(benchmark::State &st) {
+  Fixture &f = fx();
+  size_t i = 0;
+  char out[64];
+  for (auto _ : st)
+    benchmark::DoNotOptimize(ldxdts(&f.ctx, out, sizeof out, &f.dates[i++ & 1023], "YYYY-MM-DD HH24:MI:SS", 21));
+}
 void BM_strftime(benchmark::State &st) {
   Fixture &f = fx();
   size_t i = 0;
@@ -149,6 +156,7 @@ BENCHMARK(BM_ldxsto_textmodel);
 BENCHMARK(BM_strptime);
 BENCHMARK(BM_date_parse);
 BENCHMARK(BM_ldxdts);
+BENCHMARK(BM_ldxdts_textmodel);
 BENCHMARK(BM_strftime);
 BENCHMARK(BM_ldxctj);
 BENCHMARK(BM_date_days_from_civil);
@@ -174,7 +182,7 @@ int main(int argc, char **argv) {
   const struct {
     const char *ours, *peer;
   } pairs[] = {{"BM_ldxsto", "BM_strptime"},          {"BM_ldxsto_textmodel", "BM_strptime"},
-               {"BM_ldxsto", "BM_date_parse"},        {"BM_ldxdts", "BM_strftime"},
+               {"BM_ldxsto", "BM_date_parse"},        {"BM_ldxdts", "BM_strftime"},          {"BM_ldxdts_textmodel", "BM_strftime"},
                {"BM_ldxctj", "BM_date_days_from_civil"}, {"BM_ldxjtc", "BM_date_civil_from_days"}};
   std::printf("\n%-22s %-26s %10s %10s %8s\n", "ours", "peer", "ours ns", "peer ns", "ratio");
   for (const auto &p : pairs) {

@@ -307,6 +307,34 @@ TEST(DateUnits, EbcdicModelsAndText) {
   EXPECT_EQ(rec.errs, std::vector<int32_t>{1821});
 }
 
+// Model text compiled once per thread must not carry one territory's
+// formats over to another, nor input checks over to output.
+TEST(DateUnits, RepeatedModelTextFollowsTheTerritory) {
+  ldx_territory_view a = custom_view(), b = custom_view();
+  b.shortdate = "DD.MM.YYYY";
+  Recorder rec;
+  ldxctx ca, cb;
+  ASSERT_EQ(ldxbegin(&ca, nullptr, record, &rec), 0);
+  ASSERT_EQ(ldxbegin(&cb, nullptr, record, &rec), 0);
+  ca.terr = &a;
+  cb.terr = &b;
+  const ldxdate d = D(2024, 2, 9);
+  char out[64];
+  for (int i = 0; i < 3; ++i) {
+    int32_t n = ldxdts(&ca, out, sizeof out, &d, "DS", 2);
+    EXPECT_EQ(std::string(out, static_cast<size_t>(n)), "2/9/2024");
+    n = ldxdts(&cb, out, sizeof out, &d, "DS", 2);
+    EXPECT_EQ(std::string(out, static_cast<size_t>(n)), "09.02.2024");
+    ldxdate back{};
+    ASSERT_EQ(ldxsto(&cb, &back, "09.02.2024", 10, "DS", 2, LDX_OPT_ERRNUM), 0);
+    EXPECT_EQ(str(back), "2024-02-09 00:00:00");
+    // Written, then refused as an input model, then written again.
+    EXPECT_EQ(ldxdts(&ca, out, sizeof out, &d, "CC-YYYY", 7), 7);
+    EXPECT_EQ(ldxsto(&ca, &back, "21-2024", 7, "CC-YYYY", 7, LDX_OPT_ERRNUM), 1820);
+  }
+  EXPECT_TRUE(rec.errs.empty());
+}
+
 TEST(DateUnits, EmptyTerritoryFormat) {
   ldx_territory_view v = custom_view();
   v.shorttime = "";
