@@ -21,10 +21,11 @@ enum class Kind : uint8_t { None, Num, Name, Word, Switch, Expand };
 struct Attr {
   Kind kind;
   uint8_t width;
-  int32_t err;  // error for a value out of range on input
+  int16_t err;  // error for a value out of range on input
   int32_t min, max;
   bool suffix;  // TH / SP / SPTH / THSP allowed
 };
+static_assert(sizeof(Attr) == 16, "one attribute row per 16 bytes keeps the lookup a shift");
 
 // The table rows (ASCII or EBCDIC copy) and their number.
 const Element *element_rows(bool ebcdic, size_t *count);

@@ -379,8 +379,7 @@ bool read_fixed(const uint8_t *m, size_t mlen, const uint8_t *t, size_t n, int32
       ++pos;
       continue;
     }
-    if (!compiled_code(b)) return false;
-    const Attr &at = attr(b);
+    const Attr &at = attr(b);  // codes that are no number elements fail below
     const size_t w = at.width;
     if (at.kind != Kind::Num || pos + w > n) return false;
     int32_t val = 0;
