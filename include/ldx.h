@@ -14,7 +14,9 @@
  *
  * Thread safety: the kernel functions touch nothing but their arguments; a
  * context may be shared by threads as long as none of them begins it again,
- * and its callback is itself thread-safe.
+ * it holds no NLS handle of its own (ldxerr releases that one), and its
+ * callback is itself thread-safe. The writers and readers keep the last
+ * model text they compiled per thread, so repeating a model text is cheap.
  */
 #ifndef LDX_H
 #define LDX_H
