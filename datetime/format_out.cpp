@@ -210,7 +210,7 @@ void number(Out &o, int64_t v, int width, uint32_t flags, char sign_mode, bool g
     if (fill && a < 1000) {
       digits(o, a, 1);
     } else {
-      digits(o, a / 1000, fill ? 1 : 1);
+      digits(o, a / 1000, 1);
       o.ch(',');
       digits(o, a % 1000, 3);
     }
