@@ -208,11 +208,13 @@ KELAPI void ldxsni(ldxctx *ctx, ldxscan *scan, const char *fmt, size_t len);
  * not returned; "DL", "DS", "TS" are replaced by the territory's format. */
 KELAPI int32_t ldxsnf(ldxctx *ctx, ldxscan *scan);
 
-/* Compiles the model (fmt, len) for input and output into out (size
- * outsz bytes). Returns the compiled length, or 0 after an error (1800,
- * 1801, 1810 ... 1821, 1890). A compiled model begins with a zero byte, so
- * the model arguments of ldxdts/ldxsto/ldxstd take either a compiled model
- * or model text. */
+/* Compiles the model (fmt, len) into out (size outsz bytes), checking it
+ * for use as an input model; the result serves ldxdts as well. Returns the
+ * compiled length, or 0 after an error (1800, 1801, 1810 ... 1821, 1890).
+ * A compiled model begins with a zero byte, so the model arguments of
+ * ldxdts/ldxsto/ldxstd take either a compiled model or model text; a damaged
+ * compiled model is refused with 1821. Output-only elements ("CC", "IW",
+ * "YEAR" ...) are written from model text. */
 KELAPI size_t ldxsti(ldxctx *ctx, const char *fmt, size_t len, uint8_t *out, size_t outsz);
 /* As ldxsti with the model in UTF-16 (nchars code units). */
 KELAPI size_t ldxstiu(ldxctx *ctx, const uint16_t *fmt, size_t nchars, uint8_t *out, size_t outsz);
