@@ -37,7 +37,10 @@ function(kel_add_gtest name)
     KEL_SOURCE_DIR="${PROJECT_SOURCE_DIR}" KEL_BINARY_DIR="${PROJECT_BINARY_DIR}"
     KEL_PYTHON="${Python3_EXECUTABLE}")
   set_target_properties(${name} PROPERTIES ENABLE_EXPORTS ON)
-  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 600)
+  # The label is the family (test_memory -> memory), so that a sanitizer run
+  # can pick the families that matter to it with ctest -L.
+  string(REGEX REPLACE "^test_" "" label ${name})
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 600 LABELS ${label})
 endfunction()
 
 # bench/<family>/ becomes bench_<family>.
