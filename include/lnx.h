@@ -1,0 +1,196 @@
+/*
+ * lnx.h - Keltar Number: the variable-length decimal number of kelcore10,
+ * its arithmetic, its text forms and its conversions to and from native
+ * integers, binary strings, packed and zoned decimal and binary floating
+ * point.
+ *
+ * The format. A number is 1 to 21 bytes: an exponent byte and up to twenty
+ * base-100 digit bytes (40 decimal digits), plus a terminator byte 102 after
+ * a negative number that is shorter than 21 bytes. Zero is 80; a positive
+ * number has exponent byte 193 + e (e the base-100 exponent of the first
+ * digit, -64..62) and digit bytes d + 1; a negative number has the complement
+ * 255 - (193 + e) and digit bytes 101 - d. Positive infinity is FF 65,
+ * negative infinity 00. First and last digits are never zero. Comparing two
+ * numbers as unsigned byte strings (shorter prefix first) gives their
+ * numeric order, so numbers can be stored and indexed as plain bytes.
+ *
+ * Conventions shared by every function below:
+ *  - An input number is (pointer, length); a length of 0 means that the first
+ *    byte is the length and the number follows it ("length-prefixed").
+ *  - An output number is (pointer, length pointer); with a null length
+ *    pointer the result is written length-prefixed and the destination needs
+ *    LNX_BUFSIZE (22) bytes; otherwise the number is written from the first
+ *    byte (up to LNX_MAXLEN = 21 bytes) and its length stored through the
+ *    pointer.
+ *  - Outputs may overlap inputs in any way; every function reads all of its
+ *    inputs before it writes.
+ *  - Arithmetic does not validate its inputs: bytes from outside go through
+ *    lnxchk first. Results are always well formed. Arithmetic never fails:
+ *    results are rounded half away from zero to 20 base-100 digits, overflow
+ *    gives the infinity of the result's sign and underflow gives zero.
+ *  - All functions are pure (no state, no allocation) and thread-safe.
+ */
+#ifndef LNX_H
+#define LNX_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "kelapi.h"
+
+KEL_BEGIN_DECLS
+
+#define LNX_MAXLEN 21  /* longest number in bytes */
+#define LNX_BUFSIZE 22 /* length-prefixed buffer for any number */
+
+/* ------------------------------------------------------------ validation */
+
+/* 1 when (num, len) is a well-formed number, 0 otherwise (also for a null
+ * pointer and for a length-prefixed number whose length byte is 0). */
+KELAPI int32_t lnxchk(const uint8_t *num, size_t len);
+
+/* Numeric comparison, done on the bytes: negative, zero or positive as a is
+ * below, equal to or above b. Infinities order outside every finite value. */
+KELAPI int32_t lnxcmp(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen);
+
+/* -1 for a negative number (negative infinity included), 0 for zero, 1 for a
+ * positive one. */
+KELAPI int32_t lnxsgn(const uint8_t *num, size_t len);
+
+/* 1 the value is an integer (zero included), 2 it has a fractional part,
+ * 3 positive infinity, 4 negative infinity. */
+KELAPI int32_t lnxint(const uint8_t *num, size_t len);
+
+/* ------------------------------------------------------------ unary */
+
+/* |in|: negative infinity becomes positive infinity. */
+KELAPI void lnxabs(const uint8_t *in, size_t inlen, uint8_t *out, size_t *outlen);
+
+/* -in: zero stays zero, the infinities swap. */
+KELAPI void lnxneg(const uint8_t *in, size_t inlen, uint8_t *out, size_t *outlen);
+
+/* Copies a number, possibly between the two length conventions. */
+KELAPI void lnxcopy(const uint8_t *in, size_t inlen, uint8_t *out, size_t *outlen);
+
+/* ------------------------------------------------------------ arithmetic */
+
+/* a + b. An infinite first operand gives its own infinity whatever b is
+ * (so +inf + -inf is +inf); otherwise an infinite b gives its infinity. */
+KELAPI void lnxadd(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen,
+                   uint8_t *out, size_t *outlen);
+
+/* a - b. Infinite a gives a's infinity, except that +inf - +inf is zero;
+ * otherwise an infinite b gives the opposite of b's infinity. */
+KELAPI void lnxsub(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen,
+                   uint8_t *out, size_t *outlen);
+
+/* a * b. A zero operand gives zero (zero times infinity is zero); otherwise
+ * an infinite operand gives the infinity of the product's sign. */
+KELAPI void lnxmul(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen,
+                   uint8_t *out, size_t *outlen);
+
+/* a / b, rounded half away from zero to 20 base-100 digits. Special values,
+ * checked in this order:
+ *  - a zero dividend gives zero, whatever the divisor (0 / 0 is 0);
+ *  - an infinite dividend gives the infinity of the quotient's sign (a zero
+ *    divisor counts as positive);
+ *  - a zero divisor gives the infinity of the dividend's sign;
+ *  - an infinite divisor (finite non-zero dividend) gives zero. */
+KELAPI void lnxdiv(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen,
+                   uint8_t *out, size_t *outlen);
+
+/* Rounds half away from zero to `places` decimal places (negative: to the
+ * left of the point, -2 rounds to hundreds). Infinities are unchanged; a
+ * carry beyond the largest exponent gives infinity. */
+KELAPI void lnxrou(const uint8_t *in, size_t inlen, uint8_t *out, size_t *outlen,
+                   int32_t places);
+
+/* Truncates toward zero to `places` decimal places (negative as in lnxrou). */
+KELAPI void lnxtru(const uint8_t *in, size_t inlen, uint8_t *out, size_t *outlen,
+                   int32_t places);
+
+/* Floor (largest integer not above) and ceiling (smallest integer not below).
+ * Infinities are unchanged. */
+KELAPI void lnxflo(const uint8_t *in, size_t inlen, uint8_t *out, size_t *outlen);
+KELAPI void lnxcei(const uint8_t *in, size_t inlen, uint8_t *out, size_t *outlen);
+
+/* In place: adds (lnxinc) or subtracts (lnxdec) 1. They serve counters and
+ * work on values from 1 to below 10^38; lnxinc sets any other value (zero,
+ * fractions below 1, negatives, infinities, 10^38 and above) to 1, lnxdec
+ * sets it to 0. `len` null: the number is length-prefixed in `num` (22-byte
+ * buffer); otherwise *len is its length on entry and receives the new one. */
+KELAPI void lnxinc(uint8_t *num, size_t *len);
+KELAPI void lnxdec(uint8_t *num, size_t *len);
+
+/* in * 10^shift, exact when it fits; rounded to 20 base-100 digits when the
+ * shift moves the digits across a base-100 boundary and they no longer fit;
+ * overflow gives infinity, underflow zero. Infinities are unchanged. */
+KELAPI void lnxshift(const uint8_t *in, size_t inlen, int32_t shift, uint8_t *out,
+                     size_t *outlen);
+
+/* Fits a number to a column of `precision` significant decimal digits with
+ * `scale` digits after the point (scale may be negative or above precision):
+ * the value is rounded half away from zero to `scale` places and written.
+ * Result 0 when the rounded value fits (|value| < 10^(precision - scale)),
+ * 1 when it does not (the rounded value is still written), 2 for an infinite
+ * input (copied) and 3 for a precision outside 1..38 (nothing written). */
+KELAPI int32_t lnxsca(const uint8_t *in, size_t inlen, int32_t precision, int32_t scale,
+                      uint8_t *out, size_t *outlen);
+
+/* a modulo b with the sign of a: a - b * trunc(a / b), computed exactly and
+ * then rounded to 20 base-100 digits. b = 0 gives a; an infinite a gives
+ * zero; an infinite b with a finite a gives a. */
+KELAPI void lnxmod(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen,
+                   uint8_t *out, size_t *outlen);
+
+/* Remainder to the nearest multiple: a - b * n where n is a / b rounded to the
+ * nearest integer, ties to even (the IEEE remainder), so |result| <= |b| / 2.
+ * Special values as lnxmod. */
+KELAPI void lnxrem(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen,
+                   uint8_t *out, size_t *outlen);
+
+/* Sum of `count` numbers, computed exactly and rounded once (so the order of
+ * the operands does not matter). nums[i] with length lens[i] (0: length-
+ * prefixed); lens may be null when every number is length-prefixed. No
+ * operands give zero. Infinities: the first infinite operand decides. */
+KELAPI void lnxsum(const uint8_t *const *nums, const size_t *lens, size_t count,
+                   uint8_t *out, size_t *outlen);
+
+/* As lnxsum over a vector of length-prefixed numbers laid out every `stride`
+ * bytes from `base` (stride 22 for an array of LNX_BUFSIZE buffers). */
+KELAPI void lnxvsum(const uint8_t *base, size_t stride, size_t count, uint8_t *out,
+                    size_t *outlen);
+
+/* ------------------------------------------------------------ constants */
+
+/* Read-only length-prefixed constants, rounded half up to 20 base-100
+ * digits: 0, 1, 10, -1, pi, e and ln 10. */
+KELAPI const uint8_t *lnxqgtzero(void);
+KELAPI const uint8_t *lnxqgtone(void);
+KELAPI const uint8_t *lnxqgtten(void);
+KELAPI const uint8_t *lnxqgtneg1(void);
+KELAPI const uint8_t *lnxqgtpi(void);
+KELAPI const uint8_t *lnxqgte(void);
+KELAPI const uint8_t *lnxqgtln10(void);
+
+/* ------------------------------------------------------------ text */
+
+#define LNX_TEXT_PLAIN 0    /* positional, exact: "-123.45", "0.001" */
+#define LNX_TEXT_SHORTEST 1 /* the shorter of plain and "1.2345E+130" */
+#define LNX_TEXT_FIXED 2    /* rounded to `places`, exactly that many decimals */
+#define LNX_TEXT_MAX 176    /* buffer enough for the plain and shortest forms */
+
+/* Writes the text of a number in ASCII, without a terminating NUL, to buf
+ * (capacity bufsize) and stores its length in *textlen. Infinities are
+ * "Infinity" and "-Infinity", zero is "0" (fixed form: "0.00" etc.). Every
+ * text except the infinities parses back (lnxcpn) to the same number; the
+ * fixed form gives the rounded value. `places` is read by the fixed form only
+ * (negative rounds to the left of the point and prints no decimals).
+ * Returns 0, or -1 for an unknown form or a buffer too small (then *textlen
+ * is 0 and buf holds nothing useful). */
+KELAPI int32_t lnxn2t(const uint8_t *num, size_t len, int32_t form, int32_t places,
+                      char *buf, size_t bufsize, size_t *textlen);
+
+KEL_END_DECLS
+
+#endif /* LNX_H */

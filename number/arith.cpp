@@ -1,0 +1,315 @@
+// arith.cpp - addition, subtraction, multiplication and division.
+//
+// Each operation forms a digit string that holds the exact result (addition
+// and multiplication) or enough of it (division keeps at least 23 base-100
+// digits of the truncated quotient, so the 21st digit that decides the
+// rounding is exact), and leaves rounding, overflow and underflow to
+// `encode`. Multiplication and division work in base-10000 limbs, two
+// base-100 digits each, to halve the inner loops.
+#include <cstring>
+#include <utility>
+
+#include "lnx.h"
+#include "number/lnx_impl.h"
+
+namespace lnx_internal {
+
+namespace {
+
+// Compares magnitudes of two finite numbers.
+int cmp_mag(const Num &a, const Num &b) {
+  if (a.exp != b.exp) return a.exp > b.exp ? 1 : -1;
+  int n = a.n < b.n ? a.n : b.n;
+  for (int i = 0; i < n; ++i)
+    if (a.d[i] != b.d[i]) return a.d[i] > b.d[i] ? 1 : -1;
+  return (a.n > b.n) - (a.n < b.n);
+}
+
+// Splits base-100 digits into base-10000 limbs, most significant first; the
+// last limb is padded with a zero digit when the count is odd.
+inline int to_limbs(const Num &x, uint32_t *l) {
+  int k = (x.n + 1) / 2;
+  for (int j = 0; j < k; ++j) {
+    uint32_t lo = (2 * j + 1 < x.n) ? x.d[2 * j + 1] : 0;
+    l[j] = x.d[2 * j] * 100u + lo;
+  }
+  return k;
+}
+
+}  // namespace
+
+void add_num(const Num &a, const Num &b_in, bool subtract, uint8_t *out, size_t *outlen) {
+  // Infinities first: the first operand's infinity wins, with the one kept
+  // exception that +inf - +inf is zero.
+  if (a.kind == Kind::PosInf || a.kind == Kind::NegInf) {
+    if (subtract && a.kind == Kind::PosInf && b_in.kind == Kind::PosInf)
+      emit_zero(out, outlen);
+    else
+      emit_inf(a.kind == Kind::NegInf, out, outlen);
+    return;
+  }
+  if (b_in.kind == Kind::PosInf || b_in.kind == Kind::NegInf) {
+    emit_inf((b_in.kind == Kind::NegInf) != subtract, out, outlen);
+    return;
+  }
+  if (a.kind == Kind::Zero) {
+    if (b_in.kind == Kind::Zero) {
+      emit_zero(out, outlen);
+      return;
+    }
+    Num b = b_in;
+    b.neg = b.neg != subtract;
+    encode_num(b, out, outlen);
+    return;
+  }
+  if (b_in.kind == Kind::Zero) {
+    encode_num(a, out, outlen);
+    return;
+  }
+
+  const Num *x = &a, *y = &b_in;
+  bool xneg = a.neg, yneg = b_in.neg != subtract;
+  if (x->exp < y->exp) {
+    std::swap(x, y);
+    std::swap(xneg, yneg);
+  }
+  // An operand more than 24 base-100 places below the other can only affect
+  // the rounding digit through a borrow, so it is replaced by one unit at
+  // place 24: the first 22 digits of the result, and so its rounding, stay
+  // the same, and the work area stays small.
+  Num sticky;
+  int diff = x->exp - y->exp;
+  if (diff > 24) {
+    sticky.kind = Kind::Finite;
+    sticky.neg = y->neg;
+    sticky.exp = x->exp - 24;
+    sticky.n = 1;
+    sticky.d[0] = 1;
+    y = &sticky;
+    diff = 24;
+  }
+  bool resneg = xneg;
+  if (xneg != yneg) {
+    int c = cmp_mag(*x, *y);
+    if (c == 0) {
+      emit_zero(out, outlen);
+      return;
+    }
+    if (c < 0) {
+      std::swap(x, y);
+      resneg = yneg;
+      diff = 0;  // equal exponents when the second is larger
+    }
+  }
+  // w[0] is the carry place at exponent x->exp + 1.
+  uint8_t w[48];
+  int L = 1 + (x->n > diff + y->n ? x->n : diff + y->n);
+  std::memset(w, 0, static_cast<size_t>(L));
+  std::memcpy(w + 1, x->d, static_cast<size_t>(x->n));
+  if (xneg == yneg) {
+    int carry = 0;
+    int i = diff + y->n;
+    for (int j = y->n - 1; j >= 0; --j, --i) {
+      int s = w[i] + y->d[j] + carry;
+      carry = s >= 100;
+      w[i] = static_cast<uint8_t>(carry ? s - 100 : s);
+    }
+    while (carry) {
+      int s = w[i] + 1;
+      carry = s >= 100;
+      w[i--] = static_cast<uint8_t>(carry ? 0 : s);
+    }
+  } else {
+    int borrow = 0;
+    int i = diff + y->n;
+    for (int j = y->n - 1; j >= 0; --j, --i) {
+      int s = w[i] - y->d[j] - borrow;
+      borrow = s < 0;
+      w[i] = static_cast<uint8_t>(borrow ? s + 100 : s);
+    }
+    while (borrow) {
+      int s = w[i] - 1;
+      borrow = s < 0;
+      w[i--] = static_cast<uint8_t>(borrow ? 99 : s);
+    }
+  }
+  encode(resneg, x->exp + 1, w, L, out, outlen);
+}
+
+namespace {
+
+void mul_num(const Num &a, const Num &b, uint8_t *out, size_t *outlen) {
+  if (a.kind == Kind::Zero || b.kind == Kind::Zero) {
+    emit_zero(out, outlen);
+    return;
+  }
+  const bool aneg = a.kind == Kind::NegInf || (a.kind == Kind::Finite && a.neg);
+  const bool bneg = b.kind == Kind::NegInf || (b.kind == Kind::Finite && b.neg);
+  if (a.kind != Kind::Finite || b.kind != Kind::Finite) {
+    emit_inf(aneg != bneg, out, outlen);
+    return;
+  }
+  uint32_t la[10], lb[10];
+  int ka = to_limbs(a, la), kb = to_limbs(b, lb);
+  uint64_t col[21] = {};
+  for (int i = 0; i < ka; ++i) {
+    const uint64_t ai = la[i];
+    for (int j = 0; j < kb; ++j) col[i + j + 1] += ai * lb[j];
+  }
+  int K = ka + kb;
+  uint8_t d[42];
+  uint64_t carry = 0;
+  for (int m = K - 1; m >= 0; --m) {
+    uint64_t v = col[m] + carry;
+    carry = v / 10000;
+    uint32_t limb = static_cast<uint32_t>(v - carry * 10000);
+    d[2 * m] = static_cast<uint8_t>(limb / 100);
+    d[2 * m + 1] = static_cast<uint8_t>(limb % 100);
+  }
+  encode(aneg != bneg, a.exp + b.exp + 1, d, 2 * K, out, outlen);
+}
+
+// Knuth's long division in base 10000 on little-endian limbs: q = u / v,
+// u has m + n limbs (plus room for one more), v has n >= 2 limbs with a
+// non-zero top limb. u and v are modified.
+void knuth_div(uint32_t *u, int m, uint32_t *v, int n, uint32_t *q) {
+  constexpr int64_t B = 10000;
+  const uint32_t f = static_cast<uint32_t>(B / (v[n - 1] + 1));
+  if (f > 1) {
+    uint32_t c = 0;
+    for (int i = 0; i < m + n; ++i) {
+      uint32_t t = u[i] * f + c;
+      u[i] = t % B;
+      c = t / B;
+    }
+    u[m + n] = c;
+    c = 0;
+    for (int i = 0; i < n; ++i) {
+      uint32_t t = v[i] * f + c;
+      v[i] = t % B;
+      c = t / B;
+    }
+  } else {
+    u[m + n] = 0;
+  }
+  const int64_t v1 = v[n - 1], v2 = v[n - 2];
+  for (int j = m; j >= 0; --j) {
+    int64_t num = u[j + n] * B + u[j + n - 1];
+    int64_t qhat = num / v1, rhat = num % v1;
+    while (qhat >= B || qhat * v2 > B * rhat + u[j + n - 2]) {
+      --qhat;
+      rhat += v1;
+      if (rhat >= B) break;
+    }
+    int64_t borrow = 0, carry = 0;
+    for (int i = 0; i < n; ++i) {
+      int64_t p = qhat * v[i] + carry;
+      carry = p / B;
+      int64_t t = u[i + j] - (p - carry * B) - borrow;
+      borrow = t < 0;
+      u[i + j] = static_cast<uint32_t>(borrow ? t + B : t);
+    }
+    int64_t t = u[j + n] - carry - borrow;
+    if (t < 0) {
+      u[j + n] = static_cast<uint32_t>(t + B);
+      --qhat;
+      uint32_t c = 0;
+      for (int i = 0; i < n; ++i) {
+        uint32_t s = u[i + j] + v[i] + c;
+        c = s >= B;
+        u[i + j] = c ? s - B : s;
+      }
+      u[j + n] = static_cast<uint32_t>((u[j + n] + c) % B);
+    } else {
+      u[j + n] = static_cast<uint32_t>(t);
+    }
+    q[j] = static_cast<uint32_t>(qhat);
+  }
+}
+
+void div_num(const Num &a, const Num &b, uint8_t *out, size_t *outlen) {
+  if (a.kind == Kind::Zero) {
+    emit_zero(out, outlen);
+    return;
+  }
+  const bool aneg = a.kind == Kind::NegInf || (a.kind == Kind::Finite && a.neg);
+  const bool bneg = b.kind == Kind::NegInf || (b.kind == Kind::Finite && b.neg);
+  if (a.kind != Kind::Finite) {
+    emit_inf(aneg != bneg, out, outlen);
+    return;
+  }
+  if (b.kind == Kind::Zero) {
+    emit_inf(aneg, out, outlen);
+    return;
+  }
+  if (b.kind != Kind::Finite) {
+    emit_zero(out, outlen);
+    return;
+  }
+  uint32_t la[10], lb[10];
+  int ka = to_limbs(a, la), kb = to_limbs(b, lb);
+  // u = A * 10000^k with k chosen so that the quotient has 13 limbs.
+  constexpr int M = 12;
+  const int k = kb - ka + M;
+  uint32_t u[24] = {}, v[10], q[M + 1];
+  for (int t = 0; t < ka; ++t) u[k + t] = la[ka - 1 - t];
+  for (int t = 0; t < kb; ++t) v[t] = lb[kb - 1 - t];
+  if (kb == 1) {
+    uint32_t r = 0;
+    for (int j = M; j >= 0; --j) {
+      uint32_t cur = r * 10000 + u[j];
+      q[j] = cur / v[0];
+      r = cur % v[0];
+    }
+  } else {
+    knuth_div(u, M, v, kb, q);
+  }
+  uint8_t d[2 * (M + 1)];
+  for (int i = 0; i <= M; ++i) {
+    uint32_t limb = q[M - i];
+    d[2 * i] = static_cast<uint8_t>(limb / 100);
+    d[2 * i + 1] = static_cast<uint8_t>(limb % 100);
+  }
+  encode(aneg != bneg, a.exp - b.exp + 1, d, 2 * (M + 1), out, outlen);
+}
+
+}  // namespace
+}  // namespace lnx_internal
+
+using namespace lnx_internal;
+
+extern "C" {
+
+KELAPI void lnxadd(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
+                   size_t *outlen) {
+  Num x, y;
+  decode_arg(a, alen, x);
+  decode_arg(b, blen, y);
+  add_num(x, y, false, out, outlen);
+}
+
+KELAPI void lnxsub(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
+                   size_t *outlen) {
+  Num x, y;
+  decode_arg(a, alen, x);
+  decode_arg(b, blen, y);
+  add_num(x, y, true, out, outlen);
+}
+
+KELAPI void lnxmul(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
+                   size_t *outlen) {
+  Num x, y;
+  decode_arg(a, alen, x);
+  decode_arg(b, blen, y);
+  mul_num(x, y, out, outlen);
+}
+
+KELAPI void lnxdiv(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
+                   size_t *outlen) {
+  Num x, y;
+  decode_arg(a, alen, x);
+  decode_arg(b, blen, y);
+  div_num(x, y, out, outlen);
+}
+
+}  // extern "C"
