@@ -136,43 +136,11 @@ void add_num(const Num &a, const Num &b_in, bool subtract, uint8_t *out, size_t 
   encode(resneg, x->exp + 1, w, L, out, outlen);
 }
 
-namespace {
-
-void mul_num(const Num &a, const Num &b, uint8_t *out, size_t *outlen) {
-  if (a.kind == Kind::Zero || b.kind == Kind::Zero) {
-    emit_zero(out, outlen);
-    return;
-  }
-  const bool aneg = a.kind == Kind::NegInf || (a.kind == Kind::Finite && a.neg);
-  const bool bneg = b.kind == Kind::NegInf || (b.kind == Kind::Finite && b.neg);
-  if (a.kind != Kind::Finite || b.kind != Kind::Finite) {
-    emit_inf(aneg != bneg, out, outlen);
-    return;
-  }
-  uint32_t la[10], lb[10];
-  int ka = to_limbs(a, la), kb = to_limbs(b, lb);
-  uint64_t col[21] = {};
-  for (int i = 0; i < ka; ++i) {
-    const uint64_t ai = la[i];
-    for (int j = 0; j < kb; ++j) col[i + j + 1] += ai * lb[j];
-  }
-  int K = ka + kb;
-  uint8_t d[42];
-  uint64_t carry = 0;
-  for (int m = K - 1; m >= 0; --m) {
-    uint64_t v = col[m] + carry;
-    carry = v / 10000;
-    uint32_t limb = static_cast<uint32_t>(v - carry * 10000);
-    d[2 * m] = static_cast<uint8_t>(limb / 100);
-    d[2 * m + 1] = static_cast<uint8_t>(limb % 100);
-  }
-  encode(aneg != bneg, a.exp + b.exp + 1, d, 2 * K, out, outlen);
-}
-
 // Knuth's long division in base 10000 on little-endian limbs: q = u / v,
 // u has m + n limbs (plus room for one more), v has n >= 2 limbs with a
-// non-zero top limb. u and v are modified.
-void knuth_div(uint32_t *u, int m, uint32_t *v, int n, uint32_t *q) {
+// non-zero top limb. u and v are modified; the remainder is left in
+// u[0..n) multiplied by the returned normalising factor.
+uint32_t knuth_div(uint32_t *u, int m, uint32_t *v, int n, uint32_t *q) {
   constexpr int64_t B = 10000;
   const uint32_t f = static_cast<uint32_t>(B / (v[n - 1] + 1));
   if (f > 1) {
@@ -225,6 +193,40 @@ void knuth_div(uint32_t *u, int m, uint32_t *v, int n, uint32_t *q) {
     }
     q[j] = static_cast<uint32_t>(qhat);
   }
+  return f;
+}
+
+namespace {
+
+void mul_num(const Num &a, const Num &b, uint8_t *out, size_t *outlen) {
+  if (a.kind == Kind::Zero || b.kind == Kind::Zero) {
+    emit_zero(out, outlen);
+    return;
+  }
+  const bool aneg = a.kind == Kind::NegInf || (a.kind == Kind::Finite && a.neg);
+  const bool bneg = b.kind == Kind::NegInf || (b.kind == Kind::Finite && b.neg);
+  if (a.kind != Kind::Finite || b.kind != Kind::Finite) {
+    emit_inf(aneg != bneg, out, outlen);
+    return;
+  }
+  uint32_t la[10], lb[10];
+  int ka = to_limbs(a, la), kb = to_limbs(b, lb);
+  uint64_t col[21] = {};
+  for (int i = 0; i < ka; ++i) {
+    const uint64_t ai = la[i];
+    for (int j = 0; j < kb; ++j) col[i + j + 1] += ai * lb[j];
+  }
+  int K = ka + kb;
+  uint8_t d[42];
+  uint64_t carry = 0;
+  for (int m = K - 1; m >= 0; --m) {
+    uint64_t v = col[m] + carry;
+    carry = v / 10000;
+    uint32_t limb = static_cast<uint32_t>(v - carry * 10000);
+    d[2 * m] = static_cast<uint8_t>(limb / 100);
+    d[2 * m + 1] = static_cast<uint8_t>(limb % 100);
+  }
+  encode(aneg != bneg, a.exp + b.exp + 1, d, 2 * K, out, outlen);
 }
 
 void div_num(const Num &a, const Num &b, uint8_t *out, size_t *outlen) {

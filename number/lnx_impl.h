@@ -130,6 +130,12 @@ void add_num(const Num &a, const Num &b, bool subtract, uint8_t *out, size_t *ou
 // Round (truncate == false) or truncate to `places` decimal places.
 void round_num(const Num &x, int32_t places, bool truncate, uint8_t *out, size_t *outlen);
 
+// Long division in base 10000 on little-endian limbs: q[0..m] = u / v where
+// u has m + n limbs (and room for one more), v has n >= 2 limbs with a
+// non-zero top one. The remainder is left in u[0..n), multiplied by the
+// returned factor. u and v are modified.
+uint32_t knuth_div(uint32_t *u, int m, uint32_t *v, int n, uint32_t *q);
+
 }  // namespace lnx_internal
 
 #endif

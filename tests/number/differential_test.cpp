@@ -116,3 +116,77 @@ TEST(NumberDifferential, CompareMatchesNumericOrder) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(NumberDifferential, ModRemSumScale) {
+  Gen g(1234);
+  std::vector<std::string> lines;
+  for (int i = 0; i < 20000; ++i) {
+    Bytes a = g.any();
+    Bytes b = (i % 4 == 0) ? g.any() : g.near(a);
+    if (i % 5 == 0) b = g.finite(g.uni(-3, 3));
+    lines.push_back(bin_case(i % 2 ? "mod" : "rem", i % 2 ? lnxmod : lnxrem, a, b, i));
+    Bytes out = hexbytes(lines.back().substr(lines.back().rfind(' ') + 1));
+    ASSERT_EQ(lnxchk(out.data(), out.size()), 1) << lines.back();
+  }
+  for (int i = 0; i < 4000; ++i) {
+    int n = g.uni(0, 12);
+    std::vector<Bytes> v;
+    Bytes first = g.any();
+    for (int k = 0; k < n; ++k) v.push_back(k == 0 ? first : (g.uni(0, 30) == 0 ? g.any() : g.near(first)));
+    if (n >= 2 && i % 3 == 0) {  // a cancelling pair
+      uint8_t t[22];
+      size_t tl;
+      lnxneg(v[0].data(), v[0].size(), t, &tl);
+      v[1].assign(t, t + tl);
+    }
+    uint8_t out[22];
+    size_t ol;
+    std::string line = "sum " + std::to_string(n);
+    if (i % 2 == 0) {
+      std::vector<const uint8_t *> p;
+      std::vector<size_t> l;
+      for (auto &x : v) p.push_back(x.data()), l.push_back(x.size());
+      lnxsum(p.data(), l.data(), v.size(), out, &ol);
+    } else {
+      std::vector<uint8_t> vec(v.size() * 22);
+      for (size_t k = 0; k < v.size(); ++k) {
+        vec[k * 22] = static_cast<uint8_t>(v[k].size());
+        std::copy(v[k].begin(), v[k].end(), vec.begin() + static_cast<long>(k * 22 + 1));
+      }
+      lnxvsum(vec.data(), 22, v.size(), out, &ol);
+    }
+    for (auto &x : v) line += " " + hex(x);
+    lines.push_back(line + " " + hex(out, ol));
+    ASSERT_EQ(lnxchk(out, ol), 1) << lines.back();
+  }
+  for (int i = 0; i < 10000; ++i) {
+    Bytes a = g.uni(0, 3) ? g.finite(g.uni(-10, 10)) : g.any();
+    int p = g.uni(1, 38), s = g.uni(-10, 40);
+    uint8_t out[22];
+    size_t ol;
+    int st = lnxsca(a.data(), a.size(), p, s, out, &ol);
+    lines.push_back("sca " + hex(a) + " " + std::to_string(p) + " " + std::to_string(s) + " " +
+                    std::to_string(st) + " " + hex(out, ol));
+  }
+  expect_oracle("modsum", lines);
+}
+
+TEST(NumberDifferential, TextFormsParseBackExactly) {
+  Gen g(4321);
+  std::vector<std::string> lines;
+  for (int i = 0; i < 30000; ++i) {
+    Bytes a = g.any();
+    int form = i % 3;
+    int places = g.uni(-45, 45);
+    char buf[300];
+    size_t tl = 0;
+    ASSERT_EQ(lnxn2t(a.data(), a.size(), form, places, buf, sizeof buf, &tl), 0) << hex(a);
+    lines.push_back("text " + hex(a) + " " + std::to_string(form) + " " + std::to_string(places) + " " +
+                    hex(reinterpret_cast<uint8_t *>(buf), tl));
+  }
+  expect_oracle("text", lines);
+}
+
+}  // namespace
