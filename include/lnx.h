@@ -191,6 +191,45 @@ KELAPI const uint8_t *lnxqgtln10(void);
 KELAPI int32_t lnxn2t(const uint8_t *num, size_t len, int32_t form, int32_t places,
                       char *buf, size_t bufsize, size_t *textlen);
 
+/* ------------------------------------------------------------ parsing */
+
+/* Parses a decimal literal: blanks, an optional sign, digits with an
+ * optional decimal character and fraction, an optional exponent ("e" or "E",
+ * optional sign, digits; an "e" without digits ends the literal before it)
+ * and trailing blanks.
+ *  text, textlen   the literal; textlen 0 means the first byte is its length.
+ *  out, outlen     the result number in the output convention; a null `out`
+ *                  uses a per-thread scratch buffer (valid until the thread's
+ *                  next parse).
+ *  precgiven, precision, scalegiven, scale
+ *                  with either flag set the value is rounded half up to
+ *                  `scale` decimal places (0 when not given; negative rounds
+ *                  left of the point) and must need at most `precision`
+ *                  significant digits (unlimited when not given); a value
+ *                  that needs more is still produced, but *consumed is 0.
+ *  consumed        receives the characters consumed (in the caller's units:
+ *                  bytes, or bytes of two-byte Unicode text); 0 for text
+ *                  without digits and on a precision violation. May be null.
+ *  nlshandle       territory settings: the decimal character and the
+ *                  character set (ASCII-based, EBCDIC or two-byte Unicode);
+ *                  null means ASCII with ".".
+ * Without limits, up to 40 significant digits are kept (39 when the first
+ * digit stands at an even power of ten), rounded half up on the next one.
+ * Results saturate: above 10^126 (in magnitude) to an infinity, below
+ * 10^-128 to zero. Returns the buffer holding the result, or null (with
+ * *consumed 0 and nothing written) when a handle is given whose language
+ * settings cannot be reached. Thread-safe. */
+KELAPI uint8_t *lnxcpn(const char *text, size_t textlen, uint8_t *out, size_t *outlen,
+                       uint8_t precgiven, uint32_t precision, uint8_t scalegiven, int32_t scale,
+                       size_t *consumed, void *nlshandle);
+
+/* As lnxcpn with the handle's NLS global context passed explicitly; a
+ * non-null handle with a null global context consumes nothing and returns
+ * null. */
+KELAPI uint8_t *lnxcpng(const char *text, size_t textlen, uint8_t *out, size_t *outlen,
+                        uint8_t precgiven, uint32_t precision, uint8_t scalegiven, int32_t scale,
+                        size_t *consumed, void *nlshandle, void *nlsglobal);
+
 KEL_END_DECLS
 
 #endif /* LNX_H */

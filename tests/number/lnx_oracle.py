@@ -17,6 +17,7 @@ from decimal import Decimal, ROUND_HALF_UP, ROUND_DOWN, ROUND_FLOOR, ROUND_CEILI
 CTX = decimal.Context(prec=600, Emax=decimal.MAX_EMAX, Emin=decimal.MIN_EMIN,
                       rounding=ROUND_HALF_UP, traps=[decimal.InvalidOperation, decimal.DivisionByZero])
 decimal.setcontext(CTX)
+DIG = '0123456789'
 PINF = 'PINF'
 NINF = 'NINF'
 
@@ -278,13 +279,13 @@ def parse_oracle(text, pflag, prec, sflag, scale):
         neg = text[i] == '-'
         i += 1
     intd = ''
-    while i < n and text[i].isdigit():
+    while i < n and text[i] in DIG:
         intd += text[i]
         i += 1
     frac = ''
     if i < n and text[i] == '.':
         i += 1
-        while i < n and text[i].isdigit():
+        while i < n and text[i] in DIG:
             frac += text[i]
             i += 1
     if not intd and not frac:
@@ -300,7 +301,7 @@ def parse_oracle(text, pflag, prec, sflag, scale):
             eneg = text[j] == '-'
             j += 1
         k = j
-        while k < n and text[k].isdigit():
+        while k < n and text[k] in DIG:
             k += 1
         if k > j:
             expdigits = text[j:k].lstrip('0')
@@ -333,13 +334,13 @@ def parse_oracle(text, pflag, prec, sflag, scale):
     else:
         P = None
         K = len(digits.rstrip('0'))
+    if P is not None and K > P:
+        consumed = 0
     cap = 40 if E % 2 else 39
     if K > cap:
         K = cap
     if K < 0 or (K == 0 and digits[0] < '5'):
         return Decimal(0), consumed
-    if P is not None and K > P:
-        consumed = 0
     kept = digits[:K]
     dropped = digits[K:K + 1]
     if dropped and dropped >= '5':
@@ -356,9 +357,10 @@ def parse_oracle(text, pflag, prec, sflag, scale):
     kept = kept.rstrip('0')
     if not kept:
         return Decimal(0), consumed
-    if not eneg and E > 125:
+    # Saturation: above 10^126 to an infinity, below 10^-128 to zero.
+    if E > 125:
         return (NINF if neg else PINF), consumed
-    if eneg and E < -130:
+    if E < -128:
         return Decimal(0), consumed
     v = Decimal(int(kept)).scaleb(E - len(kept) + 1)
     return (-v if neg else v), consumed
