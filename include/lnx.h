@@ -230,6 +230,85 @@ KELAPI uint8_t *lnxcpng(const char *text, size_t textlen, uint8_t *out, size_t *
                         uint8_t precgiven, uint32_t precision, uint8_t scalegiven, int32_t scale,
                         size_t *consumed, void *nlshandle, void *nlsglobal);
 
+/* ------------------------------------------------------------ native integers */
+
+/* Kinds of native integers for lnxmin and lnxsni. */
+#define LNX_UNSIGNED 0    /* sizes 1, 2, 4, 8 */
+#define LNX_NONNEG 1      /* signed source, non-negative target; sizes 1, 2, 4 */
+#define LNX_SIGNED 2      /* sizes 1, 2, 4, 8 */
+#define LNX_WRAP 0x8000   /* lnxsni flag: reduce out-of-range values modulo the width */
+
+/* Native integer at `src` (`size` bytes, native byte order, read as unsigned
+ * for LNX_UNSIGNED and as signed otherwise) to a number. Returns 0, or 3 for
+ * a size the kind does not allow (nothing written). Exact for every value. */
+KELAPI int32_t lnxmin(const void *src, size_t size, int32_t kind, uint8_t *out, size_t *outlen);
+
+/* Number to a native integer of `size` bytes at `dst`; the kind is the low
+ * seven bits of `flags`. Status:
+ *  0  stored exactly, or truncated toward zero (12.99 stores 12);
+ *  1  out of range: a negative number for the unsigned and non-negative
+ *     kinds stores 0; a magnitude above the kind's limit stores the limit
+ *     (the most negative value for negative signed input), or, with
+ *     LNX_WRAP, the integer part reduced modulo 2^(8 * size). The limit test
+ *     compares the whole magnitude, so 2147483647.5 is out of range for a
+ *     signed 4-byte integer (it still stores 2147483647). Infinities store
+ *     the limit in both modes;
+ *  2  magnitude below 1 (non-zero): stores 0;
+ *  3  a size the kind does not allow: nothing stored. */
+KELAPI int32_t lnxsni(const uint8_t *num, size_t len, void *dst, size_t size, uint32_t flags);
+
+/* Unsigned big-endian binary string of n bytes (leading zeros allowed, n = 0
+ * is zero) to a number. Returns 0, or 1 when the value is 10^40 or more and
+ * cannot be held exactly: positive infinity is written then. */
+KELAPI int32_t lnxr2n(const uint8_t *bytes, size_t n, uint8_t *out, size_t *outlen);
+
+/* The inverse of lnxr2n: writes a non-negative integer number as an unsigned
+ * big-endian integer filling all `outsize` bytes of `out` (zero bytes on the
+ * left; zero is all zero bytes). Returns 0; 1 for a negative, infinite or
+ * fractional number (out untouched); 2 when outsize is too small (out holds
+ * zeros). */
+KELAPI int32_t lnxn2r(const uint8_t *num, size_t len, uint8_t *out, size_t outsize);
+
+/* ------------------------------------------------------------ binary floating point */
+
+/* Correctly rounded decimal digits of a double: the first `ndigits` (1..40,
+ * clamped) significant digits rounded half to even, as ASCII without
+ * trailing zeros and NUL-terminated in `digits` (41 bytes), their count in
+ * *ndigout, and the decimal exponent of the first digit in *exp10 (the value
+ * is d1.d2d3... * 10^exp10). *negative receives the sign. Returns 0 for a
+ * finite non-zero value, 1 for zero (digits "0"), 2 for an infinity, 3 for a
+ * NaN (nothing written). Output pointers may be null. */
+KELAPI int32_t slfpdtoa(double value, int32_t ndigits, char *digits, int32_t *ndigout,
+                        int32_t *exp10, int32_t *negative);
+
+/* The nearest double (or float, rounded once from the exact value) to a
+ * number, ties to even; beyond the format's range the infinity of the sign,
+ * below it zero of the sign. Infinities map to infinities. */
+KELAPI double slfplnx2d(const uint8_t *num, size_t len);
+KELAPI float slfplnx2f(const uint8_t *num, size_t len);
+
+/* Double to number through its shortest-safe decimal form: the value rounded
+ * to `ndigits` significant digits (slfpdtoa) and read by the literal parser.
+ * slfpd2lnx uses 17 digits (every double comes back exactly through
+ * slfplnx2d); slfpf2lnx widens a float and uses 9. Zero gives 80, infinities
+ * FF 65 and 00. Returns 0, or 3 for a NaN (nothing written). `ctx` is the
+ * caller's context, unused for now and may be null. */
+KELAPI int32_t slfpd2lnxl(void *ctx, double value, int32_t ndigits, uint8_t *out, size_t *outlen);
+KELAPI int32_t slfpd2lnx(void *ctx, double value, uint8_t *out, size_t *outlen);
+KELAPI int32_t slfpf2lnx(void *ctx, float value, uint8_t *out, size_t *outlen);
+
+/* Canonical float forms: IEEE bits most significant byte first, with the top
+ * bit set for a positive sign and every bit complemented for a negative one,
+ * so that byte order is numeric order; negative zero is stored as positive
+ * zero and every NaN as FF F8 00.. (double) or FF C0 00 00 (float).
+ * lfpcd2lnx / lfpcf2lnx read 8 / 4 canonical bytes and convert as slfpd2lnx /
+ * slfpf2lnx (3 for a NaN). lfplnx2cd / lfplnx2cf write the canonical bytes of
+ * the nearest double / float to a number and return 0. */
+KELAPI int32_t lfpcd2lnx(void *ctx, const uint8_t *canon, uint8_t *out, size_t *outlen);
+KELAPI int32_t lfpcf2lnx(void *ctx, const uint8_t *canon, uint8_t *out, size_t *outlen);
+KELAPI int32_t lfplnx2cd(void *ctx, const uint8_t *num, size_t len, uint8_t *canon);
+KELAPI int32_t lfplnx2cf(void *ctx, const uint8_t *num, size_t len, uint8_t *canon);
+
 KEL_END_DECLS
 
 #endif /* LNX_H */

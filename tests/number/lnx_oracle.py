@@ -260,6 +260,17 @@ def main():
                 want = to_float_bits(a)
             if want != f[2]:
                 fail(line.strip(), want, f[2], bad)
+        elif op == 'int':
+            # int <decimal text> <result>
+            want = encode(Decimal(int(f[1])))
+            if want != f[2]:
+                fail(line.strip(), want, f[2], bad)
+        elif op == 'r2n':
+            # r2n <hex bytes or -> <status> <result>
+            v = int(f[1], 16) if f[1] != '-' else 0
+            st, want = (0, encode(Decimal(v))) if v < 10 ** 40 else (1, 'ff65')
+            if (st, want) != (int(f[2]), f[3]):
+                fail(line.strip(), (st, want), (f[2], f[3]), bad)
         else:
             bad.append('unknown op ' + op)
     for b in bad[:25]:
