@@ -309,6 +309,29 @@ KELAPI int32_t lfpcf2lnx(void *ctx, const uint8_t *canon, uint8_t *out, size_t *
 KELAPI int32_t lfplnx2cd(void *ctx, const uint8_t *num, size_t len, uint8_t *canon);
 KELAPI int32_t lfplnx2cf(void *ctx, const uint8_t *num, size_t len, uint8_t *canon);
 
+/* ------------------------------------------------------------ packed and zoned decimal */
+
+/* Packed decimal: `size` bytes (1..32) hold 2 * size - 1 decimal digits, two
+ * per byte, most significant first, and a sign in the last nibble (C for
+ * positive and zero, D for negative when writing; A, C, E, F positive and B,
+ * D negative when reading). Zoned decimal: `size` bytes (1..63), one digit
+ * per byte in the low nibble with zone F (3 is read as well), the last byte's
+ * zone holding the sign (C / D written; A, C, E, F, 3 positive and B, D
+ * negative read). Both carry an implied `scale`: the field holds the integer
+ * value * 10^scale.
+ *
+ * lnxn2pd / lnxn2zd round the number half away from zero to `scale` places
+ * and write the field. Returns 0; 1 when the digits do not fit (out
+ * unspecified); 2 for an infinity and 3 for an unsupported size (nothing
+ * written).
+ * lnxpd2n / lnxzd2n read a field into a number (more than 40 significant
+ * digits are rounded as by lnxcpn). Returns 0; 1 for an invalid digit, zone
+ * or sign (nothing written); 3 for an unsupported size. */
+KELAPI int32_t lnxn2pd(const uint8_t *num, size_t len, int32_t scale, uint8_t *out, size_t size);
+KELAPI int32_t lnxpd2n(const uint8_t *pd, size_t size, int32_t scale, uint8_t *out, size_t *outlen);
+KELAPI int32_t lnxn2zd(const uint8_t *num, size_t len, int32_t scale, uint8_t *out, size_t size);
+KELAPI int32_t lnxzd2n(const uint8_t *zd, size_t size, int32_t scale, uint8_t *out, size_t *outlen);
+
 KEL_END_DECLS
 
 #endif /* LNX_H */
