@@ -25,15 +25,24 @@ int cmp_mag(const Num &a, const Num &b) {
   return (a.n > b.n) - (a.n < b.n);
 }
 
-// Splits base-100 digits into base-10000 limbs, most significant first; the
-// last limb is padded with a zero digit when the count is odd.
-inline int to_limbs(const Num &x, uint32_t *l) {
-  int k = (x.n + 1) / 2;
+// Splits the digits into base-10^8 limbs of four digits, most significant
+// first; the digits beyond n are zero, so the last limb is padded.
+inline int to_limbs8(const Num &x, uint32_t *l) {
+  const int k = (x.n + 3) / 4;
   for (int j = 0; j < k; ++j) {
-    uint32_t lo = (2 * j + 1 < x.n) ? x.d[2 * j + 1] : 0;
-    l[j] = x.d[2 * j] * 100u + lo;
+    const uint8_t *p = x.d + 4 * j;
+    l[j] = ((p[0] * 100u + p[1]) * 100u + p[2]) * 100u + p[3];
   }
   return k;
+}
+
+// Four base-100 digits of a limb below 10^8.
+inline void split8(uint32_t v, uint8_t *d) {
+  const uint32_t hi = v / 10000, lo = v - hi * 10000;
+  d[0] = static_cast<uint8_t>(hi / 100);
+  d[1] = static_cast<uint8_t>(hi - d[0] * 100u);
+  d[2] = static_cast<uint8_t>(lo / 100);
+  d[3] = static_cast<uint8_t>(lo - d[2] * 100u);
 }
 
 }  // namespace
@@ -80,6 +89,7 @@ void add_num(const Num &a, const Num &b_in, bool subtract, uint8_t *out, size_t 
   Num sticky;
   int diff = x->exp - y->exp;
   if (diff > 24) {
+    std::memset(sticky.d, 0, sizeof sticky.d);
     sticky.kind = Kind::Finite;
     sticky.neg = y->neg;
     sticky.exp = x->exp - 24;
@@ -102,10 +112,9 @@ void add_num(const Num &a, const Num &b_in, bool subtract, uint8_t *out, size_t 
     }
   }
   // w[0] is the carry place at exponent x->exp + 1.
-  uint8_t w[48];
+  uint8_t w[48] = {};
   int L = 1 + (x->n > diff + y->n ? x->n : diff + y->n);
-  std::memset(w, 0, static_cast<size_t>(L));
-  std::memcpy(w + 1, x->d, static_cast<size_t>(x->n));
+  std::memcpy(w + 1, x->d, kMaxDigits);  // zero beyond x->n
   if (xneg == yneg) {
     int carry = 0;
     int i = diff + y->n;
@@ -136,26 +145,26 @@ void add_num(const Num &a, const Num &b_in, bool subtract, uint8_t *out, size_t 
   encode(resneg, x->exp + 1, w, L, out, outlen);
 }
 
-// Knuth's long division in base 10000 on little-endian limbs: q = u / v,
-// u has m + n limbs (plus room for one more), v has n >= 2 limbs with a
-// non-zero top limb. u and v are modified; the remainder is left in
+// Knuth's long division in base B (10000 or 10^8) on little-endian limbs:
+// q = u / v, u has m + n limbs (plus room for one more), v has n >= 2 limbs
+// with a non-zero top limb. u and v are modified; the remainder is left in
 // u[0..n) multiplied by the returned normalising factor.
+template <int64_t B>
 uint32_t knuth_div(uint32_t *u, int m, uint32_t *v, int n, uint32_t *q) {
-  constexpr int64_t B = 10000;
-  const uint32_t f = static_cast<uint32_t>(B / (v[n - 1] + 1));
+  const uint64_t f = static_cast<uint64_t>(B / (v[n - 1] + 1));
   if (f > 1) {
-    uint32_t c = 0;
+    uint64_t c = 0;
     for (int i = 0; i < m + n; ++i) {
-      uint32_t t = u[i] * f + c;
-      u[i] = t % B;
+      uint64_t t = u[i] * f + c;
       c = t / B;
+      u[i] = static_cast<uint32_t>(t - c * B);
     }
-    u[m + n] = c;
+    u[m + n] = static_cast<uint32_t>(c);
     c = 0;
     for (int i = 0; i < n; ++i) {
-      uint32_t t = v[i] * f + c;
-      v[i] = t % B;
+      uint64_t t = v[i] * f + c;
       c = t / B;
+      v[i] = static_cast<uint32_t>(t - c * B);
     }
   } else {
     u[m + n] = 0;
@@ -163,7 +172,7 @@ uint32_t knuth_div(uint32_t *u, int m, uint32_t *v, int n, uint32_t *q) {
   const int64_t v1 = v[n - 1], v2 = v[n - 2];
   for (int j = m; j >= 0; --j) {
     int64_t num = u[j + n] * B + u[j + n - 1];
-    int64_t qhat = num / v1, rhat = num % v1;
+    int64_t qhat = num / v1, rhat = num - qhat * v1;
     while (qhat >= B || qhat * v2 > B * rhat + u[j + n - 2]) {
       --qhat;
       rhat += v1;
@@ -181,11 +190,11 @@ uint32_t knuth_div(uint32_t *u, int m, uint32_t *v, int n, uint32_t *q) {
     if (t < 0) {
       u[j + n] = static_cast<uint32_t>(t + B);
       --qhat;
-      uint32_t c = 0;
+      uint64_t c = 0;
       for (int i = 0; i < n; ++i) {
-        uint32_t s = u[i + j] + v[i] + c;
-        c = s >= B;
-        u[i + j] = c ? s - B : s;
+        uint64_t s = static_cast<uint64_t>(u[i + j]) + v[i] + c;
+        c = s >= static_cast<uint64_t>(B);
+        u[i + j] = static_cast<uint32_t>(c ? s - B : s);
       }
       u[j + n] = static_cast<uint32_t>((u[j + n] + c) % B);
     } else {
@@ -193,8 +202,10 @@ uint32_t knuth_div(uint32_t *u, int m, uint32_t *v, int n, uint32_t *q) {
     }
     q[j] = static_cast<uint32_t>(qhat);
   }
-  return f;
+  return static_cast<uint32_t>(f);
 }
+template uint32_t knuth_div<10000>(uint32_t *, int, uint32_t *, int, uint32_t *);
+template uint32_t knuth_div<100000000>(uint32_t *, int, uint32_t *, int, uint32_t *);
 
 namespace {
 
@@ -209,24 +220,22 @@ void mul_num(const Num &a, const Num &b, uint8_t *out, size_t *outlen) {
     emit_inf(aneg != bneg, out, outlen);
     return;
   }
-  uint32_t la[10], lb[10];
-  int ka = to_limbs(a, la), kb = to_limbs(b, lb);
-  uint64_t col[21] = {};
-  for (int i = 0; i < ka; ++i) {
-    const uint64_t ai = la[i];
-    for (int j = 0; j < kb; ++j) col[i + j + 1] += ai * lb[j];
-  }
-  int K = ka + kb;
-  uint8_t d[42];
+  uint32_t la[5], lb[5];
+  const int ka = to_limbs8(a, la), kb = to_limbs8(b, lb);
+  // Product scanning in base 10^8: each column is summed in a register from
+  // the least significant end and carried into the next (five products of
+  // at most 10^16 each fit in 64 bits).
+  const int K = ka + kb;
+  uint8_t d[40];
   uint64_t carry = 0;
   for (int m = K - 1; m >= 0; --m) {
-    uint64_t v = col[m] + carry;
-    carry = v / 10000;
-    uint32_t limb = static_cast<uint32_t>(v - carry * 10000);
-    d[2 * m] = static_cast<uint8_t>(limb / 100);
-    d[2 * m + 1] = static_cast<uint8_t>(limb % 100);
+    uint64_t acc = carry;
+    const int lo = m - kb > 0 ? m - kb : 0, hi = m - 1 < ka - 1 ? m - 1 : ka - 1;
+    for (int i = lo; i <= hi; ++i) acc += static_cast<uint64_t>(la[i]) * lb[m - 1 - i];
+    carry = acc / 100000000;
+    split8(static_cast<uint32_t>(acc - carry * 100000000), d + 4 * m);
   }
-  encode(aneg != bneg, a.exp + b.exp + 1, d, 2 * K, out, outlen);
+  encode(aneg != bneg, a.exp + b.exp + 1, d, 4 * K, out, outlen);
 }
 
 void div_num(const Num &a, const Num &b, uint8_t *out, size_t *outlen) {
@@ -248,31 +257,28 @@ void div_num(const Num &a, const Num &b, uint8_t *out, size_t *outlen) {
     emit_zero(out, outlen);
     return;
   }
-  uint32_t la[10], lb[10];
-  int ka = to_limbs(a, la), kb = to_limbs(b, lb);
-  // u = A * 10000^k with k chosen so that the quotient has 13 limbs.
-  constexpr int M = 12;
+  uint32_t la[5], lb[5];
+  const int ka = to_limbs8(a, la), kb = to_limbs8(b, lb);
+  // u = A * (10^8)^k with k chosen so that the quotient has M + 1 limbs, at
+  // least 47 decimal digits: more than the 21 base-100 digits rounding needs.
+  constexpr int M = 6;
   const int k = kb - ka + M;
-  uint32_t u[24] = {}, v[10], q[M + 1];
+  uint32_t u[M + 5 + 1] = {}, v[5], q[M + 1];
   for (int t = 0; t < ka; ++t) u[k + t] = la[ka - 1 - t];
   for (int t = 0; t < kb; ++t) v[t] = lb[kb - 1 - t];
   if (kb == 1) {
-    uint32_t r = 0;
+    uint64_t r = 0;
     for (int j = M; j >= 0; --j) {
-      uint32_t cur = r * 10000 + u[j];
-      q[j] = cur / v[0];
-      r = cur % v[0];
+      uint64_t cur = r * 100000000 + u[j];
+      q[j] = static_cast<uint32_t>(cur / v[0]);
+      r = cur - static_cast<uint64_t>(q[j]) * v[0];
     }
   } else {
-    knuth_div(u, M, v, kb, q);
+    knuth_div<100000000>(u, M, v, kb, q);
   }
-  uint8_t d[2 * (M + 1)];
-  for (int i = 0; i <= M; ++i) {
-    uint32_t limb = q[M - i];
-    d[2 * i] = static_cast<uint8_t>(limb / 100);
-    d[2 * i + 1] = static_cast<uint8_t>(limb % 100);
-  }
-  encode(aneg != bneg, a.exp - b.exp + 1, d, 2 * (M + 1), out, outlen);
+  uint8_t d[4 * (M + 1)];
+  for (int i = 0; i <= M; ++i) split8(q[M - i], d + 4 * i);
+  encode(aneg != bneg, a.exp - b.exp + 3, d, 4 * (M + 1), out, outlen);
 }
 
 }  // namespace

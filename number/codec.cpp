@@ -5,6 +5,7 @@
 namespace lnx_internal {
 
 void decode(const uint8_t *p, size_t len, Num &x) {
+  std::memset(x.d, 0, sizeof x.d);
   x.neg = false;
   x.exp = 0;
   x.n = 0;

@@ -132,7 +132,7 @@ void mod_num(const Num &a, const Num &b, bool nearest, uint8_t *out, size_t *out
   } else {
     uint32_t vv[96];
     std::memcpy(vv, v, sizeof vv);
-    uint32_t f = knuth_div(u, nu - nv, vv, nv, q);
+    uint32_t f = knuth_div<10000>(u, nu - nv, vv, nv, q);
     uint32_t rem = 0;
     for (int j = nv - 1; j >= 0; --j) {  // undo the normalising factor
       uint32_t cur = rem * 10000 + u[j];

@@ -40,7 +40,7 @@ struct Num {
   bool neg;          // sign of a finite number (and of NegInf)
   int exp;           // base-100 exponent of d[0]
   int n;             // number of digits, 1..20 for Finite
-  uint8_t d[kMaxDigits + 2];  // base-100 digits, most significant first
+  uint8_t d[kMaxDigits + 4];  // base-100 digits, most significant first; zero beyond n
 };
 
 // Resolves the length convention: a zero length means the first byte is the
@@ -64,16 +64,35 @@ inline void decode_arg(const uint8_t *p, size_t len, Num &out) {
 }
 
 // ---------------------------------------------------------------- encoding
+// Copies 0..24 bytes between buffers that do not overlap, with a few
+// fixed-size moves instead of a library call: numbers are short, and a call
+// per copy was a large share of an addition.
+inline void copy_short(uint8_t *dst, const uint8_t *src, size_t n) {
+  if (n >= 16) {
+    std::memcpy(dst, src, 16);
+    std::memcpy(dst + n - 8, src + n - 8, 8);
+  } else if (n >= 8) {
+    std::memcpy(dst, src, 8);
+    std::memcpy(dst + n - 8, src + n - 8, 8);
+  } else if (n >= 4) {
+    std::memcpy(dst, src, 4);
+    std::memcpy(dst + n - 4, src + n - 4, 4);
+  } else {
+    for (size_t i = 0; i < n; ++i) dst[i] = src[i];
+  }
+}
+
 // Writes `bytes` (len 1..21) in the caller's output convention: with a null
 // length pointer the length byte comes first.
 inline void emit(const uint8_t *bytes, size_t len, uint8_t *out, size_t *outlen) {
+  // `bytes` is always the caller's private copy, never the output buffer.
   if (outlen == nullptr) {
-    uint8_t tmp[kBufBytes];
+    uint8_t tmp[kBufBytes + 2];
     tmp[0] = static_cast<uint8_t>(len);
-    std::memcpy(tmp + 1, bytes, len);
-    std::memcpy(out, tmp, len + 1);
+    copy_short(tmp + 1, bytes, len);
+    copy_short(out, tmp, len + 1);
   } else {
-    std::memmove(out, bytes, len);
+    copy_short(out, bytes, len);
     *outlen = len;
   }
 }
@@ -130,10 +149,11 @@ void add_num(const Num &a, const Num &b, bool subtract, uint8_t *out, size_t *ou
 // Round (truncate == false) or truncate to `places` decimal places.
 void round_num(const Num &x, int32_t places, bool truncate, uint8_t *out, size_t *outlen);
 
-// Long division in base 10000 on little-endian limbs: q[0..m] = u / v where
-// u has m + n limbs (and room for one more), v has n >= 2 limbs with a
-// non-zero top one. The remainder is left in u[0..n), multiplied by the
-// returned factor. u and v are modified.
+// Long division in base B (10000 or 10^8) on little-endian limbs:
+// q[0..m] = u / v where u has m + n limbs (and room for one more), v has
+// n >= 2 limbs with a non-zero top one. The remainder is left in u[0..n),
+// multiplied by the returned factor. u and v are modified.
+template <int64_t B>
 uint32_t knuth_div(uint32_t *u, int m, uint32_t *v, int n, uint32_t *q);
 
 }  // namespace lnx_internal

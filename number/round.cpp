@@ -71,6 +71,7 @@ void floor_ceil(const uint8_t *in, size_t inlen, uint8_t *out, size_t *outlen, b
   if (x.kind == Kind::Finite && x.neg != ceil && lnxint(in, inlen) == 2) {
     Num tn, one;
     decode(t, tl, tn);
+    std::memset(one.d, 0, sizeof one.d);
     one.kind = Kind::Finite;
     one.neg = false;
     one.exp = 0;
