@@ -46,49 +46,61 @@ int split100(uint64_t v, uint8_t *d, int &exp) {
   return n;
 }
 
-// Limits of lnxsni as numbers (the magnitude bytes of a positive value),
-// made once from the integers; index [kind][size code][negative].
+// Limits of lnxsni as ready-made numbers (the bytes of a positive value),
+// built at compile time; index [kind][size code][negative input].
 struct Limit {
   uint8_t bytes[12];
   uint8_t len;
-  uint64_t clamp;  // value stored when the limit is exceeded
+  uint64_t clamp;  // value stored when the limit is exceeded (as a magnitude)
 };
 
-Limit make_limit(uint64_t mag, uint64_t clamp) {
+constexpr Limit make_limit(uint64_t mag) {
   Limit l{};
-  uint8_t d[10];
-  int e;
-  int n = split100(mag, d, e);
-  uint8_t b[kMaxBytes];
-  int len = encode_bytes(false, e, d, n, b);
-  std::memcpy(l.bytes, b, static_cast<size_t>(len));
+  l.clamp = mag;
+  if (mag == 0) {
+    l.bytes[0] = kZeroByte;
+    l.len = 1;
+    return l;
+  }
+  uint8_t rev[10] = {};
+  int n = 0;
+  for (uint64_t v = mag; v; v /= 100) rev[n++] = static_cast<uint8_t>(v % 100);
+  l.bytes[0] = static_cast<uint8_t>(193 + n - 1);
+  int k = 0;
+  while (rev[k] == 0) ++k;  // trailing zero digits are not stored
+  int len = 1;
+  for (int i = n - 1; i >= k; --i) l.bytes[len++] = static_cast<uint8_t>(rev[i] + 1);
   l.len = static_cast<uint8_t>(len);
-  l.clamp = clamp;
   return l;
 }
-
-int size_code(size_t size) { return size == 1 ? 0 : size == 2 ? 1 : size == 4 ? 2 : 3; }
 
 struct Limits {
   Limit t[3][4][2];
-  Limits() {
-    const uint64_t umax[4] = {0xFF, 0xFFFF, 0xFFFFFFFFu, ~uint64_t{0}};
-    const uint64_t smax[4] = {0x7F, 0x7FFF, 0x7FFFFFFF, 0x7FFFFFFFFFFFFFFF};
-    for (int s = 0; s < 4; ++s) {
-      t[0][s][0] = make_limit(umax[s], umax[s]);
-      t[0][s][1] = make_limit(0, 0);
-      t[1][s][0] = make_limit(smax[s], smax[s]);
-      t[1][s][1] = make_limit(0, 0);
-      t[2][s][0] = make_limit(smax[s], smax[s]);
-      t[2][s][1] = make_limit(smax[s] + 1, smax[s] + 1);  // stored as -(max+1)
-    }
-  }
 };
 
-const Limits &limits() {
-  static const Limits l;
-  return l;
+constexpr Limits make_limits() {
+  Limits L{};
+  const uint64_t umax[4] = {0xFF, 0xFFFF, 0xFFFFFFFFu, ~uint64_t{0}};
+  const uint64_t smax[4] = {0x7F, 0x7FFF, 0x7FFFFFFF, 0x7FFFFFFFFFFFFFFF};
+  for (int s = 0; s < 4; ++s) {
+    L.t[0][s][0] = make_limit(umax[s]);
+    L.t[0][s][1] = make_limit(0);
+    L.t[1][s][0] = make_limit(smax[s]);
+    L.t[1][s][1] = make_limit(0);
+    L.t[2][s][0] = make_limit(smax[s]);
+    L.t[2][s][1] = make_limit(smax[s] + 1);  // stored as -(max + 1)
+  }
+  return L;
 }
+
+constexpr Limits kLimits = make_limits();
+// The two limits quoted for signed 4-byte integers, checked at build time.
+static_assert(kLimits.t[2][2][0].len == 6 && kLimits.t[2][2][0].bytes[0] == 0xC5 &&
+              kLimits.t[2][2][0].bytes[5] == 0x30 && kLimits.t[2][2][1].bytes[5] == 0x31);
+
+const Limits &limits() { return kLimits; }
+
+int size_code(size_t size) { return size == 1 ? 0 : size == 2 ? 1 : size == 4 ? 2 : 3; }
 
 }  // namespace
 
