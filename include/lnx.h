@@ -46,7 +46,9 @@ KEL_BEGIN_DECLS
 /* ------------------------------------------------------------ validation */
 
 /* 1 when (num, len) is a well-formed number, 0 otherwise (also for a null
- * pointer and for a length-prefixed number whose length byte is 0). */
+ * pointer and for a length-prefixed number whose length byte is 0). Besides
+ * the digit and terminator rules, exponent bytes 80 and 7F followed by digits
+ * are refused: they would stand for exponents below the smallest number. */
 KELAPI int32_t lnxchk(const uint8_t *num, size_t len);
 
 /* Numeric comparison, done on the bytes: negative, zero or positive as a is
