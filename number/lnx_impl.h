@@ -104,10 +104,15 @@ inline void emit(const uint8_t *bytes, size_t len, uint8_t *out, size_t *outlen)
 // sign or zero. `d` is scratch (modified). Returns the byte count (1..21).
 int encode_bytes(bool neg, int exp, uint8_t *d, int n, uint8_t *bytes);
 
+// Writes straight into the destination: callers have read all of their
+// inputs into `d` (or elsewhere) before, so an aliased output is safe, and
+// no staging copy is loaded right after its bytes were stored.
 inline void encode(bool neg, int exp, uint8_t *d, int n, uint8_t *out, size_t *outlen) {
-  uint8_t b[kMaxBytes];
-  int len = encode_bytes(neg, exp, d, n, b);
-  emit(b, static_cast<size_t>(len), out, outlen);
+  if (outlen != nullptr) {
+    *outlen = static_cast<size_t>(encode_bytes(neg, exp, d, n, out));
+  } else {
+    out[0] = static_cast<uint8_t>(encode_bytes(neg, exp, d, n, out + 1));
+  }
 }
 
 // Writes a decoded number (Num digits are already normalised).
