@@ -170,9 +170,21 @@ uint32_t knuth_div(uint32_t *u, int m, uint32_t *v, int n, uint32_t *q) {
     u[m + n] = 0;
   }
   const int64_t v1 = v[n - 1], v2 = v[n - 2];
+  // Hardware division is slow; the two top limbs stay below 2^53, so a
+  // double reciprocal gives floor(num / v1) to within one, fixed up exactly.
+  const double rv1 = 1.0 / static_cast<double>(v1);
   for (int j = m; j >= 0; --j) {
     int64_t num = u[j + n] * B + u[j + n - 1];
-    int64_t qhat = num / v1, rhat = num - qhat * v1;
+    int64_t qhat = static_cast<int64_t>(static_cast<double>(num) * rv1);
+    int64_t rhat = num - qhat * v1;
+    while (rhat < 0) {
+      --qhat;
+      rhat += v1;
+    }
+    while (rhat >= v1) {
+      ++qhat;
+      rhat -= v1;
+    }
     while (qhat >= B || qhat * v2 > B * rhat + u[j + n - 2]) {
       --qhat;
       rhat += v1;
