@@ -382,6 +382,45 @@ bool add_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, bool
   return true;
 }
 
+// Multiplication of finite non-zero operands straight from the bytes into
+// base-10^8 limbs. Only the six leading limbs of the product are split into
+// digits: they hold at least 21 significant digits, all that rounding reads.
+bool mul_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
+              size_t *outlen) {
+  Operand x, y;
+  if (!operand(a, alen, x) || !operand(b, blen, y)) return false;
+  uint32_t la[5], lb[5];
+  auto limbs = [](const Operand &o, uint32_t *l) {
+    const int k = (o.n + 3) / 4;
+    for (int j = 0; j < k; ++j) {
+      uint32_t v = 0;
+      for (int t = 0; t < 4; ++t) {
+        const int i = 4 * j + t;
+        v = v * 100 + static_cast<uint32_t>(i < o.n ? o.digit(i) : 0);
+      }
+      l[j] = v;
+    }
+    return k;
+  };
+  const int ka = limbs(x, la), kb = limbs(y, lb);
+  const int K = ka + kb;
+  uint32_t r[10];
+  uint64_t carry = 0;
+  for (int m = K - 1; m >= 0; --m) {
+    uint64_t acc = carry;
+    const int lo = m - kb > 0 ? m - kb : 0, hi = m - 1 < ka - 1 ? m - 1 : ka - 1;
+    for (int i = lo; i <= hi; ++i) acc += static_cast<uint64_t>(la[i]) * lb[m - 1 - i];
+    carry = acc / 100000000;
+    r[m] = static_cast<uint32_t>(acc - carry * 100000000);
+  }
+  const int s0 = r[0] == 0 ? 1 : 0;
+  const int s1 = K < s0 + 6 ? K : s0 + 6;
+  uint8_t d[24];
+  for (int m = s0; m < s1; ++m) split8(r[m], d + 4 * (m - s0));
+  encode(x.neg != y.neg, x.exp + y.exp + 1 - 4 * s0, d, 4 * (s1 - s0), out, outlen);
+  return true;
+}
+
 }  // namespace lnx_internal
 
 using namespace lnx_internal;
@@ -408,6 +447,7 @@ KELAPI void lnxsub(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen,
 
 KELAPI void lnxmul(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
                    size_t *outlen) {
+  if (mul_fast(a, alen, b, blen, out, outlen)) return;
   Num x, y;
   decode_arg(a, alen, x);
   decode_arg(b, blen, y);
