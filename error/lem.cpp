@@ -211,6 +211,8 @@ KELAPI int32_t lemged(void *ctx) {
   return sh == nullptr ? 0 : lwemged(sh->lwe);
 }
 
+}  // extern "C"
+
 namespace {
 
 // Reads one field of record i under the lock; `dflt` when there is none.
@@ -233,6 +235,8 @@ int32_t copy_name(const char *s, char *buf, size_t len) {
 }
 
 }  // namespace
+
+extern "C" {
 
 KELAPI int32_t lemgec(void *ctx, int32_t i) {
   return read_rec<int32_t>(ctx, i, -1, [](lwerec *r) { return r->msg; });
