@@ -416,7 +416,7 @@ TEST_F(Heaps, EveryAllocationFailureIsClean) {
       slfaultreset();
       if (hits == 0) {
         EXPECT_FALSE(failed_any);
-        EXPECT_GT(nth, 2) << "the scenario reaches the system allocator";
+        EXPECT_GT(nth, 1) << "the scenario reaches the system allocator";
         break;
       }
       ASSERT_LT(nth, 200);
