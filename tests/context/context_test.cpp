@@ -323,6 +323,37 @@ TEST_F(Package, ConcurrentCallsFromManyThreads) {
   EXPECT_EQ(bad.load(), 0);
 }
 
+// Every system request of a load and a call failing in turn: each failure
+// gives null or -1 with a record on the stack, and the package manager is
+// usable afterwards (nothing left half-made; asan checks for leaks).
+TEST_F(Package, EveryFailureOfLoadAndCallIsClean) {
+  for (int32_t point : {SL_FAULT_MEM, SL_FAULT_CS_INIT, SL_FAULT_TID, SL_FAULT_DLOPEN}) {
+    int64_t nth = 1;
+    for (;; nth++) {
+      SCOPED_TRACE("point " + std::to_string(point) + " nth " + std::to_string(nth));
+      lemces(lem);
+      slfaultarm(point, nth, 1);
+      lpmiftab *t = lpmloadpkg(ctx, "testpkg");
+      if (t == nullptr) EXPECT_GE(lemged(lem), 1) << "a failed load leaves a record";
+      lemces(lem);
+      int64_t arg = 3, res = 0;
+      int32_t st = lpmcall(ctx, "testpkg", 10, &arg, &res);
+      if (st != 0) EXPECT_GE(lemged(lem), 1) << "a failed call leaves a record";
+      else EXPECT_EQ(res, 6);
+      int64_t hits = slfaulthits(point);
+      slfaultreset();
+      if (t != nullptr) EXPECT_EQ(lpmdelete(ctx, "testpkg"), 0);
+      if (hits == 0) break;
+      ASSERT_LT(nth, 100);
+    }
+    EXPECT_GT(nth, 1) << "point " << point << " was never reached";
+    lemces(lem);
+    lpmiftab *t = lpmloadpkg(ctx, "testpkg");
+    ASSERT_NE(t, nullptr);
+    EXPECT_EQ(lpmdelete(ctx, "testpkg"), 0);
+  }
+}
+
 TEST_F(Library, ExitOutsideACallEndsTheProcess) {
   EXPECT_EXIT(lpmexitprog(ctx, 5), ::testing::ExitedWithCode(1), "");
 }
