@@ -11,6 +11,7 @@
 //
 // Sections: context and start/stop; facilities; recording; reading and
 // marks; message formatting.
+#include <cstddef>
 #include <cstring>
 #include <new>
 
@@ -19,6 +20,10 @@
 #include "lx.h"
 
 using namespace lwem_internal;
+
+// Records hand their argument rows to the formatter as they are.
+static_assert(sizeof(lwearg) == sizeof(lsfarg) && offsetof(lwearg, v) == offsetof(lsfarg, v) &&
+              offsetof(lwearg, type) == offsetof(lsfarg, type));
 
 namespace lem_internal {
 
