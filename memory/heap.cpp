@@ -13,6 +13,7 @@
 #include <new>
 
 #include "memory/lmm_impl.h"
+#include "memory/models_impl.h"
 
 using namespace lmm_internal;
 
@@ -89,6 +90,45 @@ class HeapLock {
   lmmctx *c_;
   lmmheap *h_;
 };
+
+// Quick paths of a heap without a lock: a small request of a standard heap
+// that its class list can serve, a request that a fast heap's current
+// extent can hold, and the free of a small block that leaves its chunk in
+// use. Everything else goes through the model's table.
+inline void *quick_alloc(lmmheap *h, size_t n) noexcept {
+  using namespace lmm_model;
+  if (h->ops == &kFastOps) return fs_bump(h, n);
+  if (h->ops != &kStandardOps || n > kSmallMax) return nullptr;
+  auto *m = static_cast<stmodel *>(h->model);
+  int k = class_of(n);
+  sfree *f = m->cls[k];
+  if (f == nullptr) return nullptr;
+  m->cls[k] = f->next;
+  if (f->next) f->next->prev = nullptr;
+  chunk_of(f)->inuse++;
+  tag_of(f) = static_cast<uint8_t>(k | kInUse);
+  return f;
+}
+
+inline bool quick_free(lmmheap *h, void *p) noexcept {
+  using namespace lmm_model;
+  if (h->ops == &kFastOps) return true;
+  if (h->ops != &kStandardOps) return false;
+  uint8_t t = tag_of(p);
+  if ((t & 0xFC) != kInUse) return false;  // not a small block in use
+  auto *m = static_cast<stmodel *>(h->model);
+  chunk *ch = chunk_of(p);
+  if (ch->inuse <= 1 && ch != m->clast) return false;  // the chunk goes back
+  ch->inuse--;
+  int k = t & 3;
+  tag_of(p) = static_cast<uint8_t>(k);
+  auto *f = static_cast<sfree *>(p);
+  f->prev = nullptr;
+  f->next = m->cls[k];
+  if (f->next) f->next->prev = f;
+  m->cls[k] = f;
+  return true;
+}
 
 enum class Call { Malloc, Calloc, Valloc };
 
@@ -182,6 +222,24 @@ KELAPI int32_t lmmhpfree(void *mctx, lmmheap *heap, uint32_t flags) {
 // -------------------------------------------------------- allocation calls
 
 KELAPI void *lmmmalloc(void *mctx, lmmheap *heap, size_t size, uint32_t flags, const char *comment, int32_t line) {
+  // The common case straight through; anything unusual takes the checked
+  // path, which records what is wrong.
+  auto *c = static_cast<lmmctx *>(mctx);
+  if (c != nullptr && heap != nullptr && size - 1 < LMM_MAX_REQUEST && c->magic == kCtxMagic) [[likely]] {
+    void *p;
+    if (!heap->locking) {
+      if ((p = quick_alloc(heap, size)) != nullptr) [[likely]] return p;
+      p = heap->ops->malloc(c, heap, size, flags);
+    } else {
+      sltsmna(c->ts, &heap->mutex);
+      p = heap->ops->malloc(c, heap, size, flags);
+      sltsmnr(c->ts, &heap->mutex);
+    }
+    if (p != nullptr) [[likely]] return p;
+    uint8_t flag = 0;
+    rec(c, op_flag(flags, &flag), 3, 120, LEM_ARG_TEXT, "Underlying model-specific malloc call failed", LEM_ARG_END);
+    return nullptr;
+  }
   return alloc_call(Call::Malloc, mctx, heap, size, flags, "lmmmalloc");
 }
 
@@ -223,7 +281,10 @@ KELAPI int32_t lmmfree(void *mctx, lmmheap *heap, void *ptr, uint32_t flags) {
     return -1;
   }
   int32_t rc;
-  {
+  if (!heap->locking && heap->objlist == nullptr) [[likely]] {
+    if (quick_free(heap, ptr)) [[likely]] return 0;
+    rc = heap->ops->free(c, heap, ptr, flags);
+  } else {
     HeapLock lock(c, heap);
     rc = obj_free(c, heap, ptr);
     if (rc == 1) rc = heap->ops->free(c, heap, ptr, flags);
