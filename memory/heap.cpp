@@ -12,6 +12,7 @@
 #include <cstring>
 #include <new>
 
+#include "kelmsg_kelcore_lmm.h"
 #include "memory/lmm_impl.h"
 #include "memory/models_impl.h"
 
@@ -30,7 +31,7 @@ void rec(lmmctx *c, uint8_t *flag, int32_t msg, int32_t sub, ...) noexcept {
 }
 
 void fail(lmmctx *c, int32_t sub, const char *text) noexcept {
-  rec(c, nullptr, 3, sub, LEM_ARG_TEXT, text, LEM_ARG_END);
+  rec(c, nullptr, kelmsg::LMM_INTERNAL, sub, LEM_ARG_TEXT, text, LEM_ARG_END);
 }
 
 // ------------------------------------------------ extents and model state
@@ -136,11 +137,11 @@ void *alloc_call(Call kind, void *mctx, lmmheap *heap, size_t size, uint32_t fla
   lmmctx *c = ctx_of(mctx);
   uint8_t flag = 0;
   if (c == nullptr || heap == nullptr || size == 0) {
-    rec(c, op_flag(flags, &flag), 33, 0, LEM_ARG_TEXT, name, LEM_ARG_END);
+    rec(c, op_flag(flags, &flag), kelmsg::LMM_BADARG, 0, LEM_ARG_TEXT, name, LEM_ARG_END);
     return nullptr;
   }
   if (size > LMM_MAX_REQUEST) {
-    rec(c, op_flag(flags, &flag), 34, 0, LEM_ARG_TEXT, name, LEM_ARG_END);
+    rec(c, op_flag(flags, &flag), kelmsg::LMM_TOOBIG, 0, LEM_ARG_TEXT, name, LEM_ARG_END);
     return nullptr;
   }
   void *p;
@@ -151,7 +152,7 @@ void *alloc_call(Call kind, void *mctx, lmmheap *heap, size_t size, uint32_t fla
                                : heap->ops->valloc(c, heap, size, flags);
   }
   if (p == nullptr)
-    rec(c, op_flag(flags, &flag), 3, 120, LEM_ARG_TEXT, "Underlying model-specific malloc call failed", LEM_ARG_END);
+    rec(c, op_flag(flags, &flag), kelmsg::LMM_INTERNAL, 120, LEM_ARG_TEXT, "Underlying model-specific malloc call failed", LEM_ARG_END);
   return p;
 }
 
@@ -166,7 +167,7 @@ KELAPI int32_t lmmhpinit(void *mctx, lmmheap **heap, lmmheap *parent, uint32_t f
   lmmctx *c = ctx_of(mctx);
   uint8_t flag = 0;
   if (c == nullptr || heap == nullptr || parent == nullptr) {
-    rec(c, &flag, 33, 0, LEM_ARG_TEXT, "lmmhpinit", LEM_ARG_END);
+    rec(c, &flag, kelmsg::LMM_BADARG, 0, LEM_ARG_TEXT, "lmmhpinit", LEM_ARG_END);
     return -1;
   }
   lmmheap *h = *heap;
@@ -174,7 +175,7 @@ KELAPI int32_t lmmhpinit(void *mctx, lmmheap **heap, lmmheap *parent, uint32_t f
   if (own) {
     h = static_cast<lmmheap *>(lmmmalloc(c, parent, sizeof(lmmheap), kOwnAlloc, "lmmhpinit", line));
     if (h == nullptr) {
-      rec(c, &flag, 3, 61, LEM_ARG_TEXT, "Unable to allocate memory in lmmhpinit", LEM_ARG_END);
+      rec(c, &flag, kelmsg::LMM_INTERNAL, 61, LEM_ARG_TEXT, "Unable to allocate memory in lmmhpinit", LEM_ARG_END);
       return -1;
     }
   }
@@ -185,14 +186,14 @@ KELAPI int32_t lmmhpinit(void *mctx, lmmheap **heap, lmmheap *parent, uint32_t f
   if ((flags & LMM_HP_NOLOCK) == 0) {
     h->locking = 1;
     if (sltsmxi(c->ts, &h->mutex) != 0) {
-      rec(c, &flag, 3, 330, LEM_ARG_TEXT, "Unable to initialize mutex in lmmhpinit", LEM_ARG_END);
+      rec(c, &flag, kelmsg::LMM_INTERNAL, 330, LEM_ARG_TEXT, "Unable to initialize mutex in lmmhpinit", LEM_ARG_END);
       if (own) lmmfree(c, parent, h, kOwnFree);
       return -1;
     }
   }
   h->ops = model != nullptr ? model : lmmgetstmfp();
   if (h->ops->inithp(c, h, flags) != 0) {
-    rec(c, &flag, 3, 60, LEM_ARG_TEXT, "lmmhpinit fail due to underlying init heap fail", LEM_ARG_END);
+    rec(c, &flag, kelmsg::LMM_INTERNAL, 60, LEM_ARG_TEXT, "lmmhpinit fail due to underlying init heap fail", LEM_ARG_END);
     if (h->locking) sltsmxd(c->ts, &h->mutex);
     if (own) lmmfree(c, parent, h, kOwnFree);
     return -1;
@@ -205,7 +206,7 @@ KELAPI int32_t lmmhpfree(void *mctx, lmmheap *heap, uint32_t flags) {
   lmmctx *c = ctx_of(mctx);
   uint8_t flag = 0;
   if (c == nullptr || heap == nullptr) {
-    rec(c, &flag, 33, 0, LEM_ARG_TEXT, "lmmhpfree", LEM_ARG_END);
+    rec(c, &flag, kelmsg::LMM_BADARG, 0, LEM_ARG_TEXT, "lmmhpfree", LEM_ARG_END);
     return -1;
   }
   int32_t rc = 0;
@@ -237,7 +238,7 @@ KELAPI void *lmmmalloc(void *mctx, lmmheap *heap, size_t size, uint32_t flags, c
     }
     if (p != nullptr) [[likely]] return p;
     uint8_t flag = 0;
-    rec(c, op_flag(flags, &flag), 3, 120, LEM_ARG_TEXT, "Underlying model-specific malloc call failed", LEM_ARG_END);
+    rec(c, op_flag(flags, &flag), kelmsg::LMM_INTERNAL, 120, LEM_ARG_TEXT, "Underlying model-specific malloc call failed", LEM_ARG_END);
     return nullptr;
   }
   return alloc_call(Call::Malloc, mctx, heap, size, flags, "lmmmalloc");
@@ -256,11 +257,11 @@ KELAPI void *lmmrealloc(void *mctx, lmmheap *heap, void *ptr, size_t size, uint3
   lmmctx *c = ctx_of(mctx);
   uint8_t flag = 0;
   if (c == nullptr || heap == nullptr || size == 0) {
-    rec(c, &flag, 33, 0, LEM_ARG_TEXT, "lmmrealloc", LEM_ARG_END);
+    rec(c, &flag, kelmsg::LMM_BADARG, 0, LEM_ARG_TEXT, "lmmrealloc", LEM_ARG_END);
     return nullptr;
   }
   if (size > LMM_MAX_REQUEST) {
-    rec(c, &flag, 34, 0, LEM_ARG_TEXT, "lmmrealloc", LEM_ARG_END);
+    rec(c, &flag, kelmsg::LMM_TOOBIG, 0, LEM_ARG_TEXT, "lmmrealloc", LEM_ARG_END);
     return nullptr;
   }
   void *p;
@@ -269,7 +270,7 @@ KELAPI void *lmmrealloc(void *mctx, lmmheap *heap, void *ptr, size_t size, uint3
     p = heap->ops->realloc(c, heap, ptr, size, flags);
   }
   if (p == nullptr)
-    rec(c, &flag, 3, 120, LEM_ARG_TEXT, "Underlying model-specific malloc call failed", LEM_ARG_END);
+    rec(c, &flag, kelmsg::LMM_INTERNAL, 120, LEM_ARG_TEXT, "Underlying model-specific malloc call failed", LEM_ARG_END);
   return p;
 }
 
@@ -277,7 +278,7 @@ KELAPI int32_t lmmfree(void *mctx, lmmheap *heap, void *ptr, uint32_t flags) {
   lmmctx *c = ctx_of(mctx);
   uint8_t flag = 0;
   if (c == nullptr || heap == nullptr || ptr == nullptr) {
-    rec(c, op_flag(flags, &flag), 33, 0, LEM_ARG_TEXT, "lmmfree", LEM_ARG_END);
+    rec(c, op_flag(flags, &flag), kelmsg::LMM_BADARG, 0, LEM_ARG_TEXT, "lmmfree", LEM_ARG_END);
     return -1;
   }
   int32_t rc;
@@ -290,7 +291,7 @@ KELAPI int32_t lmmfree(void *mctx, lmmheap *heap, void *ptr, uint32_t flags) {
     if (rc == 1) rc = heap->ops->free(c, heap, ptr, flags);
   }
   if (rc != 0) {
-    rec(c, op_flag(flags, &flag), 3, 240, LEM_ARG_TEXT, "Underyling model-specific free call fail", LEM_ARG_END);
+    rec(c, op_flag(flags, &flag), kelmsg::LMM_INTERNAL, 240, LEM_ARG_TEXT, "Underyling model-specific free call fail", LEM_ARG_END);
     return -1;
   }
   return 0;
@@ -307,7 +308,7 @@ KELAPI int32_t lmmrist(lcorectx *ctx, void *handle, int32_t mode) {
   if (ctx == nullptr) return -1;
   auto *lwe = static_cast<lwectx *>(ctx->lwemctx);
   if (mode == 0) {
-    lemfac *fac = lwemfaa(lwe, nullptr, "KELCORE", "LMM", 3, 4);
+    lemfac *fac = lwemfaa(lwe, nullptr, "KELCORE", "LMM", kelmsg::LMM_INTERNAL, kelmsg::LMM_FAIL);
     if (fac == nullptr) return -1;
     // The records are built in a fixed order; a failure undoes them all.
     void *product = ss_mem_calc(64);
@@ -350,8 +351,8 @@ KELAPI int32_t lmmrist(lcorectx *ctx, void *handle, int32_t mode) {
       }
     }
     if (why != nullptr) {
-      rec(&tmp, &flag, 3, sub, LEM_ARG_TEXT, why, LEM_ARG_END);
-      rec(&tmp, &flag, 35, 0, LEM_ARG_TEXT, "lmmrist", LEM_ARG_END);
+      rec(&tmp, &flag, kelmsg::LMM_INTERNAL, sub, LEM_ARG_TEXT, why, LEM_ARG_END);
+      rec(&tmp, &flag, kelmsg::LMM_START, 0, LEM_ARG_TEXT, "lmmrist", LEM_ARG_END);
       ss_mem_fre(primary);
       ss_mem_fre(priv);
       ss_mem_fre(c);
@@ -373,7 +374,7 @@ KELAPI int32_t lmmrist(lcorectx *ctx, void *handle, int32_t mode) {
     fail(c, 331, "Unable to destroy lock in lmmrist");
     rc = -1;
   }
-  if (rc != 0) rec(c, &flag, 36, 0, LEM_ARG_TEXT, "lmmrist", LEM_ARG_END);
+  if (rc != 0) rec(c, &flag, kelmsg::LMM_STOP, 0, LEM_ARG_TEXT, "lmmrist", LEM_ARG_END);
   lemfac *fac = c->fac;
   ss_mem_fre(c->primary);
   ss_mem_fre(c->priv);
