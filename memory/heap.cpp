@@ -133,7 +133,8 @@ inline bool quick_free(lmmheap *h, void *p) noexcept {
 
 enum class Call { Malloc, Calloc, Valloc };
 
-void *alloc_call(Call kind, void *mctx, lmmheap *heap, size_t size, uint32_t flags, const char *name) {
+[[gnu::noinline]] void *alloc_call(Call kind, void *mctx, lmmheap *heap, size_t size, uint32_t flags,
+                                   const char *name) {
   lmmctx *c = ctx_of(mctx);
   uint8_t flag = 0;
   if (c == nullptr || heap == nullptr || size == 0) {
@@ -223,23 +224,12 @@ KELAPI int32_t lmmhpfree(void *mctx, lmmheap *heap, uint32_t flags) {
 // -------------------------------------------------------- allocation calls
 
 KELAPI void *lmmmalloc(void *mctx, lmmheap *heap, size_t size, uint32_t flags, const char *comment, int32_t line) {
-  // The common case straight through; anything unusual takes the checked
-  // path, which records what is wrong.
+  // The common case inline; everything else (locking heaps, new chunks and
+  // extents, bad arguments, failures) takes the checked path out of line.
   auto *c = static_cast<lmmctx *>(mctx);
-  if (c != nullptr && heap != nullptr && size - 1 < LMM_MAX_REQUEST && c->magic == kCtxMagic) [[likely]] {
-    void *p;
-    if (!heap->locking) {
-      if ((p = quick_alloc(heap, size)) != nullptr) [[likely]] return p;
-      p = heap->ops->malloc(c, heap, size, flags);
-    } else {
-      sltsmna(c->ts, &heap->mutex);
-      p = heap->ops->malloc(c, heap, size, flags);
-      sltsmnr(c->ts, &heap->mutex);
-    }
-    if (p != nullptr) [[likely]] return p;
-    uint8_t flag = 0;
-    rec(c, op_flag(flags, &flag), kelmsg::LMM_INTERNAL, 120, LEM_ARG_TEXT, "Underlying model-specific malloc call failed", LEM_ARG_END);
-    return nullptr;
+  if (c != nullptr && heap != nullptr && size - 1 < LMM_MAX_REQUEST && !heap->locking && c->magic == kCtxMagic)
+      [[likely]] {
+    if (void *p = quick_alloc(heap, size)) [[likely]] return p;
   }
   return alloc_call(Call::Malloc, mctx, heap, size, flags, "lmmmalloc");
 }
@@ -274,7 +264,11 @@ KELAPI void *lmmrealloc(void *mctx, lmmheap *heap, void *ptr, size_t size, uint3
   return p;
 }
 
-KELAPI int32_t lmmfree(void *mctx, lmmheap *heap, void *ptr, uint32_t flags) {
+}  // extern "C"
+
+namespace {
+
+[[gnu::noinline]] int32_t free_call(void *mctx, lmmheap *heap, void *ptr, uint32_t flags) {
   lmmctx *c = ctx_of(mctx);
   uint8_t flag = 0;
   if (c == nullptr || heap == nullptr || ptr == nullptr) {
@@ -282,8 +276,7 @@ KELAPI int32_t lmmfree(void *mctx, lmmheap *heap, void *ptr, uint32_t flags) {
     return -1;
   }
   int32_t rc;
-  if (!heap->locking && heap->objlist == nullptr) [[likely]] {
-    if (quick_free(heap, ptr)) [[likely]] return 0;
+  if (!heap->locking && heap->objlist == nullptr) {
     rc = heap->ops->free(c, heap, ptr, flags);
   } else {
     HeapLock lock(c, heap);
@@ -295,6 +288,17 @@ KELAPI int32_t lmmfree(void *mctx, lmmheap *heap, void *ptr, uint32_t flags) {
     return -1;
   }
   return 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+KELAPI int32_t lmmfree(void *mctx, lmmheap *heap, void *ptr, uint32_t flags) {
+  if (mctx != nullptr && heap != nullptr && ptr != nullptr && !heap->locking && heap->objlist == nullptr &&
+      quick_free(heap, ptr)) [[likely]]
+    return 0;
+  return free_call(mctx, heap, ptr, flags);
 }
 
 KELAPI lmmheap *lmmtophp(void *mctx) {
