@@ -93,7 +93,7 @@ class HeapLock {
 };
 
 // Quick paths of a heap without a lock: a small request of a standard heap
-// that its class list can serve, a request that a fast heap's current
+// that its class list or its current chunk can serve, a request that a fast heap's current
 // extent can hold, and the free of a small block that leaves its chunk in
 // use. Everything else goes through the model's table.
 inline void *quick_alloc(lmmheap *h, size_t n) noexcept {
@@ -103,7 +103,19 @@ inline void *quick_alloc(lmmheap *h, size_t n) noexcept {
   auto *m = static_cast<stmodel *>(h->model);
   int k = class_of(n);
   sfree *f = m->cls[k];
-  if (f == nullptr) return nullptr;
+  if (f == nullptr) {
+    // Carve from the current chunk while it has room.
+    chunk *ch = m->clast;
+    size_t need = kClassSize[k] + kSmallHdr;
+    if (ch == nullptr || ch->room < need) return nullptr;
+    ch->inuse++;
+    ch->room -= need;
+    char *user = ch->free + kSmallHdr;
+    ch->free += need;
+    chunk_of(user) = ch;
+    tag_of(user) = static_cast<uint8_t>(k | kInUse);
+    return user;
+  }
   m->cls[k] = f->next;
   if (f->next) f->next->prev = nullptr;
   chunk_of(f)->inuse++;
