@@ -17,7 +17,7 @@
 
 #include "kelmsg_kelcore_lem.h"
 #include "error/lem_impl.h"
-#include "error/lsf_impl.h"
+#include "lsf.h"
 #include "lx.h"
 
 using namespace lwem_internal;

@@ -13,6 +13,7 @@
 #include "lem.h"
 #include "lmm.h"
 #include "lpm.h"
+#include "lsf.h"
 #include "sl.h"
 
 // The record's layout: fourteen words in the designed order.
@@ -363,20 +364,19 @@ TEST_F(Library, ExitOutsideACallEndsTheProcess) {
 TEST_F(Library, FormatterIsPackageLsf) {
   lpmiftab *t = lpmloadpkg(ctx, "lsf");
   ASSERT_NE(t, nullptr);
-  ASSERT_GE(t->count, 1);
-  struct Row {
-    int32_t type, spare;
-    union {
-      int64_t i;
-      const char *s;
-    } v;
-  } args[3] = {{25, 0, {}}, {1, 0, {}}, {0, 0, {}}};
+  ASSERT_EQ(t->count, 3);
+  lsfarg args[3] = {};
+  args[0].type = LSF_ARG_TEXT;
   args[0].v.s = "abc";
+  args[1].type = LSF_ARG_INT;
   args[1].v.i = 42;
-  auto lsfpd = reinterpret_cast<int32_t (*)(void *, char *, size_t, const char *, const void *)>(t->funcs[0]);
+  auto pd = reinterpret_cast<decltype(&lsfpd)>(t->funcs[0]);
+  auto p = reinterpret_cast<decltype(&lsfp)>(t->funcs[2]);
   char buf[64];
-  EXPECT_EQ(lsfpd(nullptr, buf, sizeof buf, "%s=%d", args), 6);
+  EXPECT_EQ(pd(nullptr, buf, sizeof buf, "%s=%d", args), 6);
   EXPECT_STREQ(buf, "abc=42");
+  EXPECT_EQ(p(nullptr, buf, sizeof buf, "%d-%s", 7, "x"), 3);
+  EXPECT_STREQ(buf, "7-x");
   EXPECT_EQ(lpmdelete(ctx, "lsf"), 0);
 }
 
