@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <thread>
 #include <vector>
@@ -59,7 +60,9 @@ TEST(LhtThreads, InsertRemoveSearchAndIterate) {
     }
   };
   auto iterator = [&] {
-    while (!stop.load(std::memory_order_relaxed)) {
+    // A bounded number of walks, spread over the run: while one is open the
+    // workers can change nothing, so many walks would starve them.
+    for (int walk = 0; walk < 40 && !stop.load(std::memory_order_relaxed); ++walk) {
       if (LhtIntBeginIter(t) != 0) {
         ++errors[kWorkers];
         return;
@@ -71,7 +74,8 @@ TEST(LhtThreads, InsertRemoveSearchAndIterate) {
         if (!seen.emplace(k, v).second || v != val(k)) ++errors[kWorkers];
       LhtIntEndIter(t);
       iterations.fetch_add(1, std::memory_order_relaxed);
-      std::this_thread::yield();
+      // Leave the workers room: an open iteration stops all their changes.
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
   };
 
