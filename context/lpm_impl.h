@@ -2,6 +2,7 @@
 #ifndef KEL_CONTEXT_LPM_IMPL_H
 #define KEL_CONTEXT_LPM_IMPL_H
 
+#include <atomic>
 #include <csetjmp>
 #include <cstdint>
 
@@ -30,7 +31,9 @@ struct lpmpblk {
   lpmlink link;
   char *name;
   size_t namel;
-  uint32_t flags;  // kBlk*
+  // kBlk*: written under the block-list mutex (locating) or the block's
+  // initialisation mutex (operation 1), so read and written atomically.
+  std::atomic<uint32_t> flags;
   lpmentry entry;
   int32_t users;
   void *module;    // dynamic library handle

@@ -11,7 +11,6 @@
 //
 // Sections: context and start/stop; facilities; recording; reading and
 // marks; message formatting.
-#include <charconv>
 #include <cstring>
 #include <new>
 
@@ -225,6 +224,22 @@ T read_rec(void *ctx, int32_t i, T dflt, F f) {
   return r == nullptr ? dflt : f(r);
 }
 
+// Writes v in decimal into out (24 bytes at least); returns the length.
+// (std::to_chars would leak template symbols into the library's exports.)
+size_t decimal(int64_t v, char *out) {
+  char tmp[24];
+  size_t n = 0;
+  uint64_t u = v < 0 ? 0 - static_cast<uint64_t>(v) : static_cast<uint64_t>(v);
+  do {
+    tmp[n++] = static_cast<char>('0' + u % 10);
+    u /= 10;
+  } while (u != 0);
+  size_t k = 0;
+  if (v < 0) out[k++] = '-';
+  while (n > 0) out[k++] = tmp[--n];
+  return k;
+}
+
 int32_t copy_name(const char *s, char *buf, size_t len) {
   if (s == nullptr || buf == nullptr || len < 1) return 0;
   size_t n = strlen(s);
@@ -371,8 +386,7 @@ KELAPI int32_t lemgem(void *ctx, int32_t i, char *buf, size_t len) {
   };
   char num[24];
   add("Message ", 8);
-  auto res = std::to_chars(num, num + sizeof num, r->msg);
-  add(num, static_cast<size_t>(res.ptr - num));
+  add(num, decimal(r->msg, num));
   add(" not found; product=", 20);
   add(prod, strlen(prod));
   add("; facility=", 11);
@@ -384,8 +398,7 @@ KELAPI int32_t lemgem(void *ctx, int32_t i, char *buf, size_t len) {
       // A bracket or percent sign in a text must not become a directive.
       for (const char *s = r->args[a].v.s; *s; s++) add(*s == '%' ? "%%" : s, *s == '%' ? 2 : 1);
     } else {
-      res = std::to_chars(num, num + sizeof num, r->args[a].v.i);
-      add(num, static_cast<size_t>(res.ptr - num));
+      add(num, decimal(r->args[a].v.i, num));
     }
     add("]", 1);
   }

@@ -66,6 +66,8 @@ int32_t obj_free_all(lmmctx *c, lmmheap *heap) noexcept;
 // the in-use flag of its tag.
 size_t st_usable(const void *p) noexcept;
 int32_t st_in_use(const void *p) noexcept;
+// Usable size of the large block a small block's chunk was cut from.
+size_t st_chunk_usable(const void *small) noexcept;
 
 }  // namespace lmm_internal
 

@@ -511,6 +511,10 @@ namespace lmm_internal {
 
 size_t st_usable(const void *p) noexcept { return usable(const_cast<void *>(p)); }
 int32_t st_in_use(const void *p) noexcept { return (tag_of(const_cast<void *>(p)) & kInUse) ? 1 : 0; }
+size_t st_chunk_usable(const void *small) noexcept {
+  chunk *ch = chunk_of(const_cast<void *>(small));
+  return reinterpret_cast<large *>(reinterpret_cast<char *>(ch) - kLargeHdr)->size;
+}
 
 }  // namespace lmm_internal
 

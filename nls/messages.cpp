@@ -24,6 +24,46 @@ struct lmshdl {
   char *owned_text;  // their texts
 };
 
+namespace nls_internal {
+
+bool parse_catalogue(char *text, size_t size, msgent **out, size_t *count) {
+  size_t lines = 1;
+  for (size_t i = 0; i < size; i++) lines += text[i] == '\n';
+  auto *ents = static_cast<msgent *>(std::malloc(lines * sizeof(msgent)));
+  if (ents == nullptr) return false;
+  size_t n = 0;
+  for (char *line = text; line != nullptr && *line;) {
+    char *nl = std::strchr(line, '\n');
+    if (nl) *nl = '\0';
+    size_t l = std::strlen(line);
+    if (l > 0 && line[l - 1] == '\r') line[--l] = '\0';
+    char *p = line;
+    while (*p == ' ' || *p == '\t') p++;
+    if (std::isdigit(static_cast<unsigned char>(*p))) {
+      char *end;
+      long num = std::strtol(p, &end, 10);
+      if (*end == ',' && num >= 0 && num <= INT32_MAX) {
+        end++;
+        if (*end == ' ') end++;
+        ents[n++] = msgent{static_cast<int32_t>(num), end};
+      }
+    }
+    line = nl ? nl + 1 : nullptr;
+  }
+  // Later lines win over earlier ones with the same number.
+  std::stable_sort(ents, ents + n, [](const msgent &a, const msgent &b) { return a.num < b.num; });
+  size_t k = 0;
+  for (size_t i = 0; i < n; i++) {
+    if (k > 0 && ents[k - 1].num == ents[i].num) ents[k - 1] = ents[i];
+    else ents[k++] = ents[i];
+  }
+  *out = ents;
+  *count = k;
+  return true;
+}
+
+}  // namespace nls_internal
+
 namespace {
 
 void lower(char *d, const char *s, size_t cap) {
@@ -52,38 +92,11 @@ bool read_file(const char *path, lmshdl *h) {
   }
   std::fclose(f);
   text[size] = '\0';
-  size_t lines = 1;
-  for (long i = 0; i < size; i++) lines += text[i] == '\n';
-  auto *ents = static_cast<msgent *>(std::malloc(lines * sizeof(msgent)));
-  if (ents == nullptr) {
+  msgent *ents = nullptr;
+  size_t k = 0;
+  if (!parse_catalogue(text, static_cast<size_t>(size), &ents, &k)) {
     std::free(text);
     return false;
-  }
-  size_t n = 0;
-  for (char *line = text; line != nullptr && *line;) {
-    char *nl = std::strchr(line, '\n');
-    if (nl) *nl = '\0';
-    size_t l = std::strlen(line);
-    if (l > 0 && line[l - 1] == '\r') line[--l] = '\0';
-    char *p = line;
-    while (*p == ' ' || *p == '\t') p++;
-    if (*p != '#' && *p != '\0' && std::isdigit(static_cast<unsigned char>(*p))) {
-      char *end;
-      long num = std::strtol(p, &end, 10);
-      if (*end == ',' && num >= 0 && num <= INT32_MAX) {
-        end++;
-        if (*end == ' ') end++;
-        ents[n++] = msgent{static_cast<int32_t>(num), end};
-      }
-    }
-    line = nl ? nl + 1 : nullptr;
-  }
-  // Later lines win over earlier ones with the same number.
-  std::stable_sort(ents, ents + n, [](const msgent &a, const msgent &b) { return a.num < b.num; });
-  size_t k = 0;
-  for (size_t i = 0; i < n; i++) {
-    if (k > 0 && ents[k - 1].num == ents[i].num) ents[k - 1] = ents[i];
-    else ents[k++] = ents[i];
   }
   h->entries = ents;
   h->count = k;

@@ -22,6 +22,11 @@ struct msgcat {
 extern const msgcat kCatalogues[];
 extern const size_t kCatalogueCount;
 
+// Parses a catalogue file's text (NUL-terminated, `size` bytes, changed in
+// place; the entries point into it) into entries sorted by number, the last
+// of equal numbers kept. *out is malloc'd. False when out of memory.
+bool parse_catalogue(char *text, size_t size, msgent **out, size_t *count);
+
 }  // namespace nls_internal
 
 #endif

@@ -1,0 +1,293 @@
+// The error manager: facilities, per-thread stacks, marks, message texts and
+// frames.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <csetjmp>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "lem.h"
+#include "lpm.h"
+#include "sl.h"
+
+namespace {
+
+class Errors : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ctx = lpminit();
+    ASSERT_NE(ctx, nullptr);
+    lem = ctx->lemctx;
+    fac = lemfaa(lem, nullptr, "KELCORE", "LPM", 3, 4);
+    ASSERT_NE(fac, nullptr);
+  }
+  void TearDown() override {
+    lemces(lem);
+    EXPECT_EQ(lemfaf(lem, fac), 0);
+    EXPECT_EQ(lpmterm(ctx), 0);
+  }
+  lcorectx *ctx = nullptr;
+  void *lem = nullptr;
+  lemfac *fac = nullptr;
+};
+
+// The catalogue text of a message, read from the source tree's message file:
+// the oracle for what lemgem substitutes into.
+std::string catalogue_text(const char *file, int num) {
+  std::ifstream in(std::string(KEL_SOURCE_DIR) + "/nls/messages/" + file);
+  std::string line;
+  while (std::getline(in, line)) {
+    if (line.empty() || line[0] == '#') continue;
+    size_t comma = line.find(',');
+    if (std::stoi(line.substr(0, comma)) == num) return line.substr(comma + 2);
+  }
+  return {};
+}
+
+std::string gem(void *lem, int i) {
+  char buf[1024];
+  int32_t n = lemgem(lem, i, buf, sizeof buf);
+  EXPECT_EQ(n, static_cast<int32_t>(strlen(buf)));
+  return buf;
+}
+
+TEST_F(Errors, FacilityArguments) {
+  struct Case {
+    const char *product, *facility;
+    int32_t a, b;
+    bool ok;
+  } cases[] = {
+      {"KELCORE", "XYZ", 3, 4, true}, {nullptr, "XYZ", 3, 4, false}, {"KELCORE", nullptr, 3, 4, false},
+      {"KELCORE", "XYZ", 0, 4, false}, {"KELCORE", "XYZ", 3, 0, false}, {"", "XYZ", 3, 4, false},
+  };
+  for (const Case &c : cases) {
+    lemfac *f = lemfaa(lem, nullptr, c.product, c.facility, c.a, c.b);
+    EXPECT_EQ(f != nullptr, c.ok);
+    if (f) EXPECT_EQ(lemfaf(lem, f), 0);
+  }
+  EXPECT_EQ(lemfaa(nullptr, nullptr, "KELCORE", "XYZ", 3, 4), nullptr);
+}
+
+TEST_F(Errors, RecordAndReadBack) {
+  lemrec(lem, fac, 31, 2, LEM_ARG_TEXT, "mypkg", LEM_ARG_END);
+  lemric(lem, fac, 77, 1, LEM_ARG_TEXT, "In place: broke", LEM_ARG_END);
+  lemrec(lem, fac, 91, 3, LEM_ARG_TEXT, "averyveryverylongname", LEM_ARG_NUM, int64_t{16}, LEM_ARG_END);
+  lemrec(lem, fac, 60, 1, LEM_ARG_INT, int64_t{4242}, LEM_ARG_END);
+  ASSERT_EQ(lemged(lem), 4);
+  struct Row {
+    int i;
+    int32_t msg, sev, sub, nargs;
+  } rows[] = {{1, 60, 1, 0, 1}, {2, 91, 3, 0, 2}, {3, 3, 1, 77, 1}, {4, 31, 2, 0, 1}};
+  for (const Row &r : rows) {
+    EXPECT_EQ(lemgec(lem, r.i), r.msg) << r.i;
+    EXPECT_EQ(lemgsv(lem, r.i), r.sev) << r.i;
+    EXPECT_EQ(lemgsc(lem, r.i), r.sub) << r.i;
+    EXPECT_EQ(lemgep(lem, r.i), r.nargs) << r.i;
+    EXPECT_EQ(lemget(lem, r.i), LEM_TYPE_MSG);
+  }
+  EXPECT_EQ(lemgia(lem, 1), 4242);
+  EXPECT_EQ(lemgia(lem, 2), -1);
+  int64_t num = 0;
+  const char *text = nullptr;
+  EXPECT_EQ(lemgnp(lem, 2, 1, &num, &text), LEM_ARG_TEXT);
+  EXPECT_STREQ(text, "averyveryverylongname");
+  EXPECT_EQ(lemgnp(lem, 2, 2, &num, &text), LEM_ARG_NUM);
+  EXPECT_EQ(num, 16);
+  EXPECT_EQ(lemgnp(lem, 2, 3, &num, &text), 0);
+  char buf[16];
+  EXPECT_EQ(lemgef(lem, 1, buf, sizeof buf), 3);
+  EXPECT_STREQ(buf, "LPM");
+  EXPECT_EQ(lemgpd(lem, 1, buf, sizeof buf), 7);
+  EXPECT_STREQ(buf, "KELCORE");
+  EXPECT_EQ(lemgpd(lem, 1, buf, 4), 3);
+  EXPECT_STREQ(buf, "KEL");
+  // Out of range.
+  EXPECT_EQ(lemgec(lem, 0), -1);
+  EXPECT_EQ(lemget(lem, 0), LEM_TYPE_NONE);
+  EXPECT_EQ(lemget(lem, 5), LEM_TYPE_NONE);
+  EXPECT_EQ(lemgec(lem, 5), -1);
+  EXPECT_EQ(lemgef(lem, 0, buf, sizeof buf), 0);
+  EXPECT_EQ(lemgef(lem, 1, buf, 0), 0);
+  EXPECT_EQ(lemgec(nullptr, 1), -1);
+  EXPECT_EQ(lemged(nullptr), 0);
+  // Removal.
+  EXPECT_EQ(lemdec(lem, 2), 0);
+  EXPECT_EQ(lemged(lem), 3);
+  EXPECT_EQ(lemgec(lem, 2), 3);
+  lemces(lem);
+  EXPECT_EQ(lemged(lem), 0);
+}
+
+TEST_F(Errors, RefusedRecords) {
+  lemrec(lem, fac, 0, 1, LEM_ARG_END);
+  lemric(lem, fac, 0, 1, LEM_ARG_TEXT, "x", LEM_ARG_END);
+  lemrec(lem, fac, 3, 1, LEM_ARG_END);  // internal message with sub-code 0
+  lemrec(nullptr, fac, 31, 1, LEM_ARG_END);
+  lemrec(lem, nullptr, 31, 1, LEM_ARG_END);
+  EXPECT_EQ(lemged(lem), 0);
+}
+
+TEST_F(Errors, OneMarkPerOperation) {
+  uint8_t flag = 0;
+  lemprc(lem, fac, 31, 0, 1, &flag, LEM_ARG_TEXT, "a", LEM_ARG_END);
+  lemprc(lem, fac, 32, 0, 1, &flag, LEM_ARG_TEXT, "b", LEM_ARG_END);
+  EXPECT_EQ(lwemnmk(lem), 1);
+  EXPECT_EQ(lwemimk(lem, 2), 1) << "the first failure carries the mark";
+  EXPECT_EQ(lwemimk(lem, 1), 0);
+  EXPECT_EQ(lwemimk(lem, 3), -1);
+  lemmrk(lem);
+  EXPECT_EQ(lwemnmk(lem), 2);
+  lemcmk(lem);
+  EXPECT_EQ(lwemimk(lem, 1), 0);
+  EXPECT_EQ(lwemimk(lem, 2), 1);
+}
+
+TEST_F(Errors, MessageTexts) {
+  lemrec(lem, fac, 31, 1, LEM_ARG_TEXT, "mypkg", LEM_ARG_END);
+  char expect[512];
+  snprintf(expect, sizeof expect, catalogue_text("kelcore_lpm.msg", 31).c_str(), "mypkg");
+  EXPECT_EQ(gem(lem, 1), expect);
+
+  lemrec(lem, fac, 91, 1, LEM_ARG_TEXT, "n17characterslong", LEM_ARG_NUM, int64_t{16}, LEM_ARG_END);
+  snprintf(expect, sizeof expect, catalogue_text("kelcore_lpm.msg", 91).c_str(), "n17characterslong", 16);
+  EXPECT_EQ(gem(lem, 1), expect);
+
+  // No text for the number: the arguments are listed instead.
+  lemrec(lem, fac, 7777, 1, LEM_ARG_TEXT, "abc", LEM_ARG_NUM, int64_t{-42}, LEM_ARG_TEXT, "50%", LEM_ARG_END);
+  std::string s = gem(lem, 1);
+  EXPECT_NE(s.find("; arguments: [abc] [-42] [50%]"), std::string::npos) << s;
+
+  // Truncation reports the full length as snprintf does.
+  char small[8];
+  int32_t full = lemgem(lem, 2, small, sizeof small);
+  EXPECT_EQ(full, static_cast<int32_t>(strlen(expect)));
+  EXPECT_EQ(std::string(small), std::string(expect).substr(0, 7));
+
+  EXPECT_EQ(lemgem(lem, 0, small, sizeof small), 0);
+  // A zero length is misuse, recorded as LEM 30.
+  EXPECT_EQ(lemgem(lem, 1, small, 0), 0);
+  EXPECT_EQ(lemgec(lem, 1), 30);
+  char f[8];
+  lemgef(lem, 1, f, sizeof f);
+  EXPECT_STREQ(f, "LEM");
+}
+
+TEST_F(Errors, OperatingSystemError) {
+  lemrse(lem, fac, 8, 2);  // ENOENT
+  EXPECT_EQ(lemget(lem, 1), LEM_TYPE_OSERR);
+  EXPECT_EQ(lemgse(lem, 1), 2);
+  char expect[256];
+  slcgems(2, expect, sizeof expect);
+  EXPECT_EQ(gem(lem, 1), expect);
+}
+
+TEST_F(Errors, ThreadsSeeOnlyTheirOwnRecords) {
+  constexpr int kThreads = 4, kRecords = 300;
+  std::atomic<int> bad{0};
+  std::vector<std::thread> ts;
+  for (int t = 0; t < kThreads; t++) {
+    ts.emplace_back([&, t] {
+      for (int k = 1; k <= kRecords; k++) {
+        lemrec(lem, fac, 1000 + t, k, LEM_ARG_NUM, int64_t{k}, LEM_ARG_END);
+        if (lemged(lem) != k || lemgec(lem, 1) != 1000 + t || lemgsv(lem, 1) != k) bad++;
+        if (k % 50 == 0) {
+          char buf[200];
+          if (lemgem(lem, 1, buf, sizeof buf) <= 0) bad++;
+        }
+      }
+      // Walk the whole stack: newest first, all ours.
+      for (int i = 1; i <= kRecords; i++) {
+        int64_t num = 0;
+        if (lemgnp(lem, i, 1, &num, nullptr) != LEM_ARG_NUM || num != kRecords + 1 - i) bad++;
+      }
+      lemces(lem);
+      if (lemged(lem) != 0) bad++;
+    });
+  }
+  lemrec(lem, fac, 31, 1, LEM_ARG_TEXT, "main", LEM_ARG_END);
+  for (auto &t : ts) t.join();
+  EXPECT_EQ(bad.load(), 0);
+  EXPECT_EQ(lemged(lem), 1) << "other threads' records are not ours";
+}
+
+// ------------------------------------------------------------------ frames
+
+TEST_F(Errors, ThrowIntoFrame) {
+  lemfctx *fc = lemgfc(lem);
+  ASSERT_NE(fc, nullptr);
+  EXPECT_EQ(lemgfc(lem), fc) << "one frame context per thread";
+  static lemframe outer, inner;
+  volatile int reached = 0;
+  lemptfs(fc, &outer);
+  int code = setjmp(*reinterpret_cast<jmp_buf *>(LEM_FRAME_JB(&outer)));
+  if (code == 0) {
+    lemptfs(fc, &inner);
+    EXPECT_EQ(fc->depth, 2);
+    lemptfr(fc, &outer);  // not the innermost: ignored
+    EXPECT_EQ(fc->depth, 2);
+    lemptfr(fc, &inner);
+    EXPECT_EQ(fc->depth, 1);
+    reached = 1;
+    lemtec(fc, fac, 151, 2, LEM_ARG_TEXT, "taken", LEM_ARG_END);
+    reached = 2;  // not reached
+  }
+  EXPECT_EQ(reached, 1);
+  EXPECT_EQ(code, 151);
+  EXPECT_EQ(fc->depth, 0);
+  EXPECT_EQ(fc->top, nullptr);
+  EXPECT_EQ(lemgec(lem, 1), 151);
+
+  // Re-throw of record 1.
+  lemptfs(fc, &outer);
+  code = setjmp(*reinterpret_cast<jmp_buf *>(LEM_FRAME_JB(&outer)));
+  if (code == 0) lemprse(lem);
+  EXPECT_EQ(code, 151);
+
+  // The internal-error form checks its arguments before throwing.
+  lemces(lem);
+  lemtic(fc, fac, 0, 1, LEM_ARG_END);
+  EXPECT_EQ(lemgec(lem, 1), 30);
+  lemtic(fc, fac, 5, 0, LEM_ARG_END);
+  EXPECT_EQ(lemged(lem), 2);
+  lemptfs(fc, &outer);
+  code = setjmp(*reinterpret_cast<jmp_buf *>(LEM_FRAME_JB(&outer)));
+  if (code == 0) lemtic(fc, fac, 5, 1, LEM_ARG_TEXT, "here", LEM_ARG_END);
+  EXPECT_EQ(code, 3);
+  EXPECT_EQ(lemgsc(lem, 1), 5);
+}
+
+TEST_F(Errors, ThrowWithoutFrameRecordsAndReturns) {
+  lemfctx *fc = lemgfc(lem);
+  lemptpo(fc, fac, 31, 0);
+  EXPECT_EQ(lemgec(lem, 1), 3);
+  EXPECT_EQ(lemgsc(lem, 1), 4);
+  lemces(lem);
+  lemptrs(fc);  // empty stack
+  EXPECT_EQ(lemgec(lem, 1), 900);
+  lemptfs(fc, nullptr);
+  EXPECT_EQ(lemgec(lem, 1), 30);
+}
+
+int g_callback_calls = 0;
+void on_throw(void *, void *, int32_t code, int32_t) { g_callback_calls += code; }
+
+TEST_F(Errors, ThrowCallbackMayRecord) {
+  lemfasc(lem, fac, on_throw);
+  lemfctx *fc = lemgfc(lem);
+  static lemframe fr;
+  lemptfs(fc, &fr);
+  int code = setjmp(*reinterpret_cast<jmp_buf *>(LEM_FRAME_JB(&fr)));
+  if (code == 0) lemsec(lem, fac, 12, 1, LEM_ARG_END);
+  EXPECT_EQ(code, 12);
+  EXPECT_EQ(g_callback_calls, 12);
+  lemfasc(lem, fac, nullptr);
+}
+
+}  // namespace
