@@ -113,9 +113,39 @@ struct Status {
   }
 };
 
+// ------------------------------------------------------- exact modulus
+// a mod d by multiplication (Lemire, Kaser and Kurz): exact for every 32-bit
+// a and d >= 1, and several times faster than a division. The probes use it
+// for the step, whose divisor is fixed between resizes.
+struct Divisor {
+  uint32_t d = 1;
+  uint64_t m = 0;
+  Divisor() = default;
+  explicit Divisor(uint32_t div) noexcept : d(div), m(UINT64_MAX / div + 1) {}
+  uint32_t mod(uint32_t a) const noexcept {
+    uint64_t low = m * a;
+    return static_cast<uint32_t>((static_cast<unsigned __int128>(low) * d) >> 64);
+  }
+};
+
 // --------------------------------------------------------- slot storage
+// The slot as the table itself sees it: the public layout, with the padding
+// after the state byte holding a check word (string kind: the raw first fold
+// of the key; arbitrary kind: the caller's hash for the current size) that
+// lets probes pass unequal keys without comparing them and lets a resize of
+// a string table skip folding every key again. Outside code never sees it.
+template <class KeyT>
+struct ISlot {
+  KeyT key;
+  void *value;
+  uint8_t state;
+  uint8_t spare[3];
+  uint32_t check;
+};
+
 struct Storage {
   void **chunks = nullptr;  // nchunks chunk pointers
+  void *first = nullptr;    // chunks[0], one load less on every probe
   uint32_t size = 0;        // slots
   uint32_t per_chunk = 0;   // slots in each chunk but the last
   uint32_t last = 0;        // slots in the last chunk
@@ -142,6 +172,7 @@ struct Table {
   uint32_t grow_above;    // size - 1: grow when count passes it
   uint32_t shrink_below;  // size / 4: shrink when count drops below it
   uint32_t chunk_limit;   // most slots per chunk (LHT_CHUNK_SLOTS; tests lower it)
+  Divisor step_div;       // size - 1, the divisor of the integer and string steps
   Storage st;
   // error reporting
   lcorectx *ctx;

@@ -16,15 +16,15 @@ namespace lht_internal {
 namespace {
 
 // Every kind's slot has the same shape: a word of key, the value, the state.
-struct RawSlot {
-  uint64_t key;
-  void *value;
-  uint8_t state;
-};
-static_assert(sizeof(RawSlot) == sizeof(LhtIntSlot) && offsetof(RawSlot, state) == offsetof(LhtIntSlot, state) &&
-              offsetof(RawSlot, state) == offsetof(LhtStrSlot, state) &&
-              offsetof(RawSlot, state) == offsetof(LhtArbSlot, state) &&
-              offsetof(RawSlot, value) == offsetof(LhtIntSlot, value));
+using RawSlot = ISlot<uint64_t>;
+template <class Pub, class KeyT>
+constexpr bool same_layout() {
+  return sizeof(Pub) == sizeof(ISlot<KeyT>) && offsetof(Pub, key) == offsetof(ISlot<KeyT>, key) &&
+         offsetof(Pub, value) == offsetof(ISlot<KeyT>, value) && offsetof(Pub, state) == offsetof(ISlot<KeyT>, state) &&
+         offsetof(ISlot<KeyT>, state) == offsetof(RawSlot, state);
+}
+static_assert(same_layout<LhtIntSlot, uint32_t>() && same_layout<LhtStrSlot, const char *>() &&
+              same_layout<LhtArbSlot, const void *>(), "internal and public slots must share their layout");
 
 constexpr int32_t kSeverity = 1;
 
@@ -78,10 +78,12 @@ int32_t storage_make(Table &t, uint32_t size, Storage &out, Status &st) noexcept
       chunk[i].key = 0;
       chunk[i].value = nullptr;
       chunk[i].state = kEmpty;
+      chunk[i].check = 0;
     }
     arr[c] = chunk;
   }
   out.chunks = arr;
+  out.first = arr[0];
   out.size = size;
   out.per_chunk = per;
   out.last = last;
@@ -192,6 +194,7 @@ Table *create(Kind kind, lcorectx *ctx, void *errh, uint32_t size, const LhtMem 
     return nullptr;
   }
   t->size = t->st.size;
+  t->step_div = Divisor(t->size - 1);
   t->index = static_cast<uint32_t>(idx);
   t->grow_above = t->size - 1;
   t->shrink_below = t->size >> 2;

@@ -11,6 +11,9 @@
 // table grows when an insert leaves it without a free slot and shrinks when
 // removes leave it under a quarter full, so a lookup ends at an empty slot
 // after a few probes in the common case and after `size` probes at worst.
+// Each slot's padding keeps a check word of its key (see ISlot), so that
+// probes pass most unequal string and arbitrary keys without comparing them,
+// and the step's modulus is a multiplication by a reciprocal fixed at resize.
 //
 // Changes and searches run under the table's mutex. Iteration runs without
 // it: while any iteration is open, inserts and removes are refused, so the
@@ -28,42 +31,67 @@ namespace lht_internal {
 namespace {
 
 // ------------------------------------------------------------ kind traits
+// hash(): the home slot for `size` and the check word kept in the slot.
+// rehash(): the same for an entry already in the table (a resize).
+// step(): the probe step, asked for only at the first collision.
+// same(): whether the entry in a slot has the key (the check word first).
+
+struct Hashed {
+  uint32_t home;
+  uint32_t check;
+};
 
 struct IntKind {
   using Key = uint32_t;
-  using Slot = LhtIntSlot;
+  using Slot = ISlot<uint32_t>;
+  using Public = LhtIntSlot;
   static constexpr Kind kKind = Kind::Int;
   static bool valid(Key) noexcept { return true; }
-  static uint32_t home(const Table &, Key k, uint32_t size) noexcept { return inq1(k, size); }
-  static uint32_t step(const Table &, Key k, uint32_t size) noexcept { return inq2(k, size); }
-  static bool same(const Table &, Key stored, Key k) noexcept { return stored == k; }
+  static Hashed hash(const Table &, Key k, uint32_t size) noexcept { return {inq1(k, size), 0}; }
+  static Hashed rehash(const Table &t, const Slot &s, uint32_t size) noexcept { return hash(t, s.key, size); }
+  static uint32_t step(const Table &, Key k, const Divisor &d) noexcept { return d.mod(k + 777u) + 1; }
+  static bool same(const Table &, const Slot &s, Key k, uint32_t) noexcept { return s.key == k; }
   static int32_t fail_key(Status &st, int32_t code, Key k) noexcept { return st.fail_num(code, k); }
 };
 
 struct StrKind {
   using Key = const char *;
-  using Slot = LhtStrSlot;
+  using Slot = ISlot<const char *>;
+  using Public = LhtStrSlot;
   static constexpr Kind kKind = Kind::Str;
   static bool valid(Key k) noexcept { return k != nullptr; }
-  static uint32_t home(const Table &, Key k, uint32_t size) noexcept { return inq1(fold1(k), size); }
-  static uint32_t step(const Table &, Key k, uint32_t size) noexcept { return inq2(fold2(k), size); }
-  static bool same(const Table &, Key stored, Key k) noexcept { return stored == k || strcmp(stored, k) == 0; }
+  static Hashed hash(const Table &, Key k, uint32_t size) noexcept {
+    uint32_t h = fold1(k);
+    return {inq1(h, size), h};
+  }
+  static Hashed rehash(const Table &, const Slot &s, uint32_t size) noexcept { return {inq1(s.check, size), s.check}; }
+  static uint32_t step(const Table &, Key k, const Divisor &d) noexcept { return d.mod(fold2(k) + 777u) + 1; }
+  static bool same(const Table &, const Slot &s, Key k, uint32_t check) noexcept {
+    return s.check == check && (s.key == k || strcmp(s.key, k) == 0);
+  }
   static int32_t fail_key(Status &st, int32_t code, Key k) noexcept { return st.fail_text(code, k); }
 };
 
 struct ArbKind {
   using Key = const void *;
-  using Slot = LhtArbSlot;
+  using Slot = ISlot<const void *>;
+  using Public = LhtArbSlot;
   static constexpr Kind kKind = Kind::Arb;
   static bool valid(Key) noexcept { return true; }
-  static uint32_t home(const Table &t, Key k, uint32_t size) noexcept {
+  static Hashed hash(const Table &t, Key k, uint32_t size) noexcept {
     uint32_t h = t.hash(k, size, t.uctx);
-    return h < size ? h : h % size;
+    return {h < size ? h : h % size, h};
   }
+  static Hashed rehash(const Table &t, const Slot &s, uint32_t size) noexcept { return hash(t, s.key, size); }
   // Probe n looks at home + LhtArqQuad(n, 14, 0) = home + 14n, so each move
-  // adds 14 (mod size).
-  static uint32_t step(const Table &, Key, uint32_t size) noexcept { return (kArbB + kArbC) % size; }
-  static bool same(const Table &t, Key stored, Key k) noexcept { return t.cmp(stored, k, t.uctx) == 0; }
+  // adds 14 (mod size); d.d + 1 is the size.
+  static uint32_t step(const Table &, Key, const Divisor &d) noexcept {
+    uint32_t size = d.d + 1;
+    return (kArbB + kArbC) < size ? kArbB + kArbC : (kArbB + kArbC) % size;
+  }
+  static bool same(const Table &t, const Slot &s, Key k, uint32_t check) noexcept {
+    return s.check == check && t.cmp(s.key, k, t.uctx) == 0;
+  }
   static int32_t fail_key(Status &st, int32_t code, Key k) noexcept {
     return st.fail_num(code, static_cast<int64_t>(reinterpret_cast<uintptr_t>(k)));
   }
@@ -74,35 +102,37 @@ struct ArbKind {
 template <class Slot>
 inline Slot *slot_at(const Storage &s, uint32_t i) noexcept {
   // Real tables have one chunk, so the first test settles nearly every access.
-  if (__builtin_expect(i < s.per_chunk, 1)) return static_cast<Slot *>(s.chunks[0]) + i;
+  if (__builtin_expect(i < s.per_chunk, 1)) return static_cast<Slot *>(s.first) + i;
   return static_cast<Slot *>(s.chunks[i / s.per_chunk]) + i % s.per_chunk;
 }
 
 struct Probe {
   bool found;
-  uint32_t slot;  // the key's slot, or where it would go (kNoSlot: nowhere)
+  uint32_t slot;   // the key's slot, or where it would go (kNoSlot: nowhere)
+  uint32_t check;  // the key's check word, for a slot about to be filled
 };
 
 template <class K>
 Probe probe(const Table &t, typename K::Key key) noexcept {
   const Storage &s = t.st;
   const uint32_t size = t.size;
-  uint32_t i = K::home(t, key, size);
+  const Hashed h = K::hash(t, key, size);
+  uint32_t i = h.home;
   uint32_t step = kNoStep;
   uint32_t first_deleted = kNoSlot;
   for (uint32_t n = 0; n < size; ++n) {
     const auto *slot = slot_at<typename K::Slot>(s, i);
-    if (slot->state == kEmpty) return {false, first_deleted != kNoSlot ? first_deleted : i};
+    if (slot->state == kEmpty) return {false, first_deleted != kNoSlot ? first_deleted : i, h.check};
     if (slot->state == kDeleted) {
       if (first_deleted == kNoSlot) first_deleted = i;
-    } else if (K::same(t, slot->key, key)) {
-      return {true, i};
+    } else if (K::same(t, *slot, key, h.check)) {
+      return {true, i, h.check};
     }
-    if (step == kNoStep) step = K::step(t, key, size);
+    if (step == kNoStep) step = K::step(t, key, t.step_div);
     i += step;  // i, step < size: one subtraction is the modulus
     if (i >= size) i -= size;
   }
-  return {false, first_deleted};
+  return {false, first_deleted, h.check};
 }
 
 // ------------------------------------------------------------------ resize
@@ -116,28 +146,34 @@ int32_t resize_locked(Table &t, uint32_t index, Status &st) noexcept {
   Storage ns;
   if (storage_make(t, kSizes[index], ns, st) != 0) return -LHT_ERR_NOMEM;
   const uint32_t size = ns.size;
+  const Divisor div(size - 1);
   const Storage &os = t.st;
   for (uint32_t c = 0; c < os.nchunks; ++c) {
     const auto *chunk = static_cast<const Slot *>(os.chunks[c]);
     uint32_t n = c + 1 == os.nchunks ? os.last : os.per_chunk;
     for (uint32_t j = 0; j < n; ++j) {
       if (chunk[j].state != kUsed) continue;
-      uint32_t i = K::home(t, chunk[j].key, size);
+      Hashed h = K::rehash(t, chunk[j], size);
+      uint32_t i = h.home;
       Slot *dst = slot_at<Slot>(ns, i);
       if (dst->state != kEmpty) {
-        uint32_t step = K::step(t, chunk[j].key, size);
+        uint32_t step = K::step(t, chunk[j].key, div);
         do {
           i += step;
           if (i >= size) i -= size;
           dst = slot_at<Slot>(ns, i);
         } while (dst->state != kEmpty);
       }
-      *dst = chunk[j];
+      dst->key = chunk[j].key;
+      dst->value = chunk[j].value;
+      dst->state = kUsed;
+      dst->check = h.check;
     }
   }
   storage_free(t, t.st);
   t.st = ns;
   t.size = size;
+  t.step_div = div;
   t.index = index;
   t.grow_above = size - 1;
   t.shrink_below = size >> 2;
@@ -174,6 +210,7 @@ int32_t insert_locked(Table &t, typename K::Key key, void *value, Status &st) no
   slot->key = key;
   slot->value = value;
   slot->state = kUsed;
+  slot->check = p.check;
   ++t.count;
   if (t.count > t.grow_above && t.index < kMaxIndex) {
     int32_t rc = resize_locked<K>(t, t.index + 1, st);
@@ -306,11 +343,13 @@ int32_t yield(LhtTable *t, typename K::Key *key, void **value, uint32_t *pos) no
 }
 
 template <class K>
-int32_t get_index(LhtTable *t, typename K::Key key, uint32_t *slotno, typename K::Slot **slot) noexcept {
+int32_t get_index(LhtTable *t, typename K::Key key, uint32_t *slotno, typename K::Public **slot) noexcept {
   if (!is<K>(t) || !K::valid(key)) return -LHT_ERR_ARG;
   Probe p = probe<K>(*t, key);
   if (slotno != nullptr) *slotno = p.slot;
-  if (slot != nullptr) *slot = p.slot == kNoSlot ? nullptr : slot_at<typename K::Slot>(t->st, p.slot);
+  if (slot != nullptr)
+    *slot = p.slot == kNoSlot ? nullptr
+                              : reinterpret_cast<typename K::Public *>(slot_at<typename K::Slot>(t->st, p.slot));
   return p.found ? LHT_FOUND : LHT_NOTFOUND;
 }
 

@@ -113,9 +113,10 @@ typedef struct LhtTable LhtTable;
  *   heap null, alloc != null the caller's callbacks, called with `actx`;
  *                            `free` must then be given too
  *   both null (or no LhtMem) the system allocator (ss_mem_alc / ss_mem_fre)
- * The callbacks may be called from any thread that uses the table, one call
- * at a time per table (under the table's mutex). `alloc` returns null when it
- * cannot serve the request. */
+ * The table calls the callbacks under its mutex, from whichever thread is
+ * changing it; LhtqmAlloc/LhtqmFree call them directly (without the mutex).
+ * `alloc` returns null when it cannot serve the request; blocks need the
+ * alignment of a pointer. */
 typedef void *(*LhtAllocFn)(void *actx, size_t size);
 typedef void (*LhtFreeFn)(void *actx, void *ptr);
 
@@ -287,8 +288,8 @@ KELAPI int32_t LhtArqResize(LhtTable *t, uint32_t index);
  * deleted slot on the probe path, else the empty slot that ended it), or
  * UINT32_MAX and null when the path holds neither. Either output may be null.
  * -6 for a null table or wrong kind (or a null string key). Takes no lock
- * (see the top of the file); the slot pointer is valid until the next change
- * of the table. */
+ * (see the top of the file); the slot pointer is for reading and valid until
+ * the next change of the table (change entries only through Insert/Remove). */
 KELAPI int32_t LhtInqGetIndex(LhtTable *t, uint32_t key, uint32_t *slotno, LhtIntSlot **slot);
 KELAPI int32_t LhtStqGetIndex(LhtTable *t, const char *key, uint32_t *slotno, LhtStrSlot **slot);
 KELAPI int32_t LhtArqGetIndex(LhtTable *t, const void *key, uint32_t *slotno, LhtArbSlot **slot);

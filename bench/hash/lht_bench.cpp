@@ -268,7 +268,9 @@ int main(int argc, char **argv) {
   std::map<std::string, std::map<std::string, double>> rows;
   for (auto &[name, ns] : rep.ns) {
     auto bar = name.find('|');
-    rows[name.substr(0, bar)][name.substr(bar + 1)] = ns;
+    std::string impl = name.substr(bar + 1);
+    impl = impl.substr(0, impl.find('/'));  // drop "/iterations:N"
+    rows[name.substr(0, bar)][impl] = ns;
   }
   for (auto &[op, by] : rows) {
     auto get = [&](const char *impl) { return by.count(impl) ? by.at(impl) : 0.0; };

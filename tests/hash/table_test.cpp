@@ -506,3 +506,25 @@ TEST(LhtProbe, StringAndArbitraryFindTheirSlots) {
 }
 
 }  // namespace
+
+namespace {
+
+// The probes' modulus by multiplication against the % operator, for every
+// divisor the tables use and the edges of 32-bit arithmetic.
+TEST(LhtProbe, ModulusByMultiplicationIsExact) {
+  std::mt19937 rng(9);
+  std::vector<uint32_t> divisors = {1, 2, 3, 7, 13, 0x7FFFFFFF, 0xFFFFFFFF};
+  for (uint32_t s : kSizes)
+    if (s > 1) divisors.push_back(s - 1);
+  for (uint32_t d : divisors) {
+    lht_internal::Divisor div(d);
+    for (uint32_t a : {0u, 1u, d - 1, d, d + 1, 776u, 777u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFEu, 0xFFFFFFFFu})
+      ASSERT_EQ(div.mod(a), a % d) << a << " mod " << d;
+    for (int i = 0; i < 20000; ++i) {
+      uint32_t a = rng();
+      ASSERT_EQ(div.mod(a), a % d) << a << " mod " << d;
+    }
+  }
+}
+
+}  // namespace
