@@ -51,9 +51,9 @@ enum class Kind : uint32_t { Int = 0x4C485449, Str = 0x4C485453, Arb = 0x4C48544
 
 inline uint32_t inq1(uint32_t k, uint32_t size) noexcept {
   double x = static_cast<double>(k) * 0.6180339887498949;
-  double f = x - static_cast<double>(static_cast<uint64_t>(x));  // 0 <= x < 2^32: exact truncation
-  double y = static_cast<double>(size) * f;
-  return static_cast<uint32_t>(y);
+  double f = x - static_cast<double>(static_cast<int64_t>(x));  // 0 <= x < 2^32: exact truncation
+  double y = static_cast<double>(size) * f;  // 0 <= y < size
+  return static_cast<uint32_t>(static_cast<int64_t>(y));
 }
 
 inline uint32_t inq2(uint32_t k, uint32_t size) noexcept {
