@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "lx.h"
 #include "sl.h"
 #include "tests/hash/lht_test_util.h"
 
@@ -291,6 +292,22 @@ TEST(LhtFaults, CreationUnderFailures) {
       if (hits == 0) break;
     }
   }
+}
+
+}  // namespace
+
+namespace {
+
+// Every status the tables record has a text in the facility's catalogue.
+TEST(LhtErrors, EveryStatusHasACatalogueText) {
+  lmshdl *h = lmsaicmt(nullptr, "KELCORE", "LHT");
+  ASSERT_NE(h, nullptr);
+  for (int32_t code : {LHT_ERR_ARG, LHT_ERR_NOMEM, LHT_ERR_DUP, LHT_ERR_END, LHT_ERR_ITER, LHT_ERR_FULL,
+                       LHT_ERR_NOKEY, LHT_ERR_MUTEX, 3, 4}) {
+    char buf[256];
+    EXPECT_GT(lmsagbf(h, code, buf, sizeof buf), 0) << code;
+  }
+  EXPECT_EQ(lmsatrm(h), 0);
 }
 
 }  // namespace
