@@ -35,6 +35,19 @@ def fold(data, mul, limit):
     return h
 
 
+def prefix_for(mul, target, n=4):
+    """Non-zero bytes whose plain fold (no guard on the way) is exactly
+    target, so that the next byte meets the guard at its boundary."""
+    if n == 1:
+        return bytes([target]) if 1 <= target <= 255 else None
+    for c in range(1, 256):
+        if (target - c) % mul == 0 and target - c > 0:
+            head = prefix_for(mul, (target - c) // mul, n - 1)
+            if head is not None:
+                return head + bytes([c])
+    return None
+
+
 def main():
     rnd = random.Random(20261121)
     ints = [0, 1, 2, 3, 776, 777, 778, 1000, 65535, 65536, 0x7FFFFFFF,
@@ -51,6 +64,13 @@ def main():
             b"\xff", b"\x80\x81", b"\xff" * 4, b"\xff" * 40, b"key-0001",
             b"The quick brown fox jumps over the lazy dog",
             bytes(range(1, 256)), b"a" * 1000]
+    # The guards at their thresholds: h equal to, just below and just above.
+    for mul, limit in ((128, 0xFFFFFF), (131, 0xFA232C)):
+        for target in (limit - 1, limit, limit + 1):
+            head = prefix_for(mul, target)
+            assert head is not None and fold(head, mul, limit) == target
+            for tail in (b"", b"\x01", b"A", b"\xff", b"AB"):
+                strs.append(head + tail)
     for n in range(1, 64):
         strs.append(bytes(rnd.randrange(1, 256) for _ in range(n)))
     for n in range(64, 400, 37):
