@@ -1,34 +1,25 @@
 // The fast heap model: a bump pointer through extents.
 //
-// Each extent starts with {previous extent, next free byte, bytes left,
-// allocations, total size}; each allocation is preceded by a 16-byte header
-// {rounded size, 0} so that realloc knows how much to copy. Single frees do
+// Each extent starts with {previous extent, next free byte, end of the
+// extent, allocations, total size} (models_impl.h); each allocation is
+// preceded by a 16-byte header {rounded size, 0} so that realloc knows how
+// much to copy. Single frees do
 // nothing: the heap is meant to die whole. Extents grow with the request (five
 // times it, at least 8 KiB) so that a run of like requests costs one extent
 // per five.
 #include <cstring>
 
 #include "memory/lmm_impl.h"
+#include "memory/models_impl.h"
 
 using namespace lmm_internal;
+using namespace lmm_model;
 
 namespace {
 
-struct fsvrt {
-  fsvrt *prev;
-  char *free;
-  size_t room;
-  size_t count;
-  size_t total;
-  size_t spare;
-};
-constexpr size_t kHdr = 16;
+constexpr size_t kHdr = kFsHdr;
 constexpr size_t kMinExtent = 8192;
 constexpr size_t kHuge = 0x7FFFD8A0;
-
-struct fsmodel {
-  fsvrt *cur;
-};
 
 fsvrt *new_vrt(lmmctx *c, lmmheap *heap, size_t size, bool quiet) noexcept {
   if (heap->parent == nullptr) {
@@ -40,7 +31,7 @@ fsvrt *new_vrt(lmmctx *c, lmmheap *heap, size_t size, bool quiet) noexcept {
   auto *v = static_cast<fsvrt *>(p);
   v->prev = static_cast<fsmodel *>(heap->model)->cur;
   v->free = static_cast<char *>(p) + sizeof(fsvrt);
-  v->room = size - sizeof(fsvrt);
+  v->end = static_cast<char *>(p) + size;
   v->count = 0;
   v->total = size;
   static_cast<fsmodel *>(heap->model)->cur = v;
@@ -94,7 +85,7 @@ void *fs_malloc(void *mctx, lmmheap *heap, size_t n, uint32_t flags) {
   size_t r = ((n + 7) & ~size_t{7}) + kHdr;
   auto *m = static_cast<fsmodel *>(heap->model);
   fsvrt *v = m->cur;
-  if (v == nullptr || v->room < r) {
+  if (static_cast<size_t>(v->end - v->free) < r) [[unlikely]] {
     lmmctx *c = ctx_of(mctx);
     v = grow(c, heap, r);
     if (v == nullptr) {
@@ -103,7 +94,6 @@ void *fs_malloc(void *mctx, lmmheap *heap, size_t n, uint32_t flags) {
     }
   }
   v->count++;
-  v->room -= r;
   char *p = v->free;
   v->free += r;
   reinterpret_cast<size_t *>(p)[0] = r - kHdr;
@@ -144,8 +134,11 @@ void *fs_valloc(void *mctx, lmmheap *heap, size_t n, uint32_t flags) {
   return fs_memalign(mctx, heap, n, slmmvallocsz(), flags);
 }
 
-constexpr lmmmfp kFast = {fs_init, fs_freehp, fs_malloc, fs_free, fs_calloc, fs_realloc, fs_valloc};
 
 }  // namespace
 
-extern "C" KELAPI const lmmmfp *lmmgetfsmfp(void) { return &kFast; }
+namespace lmm_model {
+const lmmmfp kFastOps = {fs_init, fs_freehp, fs_malloc, fs_free, fs_calloc, fs_realloc, fs_valloc};
+}
+
+extern "C" KELAPI const lmmmfp *lmmgetfsmfp(void) { return &kFastOps; }

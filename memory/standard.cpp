@@ -30,97 +30,24 @@
 #include <bit>
 #include <cstring>
 
+#include "kelmsg_kelcore_lmm.h"
 #include "memory/lmm_impl.h"
+#include "memory/models_impl.h"
 
 using namespace lmm_internal;
+using namespace lmm_model;
 
 namespace {
 
-// ---------------------------------------------------------------- layout
-
-constexpr size_t kClassSize[5] = {23, 55, 119, 247, 247};
-constexpr size_t kSmallHdr = 9;
-constexpr size_t kSmallMax = 247;
-constexpr size_t kLargeHdr = 40;
-constexpr size_t kTrailer = 32;
-constexpr size_t kVrtOverhead = kLargeHdr + kTrailer;  // 72
-constexpr size_t kMinLarge = 256;
-constexpr size_t kMinRest = 296;
-constexpr size_t kChunk = 8192;
-constexpr size_t kChunkCut = 16385;
-constexpr size_t kChunkFrom = 2048;
-constexpr int kBuckets = 1025;
-constexpr size_t kKeepFreeExtents = 2;
-
-constexpr uint8_t kInUse = 0x08;
-constexpr uint8_t kAligned = 6;
-constexpr uint8_t kLarge = 7;
-
-struct large;
-struct vtrail {
-  char *start;
-  vtrail *next;      // every extent of the heap
-  vtrail *freenext;  // free extents
-  size_t total;
-};
-
-struct large {
-  large *pphys;
-  large *nphys;
-  size_t size;
-  uint8_t pad[7];
-  uint8_t tag;
-  large **bucket;
-  // user area; while free:
-  large *bnext;
-  large *bprev;
-};
-static_assert(offsetof(large, bnext) == kLargeHdr, "large block header is 40 bytes");
-static_assert(offsetof(large, tag) == kLargeHdr - kSmallHdr, "the tag lies 9 bytes before the user area");
-
-struct chunk {
-  chunk *next;
-  chunk *prev;
-  size_t room;
-  size_t inuse;
-  char *free;
-};
-constexpr size_t kChunkHdr = sizeof(chunk);  // 40
-
-struct sfree {
-  sfree *next;
-  sfree *prev;
-};
-
-struct stmodel {
-  chunk *cfirst;
-  chunk *clast;
-  vtrail *freev;
-  size_t nfreev;
-  vtrail *allv;
-  sfree *cls[5];
-  large *bucket[kBuckets];
-  uint32_t bits[32];
-  uint32_t summary;
-};
-
-inline uint8_t &tag_of(void *user) noexcept { return *(static_cast<uint8_t *>(user) - kSmallHdr); }
-inline large *hdr_of(void *user) noexcept { return reinterpret_cast<large *>(static_cast<char *>(user) - kLargeHdr); }
-inline char *user_of(large *b) noexcept { return reinterpret_cast<char *>(b) + kLargeHdr; }
-inline chunk *&chunk_of(void *user) noexcept {
-  return *reinterpret_cast<chunk **>(static_cast<char *>(user) - 8);
-}
-inline vtrail *trailer_of(large *whole) noexcept { return reinterpret_cast<vtrail *>(user_of(whole) + whole->size); }
-
-// The first small block of a chunk sits where its user area is 16-aligned.
-inline char *first_block(chunk *ch) noexcept {
-  auto a = reinterpret_cast<uintptr_t>(ch) + kChunkHdr + kSmallHdr;
-  a = (a + 15) & ~uintptr_t{15};
-  return reinterpret_cast<char *>(a - kSmallHdr);
-}
-
-inline int class_of(size_t n) noexcept { return n <= 23 ? 0 : n <= 55 ? 1 : n <= 119 ? 2 : 3; }
-inline int bucket_of(size_t s) noexcept { return s < 65536 ? static_cast<int>(s / 64) : 1024; }
+// Free extents a heap keeps for reuse before handing them back: enough
+// that a heap which shrinks and grows again does not go back to the system
+// (or its parent) every time, bounded so that a heap that was once large
+// does not hold its peak for ever.
+constexpr size_t kKeepFreeExtents = 64;
+constexpr size_t kKeepFreeBytes = size_t{256} << 20;
+// New extents grow with the heap: at least a quarter of what it holds, up
+// to kMaxGrowth, so that a heap of many large blocks needs few extents.
+constexpr size_t kMaxGrowth = size_t{64} << 20;
 
 // ---------------------------------------------------------- bucket bitmap
 
@@ -181,10 +108,13 @@ large *get_vrt(lmmctx *c, lmmheap *heap, stmodel *m, size_t n, uint32_t flags) n
       *pp = t->freenext;
       t->freenext = nullptr;
       m->nfreev--;
+      m->freebytes -= t->total;
       return reinterpret_cast<large *>(t->start);
     }
   }
   size_t ext = (flags & LMM_EXTSZ) ? (flags & 31u) * 8192 : c->extent ? c->extent : slmmstmsr();
+  size_t grow = m->vbytes / 4 < kMaxGrowth ? m->vbytes / 4 : kMaxGrowth;
+  if (ext < grow) ext = grow;
   size_t size = need > ext ? need : ext;
   if (heap->parent == nullptr) {
     size_t page = slmmvallocsz();
@@ -203,6 +133,7 @@ large *get_vrt(lmmctx *c, lmmheap *heap, stmodel *m, size_t n, uint32_t flags) n
   t->freenext = nullptr;
   t->next = m->allv;
   m->allv = t;
+  m->vbytes += size;
   auto *b = reinterpret_cast<large *>(p);
   b->pphys = b->nphys = nullptr;
   b->size = size - kVrtOverhead;
@@ -219,13 +150,14 @@ void release_vrt(lmmctx *c, lmmheap *heap, stmodel *m, vtrail *t) noexcept {
       break;
     }
   }
+  m->vbytes -= t->total;
   extent_put(c, heap, t->start, t->total);
 }
 
 // A free block that spans its whole extent: keep a few extents for reuse.
 void park_vrt(lmmctx *c, lmmheap *heap, stmodel *m, large *b) noexcept {
   vtrail *t = trailer_of(b);
-  if (m->nfreev >= kKeepFreeExtents) {
+  if (m->nfreev >= kKeepFreeExtents || m->freebytes + t->total > kKeepFreeBytes) {
     release_vrt(c, heap, m, t);
     return;
   }
@@ -233,6 +165,7 @@ void park_vrt(lmmctx *c, lmmheap *heap, stmodel *m, large *b) noexcept {
   t->freenext = m->freev;
   m->freev = t;
   m->nfreev++;
+  m->freebytes += t->total;
 }
 
 // ----------------------------------------------------- cutting and merging
@@ -442,14 +375,14 @@ int32_t st_free(void *mctx, lmmheap *heap, void *p, uint32_t flags) {
   auto *m = static_cast<stmodel *>(heap->model);
   uint8_t t = tag_of(p);
   if (!valid_tag(t)) {
-    rec(c, nullptr, 33, 0, LEM_ARG_TEXT, "lmmfree", LEM_ARG_END);
+    rec(c, nullptr, kelmsg::LMM_BADARG, 0, LEM_ARG_TEXT, "lmmfree", LEM_ARG_END);
     return -1;
   }
   if ((t & 7) == kAligned) {
     p = static_cast<char *>(p) - *reinterpret_cast<size_t *>(static_cast<char *>(p) - 8);
     t = tag_of(p);
     if (!valid_tag(t) || (t & 7) == kAligned) {
-      rec(c, nullptr, 33, 0, LEM_ARG_TEXT, "lmmfree", LEM_ARG_END);
+      rec(c, nullptr, kelmsg::LMM_BADARG, 0, LEM_ARG_TEXT, "lmmfree", LEM_ARG_END);
       return -1;
     }
   }
@@ -503,7 +436,6 @@ void *st_valloc(void *mctx, lmmheap *heap, size_t n, uint32_t flags) {
   return p;
 }
 
-constexpr lmmmfp kStandard = {st_init, st_freehp, st_malloc, st_free, st_calloc, st_realloc, st_valloc};
 
 }  // namespace
 
@@ -518,4 +450,8 @@ size_t st_chunk_usable(const void *small) noexcept {
 
 }  // namespace lmm_internal
 
-extern "C" KELAPI const lmmmfp *lmmgetstmfp(void) { return &kStandard; }
+namespace lmm_model {
+const lmmmfp kStandardOps = {st_init, st_freehp, st_malloc, st_free, st_calloc, st_realloc, st_valloc};
+}
+
+extern "C" KELAPI const lmmmfp *lmmgetstmfp(void) { return &kStandardOps; }
