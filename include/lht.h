@@ -236,9 +236,10 @@ KELAPI int32_t LhtArbSearch(LhtTable *t, const void *key, void **value);
 /* --------------------------------------------------------------- iteration
  * An iteration walks the slots in slot order:
  *
- *   int32_t pos = LhtIntBeginIter(t);            (0, or a negated code)
- *   uint32_t p = 0, key; void *val;
- *   while (LhtIntYield(t, &key, &val, &p) == 1) { ... }
+ *   int32_t first = LhtIntBeginIter(t);          (0, or a negated code)
+ *   if (first < 0) ...;
+ *   uint32_t pos = (uint32_t)first, key; void *val;
+ *   while (LhtIntYield(t, &key, &val, &pos) == 1) { ... }
  *   LhtIntEndIter(t);
  *
  * While any iteration of a table is open, its inserts and removes are refused
