@@ -1,0 +1,220 @@
+// lht_impl.h - internals of the hash tables: the size list, the table header,
+// the hash kernels and the per-kind traits that the generic core in
+// hash/table.cpp is instantiated with.
+#ifndef KEL_HASH_LHT_IMPL_H
+#define KEL_HASH_LHT_IMPL_H
+
+#include <cstdint>
+#include <cstring>
+
+#include "lem.h"
+#include "lht.h"
+#include "sl.h"
+
+namespace lht_internal {
+
+// ------------------------------------------------------------- constants
+
+inline constexpr uint32_t kSizes[26] = {0,       2,       5,       11,       17,       37,      67,
+                                        131,     257,     521,     1031,     2053,     4099,    8209,
+                                        16411,   32771,   65537,   131101,   262147,   524309,  1048583,
+                                        2097169, 4194319, 8388617, 16777259, 33554467};
+inline constexpr uint32_t kMinIndex = 3;       // 11 slots: the smallest table
+inline constexpr uint32_t kMaxIndex = 25;      // 33554467 slots
+inline constexpr uint32_t kDefaultIndex = 9;   // 521 slots, for a request of 0
+inline constexpr uint32_t kMaxEntries = LHT_MAX_ENTRIES;
+inline constexpr uint32_t kChunkSlots = LHT_CHUNK_SLOTS;
+// "No step yet": one above the largest size, so it can never be a real step.
+inline constexpr uint32_t kNoStep = 0x2000024;
+inline constexpr uint32_t kNoSlot = UINT32_MAX;
+// The arbitrary kind's fixed probe coefficients (see LhtArqQuad).
+inline constexpr uint32_t kArbB = 14;
+inline constexpr uint32_t kArbC = 0;
+
+static_assert(kSizes[kMaxIndex] == kMaxEntries);
+static_assert(kNoStep == kSizes[kMaxIndex] + 1);
+static_assert(sizeof(LhtIntSlot) == 24 && sizeof(LhtStrSlot) == 24 && sizeof(LhtArbSlot) == 24,
+              "the chunk limit assumes 24-byte slots");
+static_assert(uint64_t{kChunkSlots} * 24 < (uint64_t{1} << 31), "a chunk must stay below 2 GiB");
+static_assert(uint64_t{kChunkSlots} * 24 <= LMM_MAX_REQUEST, "a chunk must fit one heap request");
+
+enum : uint8_t { kEmpty = LHT_SLOT_EMPTY, kDeleted = LHT_SLOT_DELETED, kUsed = LHT_SLOT_USED };
+
+enum class Kind : uint32_t { Int = 0x4C485449, Str = 0x4C485453, Arb = 0x4C485441 };  // "LHTI" "LHTS" "LHTA"
+
+// ---------------------------------------------------------- hash kernels
+// Written once here so that the exported functions and the inlined probes
+// cannot drift apart. The double arithmetic must not be contracted into
+// fused multiply-adds: stored tables depend on the exact rounding, so the
+// steps are separate statements and hash/ is compiled with -ffp-contract=off
+// (hash/build.cmake).
+
+inline uint32_t inq1(uint32_t k, uint32_t size) noexcept {
+  double x = static_cast<double>(k) * 0.6180339887498949;
+  double f = x - static_cast<double>(static_cast<int64_t>(x));  // 0 <= x < 2^32: exact truncation
+  double y = static_cast<double>(size) * f;  // 0 <= y < size
+  return static_cast<uint32_t>(static_cast<int64_t>(y));
+}
+
+inline uint32_t inq2(uint32_t k, uint32_t size) noexcept {
+  if (size < 2) return 1;
+  return (k + 777u) % (size - 1) + 1;
+}
+
+// The string fold with its overflow guard: below the threshold h * mul + c
+// cannot leave 32 bits by much; above it the fold subtracts (0x7FFFFFFF / h)
+// multiples of h first, wrapping as unsigned 32-bit arithmetic does.
+template <uint32_t Mul, uint32_t Limit>
+inline uint32_t fold(const char *s) noexcept {
+  if (s == nullptr || *s == '\0') return 0;
+  auto p = reinterpret_cast<const unsigned char *>(s);
+  uint32_t h = *p++;
+  for (uint32_t c; (c = *p) != 0; ++p) {
+    if (h <= Limit)
+      h = h * Mul + c;
+    else
+      h = h * Mul + c - (0x7FFFFFFFu / h) * h;
+  }
+  return h;
+}
+inline uint32_t fold1(const char *s) noexcept { return fold<128, 0xFFFFFF>(s); }
+inline uint32_t fold2(const char *s) noexcept { return fold<131, 0xFA232C>(s); }
+
+// ------------------------------------------------------------ status
+// One per call: the first failure of the call, recorded once when the call
+// ends (outside the table's mutex).
+struct Status {
+  int32_t code = 0;       // positive status code of the first failure, 0 = none
+  int32_t argtype = 0;    // LEM_ARG_NUM / LEM_ARG_TEXT / 0
+  int64_t num = 0;
+  const char *text = nullptr;
+  uint8_t flag = 0;       // 1 once this call has marked the error stack
+  bool nested = false;    // a nested call (the memory manager) left records
+
+  int32_t fail(int32_t c) noexcept {
+    if (code == 0) code = c;
+    return -c;
+  }
+  int32_t fail_num(int32_t c, int64_t v) noexcept {
+    if (code == 0) {
+      code = c;
+      argtype = LEM_ARG_NUM;
+      num = v;
+    }
+    return -c;
+  }
+  int32_t fail_text(int32_t c, const char *t) noexcept {
+    if (code == 0) {
+      code = c;
+      argtype = LEM_ARG_TEXT;
+      text = t;
+    }
+    return -c;
+  }
+};
+
+// ------------------------------------------------------- exact modulus
+// a mod d by multiplication (Lemire, Kaser and Kurz): exact for every 32-bit
+// a and d >= 1, and several times faster than a division. The probes use it
+// for the step, whose divisor is fixed between resizes.
+struct Divisor {
+  uint32_t d = 1;
+  uint64_t m = 0;
+  Divisor() = default;
+  explicit Divisor(uint32_t div) noexcept : d(div), m(UINT64_MAX / div + 1) {}
+  uint32_t mod(uint32_t a) const noexcept {
+    uint64_t low = m * a;
+    return static_cast<uint32_t>((static_cast<unsigned __int128>(low) * d) >> 64);
+  }
+};
+
+// --------------------------------------------------------- slot storage
+// The slot as the table itself sees it: the public layout, with the padding
+// after the state byte holding a check word (string kind: the raw first fold
+// of the key; arbitrary kind: the caller's hash for the current size) that
+// lets probes pass unequal keys without comparing them and lets a resize of
+// a string table skip folding every key again. Outside code never sees it.
+template <class KeyT>
+struct ISlot {
+  KeyT key;
+  void *value;
+  uint8_t state;
+  uint8_t spare[3];
+  uint32_t check;
+};
+
+struct Storage {
+  void **chunks = nullptr;  // nchunks chunk pointers
+  void *first = nullptr;    // chunks[0], one load less on every probe
+  uint32_t size = 0;        // slots
+  uint32_t per_chunk = 0;   // slots in each chunk but the last
+  uint32_t last = 0;        // slots in the last chunk
+  uint32_t nchunks = 0;
+};
+
+// ------------------------------------------------------------ the table
+struct Table {
+  Kind kind;
+  // allocator choice
+  void *mctx;
+  lmmheap *heap;
+  LhtAllocFn alloc;
+  LhtFreeFn fre;
+  void *actx;
+  // arbitrary kind: the caller's callbacks
+  LhtArbHashFn hash;
+  LhtArbCmpFn cmp;
+  void *uctx;
+  // sizes and counts
+  uint32_t size;          // slots (a copy of st.size, read by the probes)
+  uint32_t index;         // position of size in kSizes
+  uint32_t count;         // entries
+  uint32_t grow_above;    // size - 1: grow when count passes it
+  uint32_t shrink_below;  // size / 4: shrink when count drops below it
+  uint32_t chunk_limit;   // most slots per chunk (LHT_CHUNK_SLOTS; tests lower it)
+  Divisor step_div;       // size - 1, the divisor of the integer and string steps
+  Storage st;
+  // error reporting
+  lcorectx *ctx;
+  void *errh;             // error manager context, or null: report nothing
+  lemfac *fac;            // "LHT", registered with errh for the table's life
+  // concurrency
+  sltsctx *ts;
+  sltsmx mx;
+  uint32_t iters;         // open iterations (under mx)
+};
+
+// Makes a table of any kind; the public Create functions are thin wrappers.
+// `chunk_limit` caps the slots of one chunk (tests use small limits to walk
+// the multi-chunk paths that real sizes never reach).
+Table *create(Kind kind, lcorectx *ctx, void *errh, uint32_t size, const LhtMem *mem, LhtArbHashFn hash,
+              LhtArbCmpFn cmp, void *uctx, uint32_t chunk_limit) noexcept;
+
+// The size-list position a creation request selects, or -1 past the maximum.
+int32_t index_for_request(uint32_t size) noexcept;
+
+// Records the failure held in `st` (if any) under the table's facility, or,
+// without a table, under a facility opened for the purpose.
+void report(Table *t, Status &st) noexcept;
+void report_detached(void *errh, Status &st) noexcept;
+
+// Allocator of the table, counting nested error records for the mark rule.
+void *mem_alloc(Table &t, size_t bytes, Status &st) noexcept;
+void mem_free(Table &t, void *p) noexcept;
+
+// Slot storage: make (every slot empty) and free. make returns 0, or -9 with
+// the failure in st and nothing allocated.
+int32_t storage_make(Table &t, uint32_t size, Storage &out, Status &st) noexcept;
+void storage_free(Table &t, Storage &s) noexcept;
+
+// Accessors for tests.
+inline uint32_t table_size(const Table *t) noexcept { return t->size; }
+inline uint32_t table_count(const Table *t) noexcept { return t->count; }
+inline uint32_t table_chunks(const Table *t) noexcept { return t->st.nchunks; }
+
+}  // namespace lht_internal
+
+// The public handle is the internal header.
+struct LhtTable : lht_internal::Table {};
+
+#endif

@@ -1,0 +1,467 @@
+// The hash table core: one implementation of probe, insert, remove, search,
+// resize and iteration, instantiated for the three kinds.
+//
+// Design. A table is open addressing over a prime number of slots taken from
+// a fixed list of sizes. A kind is a small traits class that says how a key
+// is hashed to its home slot, how the probe steps on from there, and how two
+// keys compare; the integer and string kinds step by a second hash computed
+// only at the first collision (double hashing), the arbitrary kind by a fixed
+// stride of 14 slots. Removed entries leave deleted markers that searches
+// walk over and inserts reuse; they disappear when the table is resized. The
+// table grows when an insert leaves it without a free slot and shrinks when
+// removes leave it under a quarter full, so a lookup ends at an empty slot
+// after a few probes in the common case and after `size` probes at worst.
+// Each slot's padding keeps a check word of its key (see ISlot), so that
+// probes pass most unequal string and arbitrary keys without comparing them,
+// and the step's modulus is a multiplication by a reciprocal fixed at resize.
+//
+// Changes and searches run under the table's mutex. Iteration runs without
+// it: while any iteration is open, inserts and removes are refused, so the
+// slots an iterator reads cannot change under it. Failures are collected in
+// a per-call Status and recorded once, after the mutex is released.
+//
+// Sections: kind traits; slot access and probe; resize; operations (insert,
+// remove, search, iteration, probe, resize, destroy); exported functions.
+#include <cstring>
+
+#include "hash/lht_impl.h"
+
+namespace lht_internal {
+
+namespace {
+
+// ------------------------------------------------------------ kind traits
+// hash(): the home slot for `size` and the check word kept in the slot.
+// rehash(): the same for an entry already in the table (a resize).
+// step(): the probe step, asked for only at the first collision.
+// same(): whether the entry in a slot has the key (the check word first).
+
+struct Hashed {
+  uint32_t home;
+  uint32_t check;
+};
+
+struct IntKind {
+  using Key = uint32_t;
+  using Slot = ISlot<uint32_t>;
+  using Public = LhtIntSlot;
+  static constexpr Kind kKind = Kind::Int;
+  static bool valid(Key) noexcept { return true; }
+  static Hashed hash(const Table &, Key k, uint32_t size) noexcept { return {inq1(k, size), 0}; }
+  static Hashed rehash(const Table &t, const Slot &s, uint32_t size) noexcept { return hash(t, s.key, size); }
+  static uint32_t step(const Table &, Key k, const Divisor &d) noexcept { return d.mod(k + 777u) + 1; }
+  static bool same(const Table &, const Slot &s, Key k, uint32_t) noexcept { return s.key == k; }
+  static int32_t fail_key(Status &st, int32_t code, Key k) noexcept { return st.fail_num(code, k); }
+};
+
+struct StrKind {
+  using Key = const char *;
+  using Slot = ISlot<const char *>;
+  using Public = LhtStrSlot;
+  static constexpr Kind kKind = Kind::Str;
+  static bool valid(Key k) noexcept { return k != nullptr; }
+  static Hashed hash(const Table &, Key k, uint32_t size) noexcept {
+    uint32_t h = fold1(k);
+    return {inq1(h, size), h};
+  }
+  static Hashed rehash(const Table &, const Slot &s, uint32_t size) noexcept { return {inq1(s.check, size), s.check}; }
+  static uint32_t step(const Table &, Key k, const Divisor &d) noexcept { return d.mod(fold2(k) + 777u) + 1; }
+  static bool same(const Table &, const Slot &s, Key k, uint32_t check) noexcept {
+    return s.check == check && (s.key == k || strcmp(s.key, k) == 0);
+  }
+  static int32_t fail_key(Status &st, int32_t code, Key k) noexcept { return st.fail_text(code, k); }
+};
+
+struct ArbKind {
+  using Key = const void *;
+  using Slot = ISlot<const void *>;
+  using Public = LhtArbSlot;
+  static constexpr Kind kKind = Kind::Arb;
+  static bool valid(Key) noexcept { return true; }
+  static Hashed hash(const Table &t, Key k, uint32_t size) noexcept {
+    uint32_t h = t.hash(k, size, t.uctx);
+    return {h < size ? h : h % size, h};
+  }
+  static Hashed rehash(const Table &t, const Slot &s, uint32_t size) noexcept { return hash(t, s.key, size); }
+  // Probe n looks at home + LhtArqQuad(n, 14, 0) = home + 14n, so each move
+  // adds 14 (mod size); d.d + 1 is the size.
+  static uint32_t step(const Table &, Key, const Divisor &d) noexcept {
+    uint32_t size = d.d + 1;
+    return (kArbB + kArbC) < size ? kArbB + kArbC : (kArbB + kArbC) % size;
+  }
+  static bool same(const Table &t, const Slot &s, Key k, uint32_t check) noexcept {
+    return s.check == check && t.cmp(s.key, k, t.uctx) == 0;
+  }
+  static int32_t fail_key(Status &st, int32_t code, Key k) noexcept {
+    return st.fail_num(code, static_cast<int64_t>(reinterpret_cast<uintptr_t>(k)));
+  }
+};
+
+// -------------------------------------------------- slot access and probe
+
+template <class Slot>
+inline Slot *slot_at(const Storage &s, uint32_t i) noexcept {
+  // Real tables have one chunk, so the first test settles nearly every access.
+  if (__builtin_expect(i < s.per_chunk, 1)) return static_cast<Slot *>(s.first) + i;
+  return static_cast<Slot *>(s.chunks[i / s.per_chunk]) + i % s.per_chunk;
+}
+
+struct Probe {
+  bool found;
+  uint32_t slot;   // the key's slot, or where it would go (kNoSlot: nowhere)
+  uint32_t check;  // the key's check word, for a slot about to be filled
+};
+
+template <class K>
+Probe probe(const Table &t, typename K::Key key) noexcept {
+  const Storage &s = t.st;
+  const uint32_t size = t.size;
+  const Hashed h = K::hash(t, key, size);
+  uint32_t i = h.home;
+  uint32_t step = kNoStep;
+  uint32_t first_deleted = kNoSlot;
+  for (uint32_t n = 0; n < size; ++n) {
+    const auto *slot = slot_at<typename K::Slot>(s, i);
+    if (slot->state == kEmpty) return {false, first_deleted != kNoSlot ? first_deleted : i, h.check};
+    if (slot->state == kDeleted) {
+      if (first_deleted == kNoSlot) first_deleted = i;
+    } else if (K::same(t, *slot, key, h.check)) {
+      return {true, i, h.check};
+    }
+    if (step == kNoStep) step = K::step(t, key, t.step_div);
+    i += step;  // i, step < size: one subtraction is the modulus
+    if (i >= size) i -= size;
+  }
+  return {false, first_deleted, h.check};
+}
+
+// ------------------------------------------------------------------ resize
+
+// Moves every entry into fresh storage of size kSizes[index]. The new storage
+// holds no deleted slots and no equal keys, so each entry goes to the first
+// empty slot of its probe path. On failure the table is untouched.
+template <class K>
+int32_t resize_locked(Table &t, uint32_t index, Status &st) noexcept {
+  using Slot = typename K::Slot;
+  Storage ns;
+  if (storage_make(t, kSizes[index], ns, st) != 0) return -LHT_ERR_NOMEM;
+  const uint32_t size = ns.size;
+  const Divisor div(size - 1);
+  const Storage &os = t.st;
+  for (uint32_t c = 0; c < os.nchunks; ++c) {
+    const auto *chunk = static_cast<const Slot *>(os.chunks[c]);
+    uint32_t n = c + 1 == os.nchunks ? os.last : os.per_chunk;
+    for (uint32_t j = 0; j < n; ++j) {
+      if (chunk[j].state != kUsed) continue;
+      Hashed h = K::rehash(t, chunk[j], size);
+      uint32_t i = h.home;
+      Slot *dst = slot_at<Slot>(ns, i);
+      if (dst->state != kEmpty) {
+        uint32_t step = K::step(t, chunk[j].key, div);
+        do {
+          i += step;
+          if (i >= size) i -= size;
+          dst = slot_at<Slot>(ns, i);
+        } while (dst->state != kEmpty);
+      }
+      dst->key = chunk[j].key;
+      dst->value = chunk[j].value;
+      dst->state = kUsed;
+      dst->check = h.check;
+    }
+  }
+  storage_free(t, t.st);
+  t.st = ns;
+  t.size = size;
+  t.step_div = div;
+  t.index = index;
+  t.grow_above = size - 1;
+  t.shrink_below = size >> 2;
+  return LHT_OK;
+}
+
+// -------------------------------------------------------------- operations
+
+template <class K>
+inline bool is(const LhtTable *t) noexcept {
+  return t != nullptr && t->kind == K::kKind;
+}
+
+class Locked {
+ public:
+  explicit Locked(Table &t) noexcept : t_(t) { sltsmna(t_.ts, &t_.mx); }
+  ~Locked() { sltsmnr(t_.ts, &t_.mx); }
+  Locked(const Locked &) = delete;
+  Locked &operator=(const Locked &) = delete;
+
+ private:
+  Table &t_;
+};
+
+template <class K>
+int32_t insert_locked(Table &t, typename K::Key key, void *value, Status &st) noexcept {
+  if (t.iters != 0) return st.fail(LHT_ERR_ITER);
+  if (t.count >= kMaxEntries) return st.fail_num(LHT_ERR_FULL, kMaxEntries);
+  Probe p = probe<K>(t, key);
+  if (p.found) return K::fail_key(st, LHT_ERR_DUP, key);
+  if (p.slot == kNoSlot) return st.fail_num(LHT_ERR_FULL, t.count);  // a table is never left without a free slot
+  auto *slot = slot_at<typename K::Slot>(t.st, p.slot);
+  uint8_t was = slot->state;
+  slot->key = key;
+  slot->value = value;
+  slot->state = kUsed;
+  slot->check = p.check;
+  ++t.count;
+  if (t.count > t.grow_above && t.index < kMaxIndex) {
+    int32_t rc = resize_locked<K>(t, t.index + 1, st);
+    if (rc < 0) {
+      // Could not grow: undo, so that the caller sees no change and the
+      // table keeps a free slot for its probes to end at.
+      slot->state = was;
+      --t.count;
+      return rc;
+    }
+  }
+  return LHT_OK;
+}
+
+template <class K>
+int32_t insert(LhtTable *t, typename K::Key key, void *value) noexcept {
+  if (!is<K>(t)) return -LHT_ERR_ARG;
+  Status st;
+  int32_t rc;
+  if (!K::valid(key)) {
+    rc = st.fail_num(LHT_ERR_ARG, 2);
+  } else {
+    Locked lock(*t);
+    rc = insert_locked<K>(*t, key, value, st);
+  }
+  report(t, st);
+  return rc;
+}
+
+template <class K>
+int32_t remove_locked(Table &t, typename K::Key key, void **value, Status &st) noexcept {
+  if (t.iters != 0) return st.fail(LHT_ERR_ITER);
+  if (t.count == 0) return K::fail_key(st, LHT_ERR_NOKEY, key);
+  Probe p = probe<K>(t, key);
+  if (!p.found) return K::fail_key(st, LHT_ERR_NOKEY, key);
+  auto *slot = slot_at<typename K::Slot>(t.st, p.slot);
+  slot->state = kDeleted;
+  if (value != nullptr) *value = slot->value;
+  --t.count;
+  if (t.count < t.shrink_below && t.index > kMinIndex) {
+    // Shrinking only saves memory: without memory for it, try another time.
+    Status quiet;
+    resize_locked<K>(t, t.index - 1, quiet);
+  }
+  return LHT_OK;
+}
+
+template <class K>
+int32_t remove(LhtTable *t, typename K::Key key, void **value) noexcept {
+  if (!is<K>(t)) return -LHT_ERR_ARG;
+  Status st;
+  int32_t rc;
+  if (!K::valid(key)) {
+    rc = st.fail_num(LHT_ERR_ARG, 2);
+  } else {
+    Locked lock(*t);
+    rc = remove_locked<K>(*t, key, value, st);
+  }
+  report(t, st);
+  return rc;
+}
+
+template <class K>
+int32_t search(LhtTable *t, typename K::Key key, void **value) noexcept {
+  if (!is<K>(t)) return -LHT_ERR_ARG;
+  if (!K::valid(key)) {
+    Status st;
+    int32_t rc = st.fail_num(LHT_ERR_ARG, 2);
+    report(t, st);
+    return rc;
+  }
+  Locked lock(*t);
+  Probe p = probe<K>(*t, key);
+  if (!p.found) return -LHT_ERR_NOKEY;
+  if (value != nullptr) *value = slot_at<typename K::Slot>(t->st, p.slot)->value;
+  return LHT_OK;
+}
+
+template <class K>
+int32_t begin_iter(LhtTable *t) noexcept {
+  if (!is<K>(t)) return -LHT_ERR_ARG;
+  Locked lock(*t);
+  ++t->iters;
+  return 0;
+}
+
+template <class K>
+int32_t end_iter(LhtTable *t) noexcept {
+  if (!is<K>(t)) return -LHT_ERR_ARG;
+  Status st;
+  int32_t rc = LHT_OK;
+  {
+    Locked lock(*t);
+    if (t->iters == 0)
+      rc = st.fail_num(LHT_ERR_ARG, 1);
+    else
+      --t->iters;
+  }
+  report(t, st);
+  return rc;
+}
+
+template <class K>
+int32_t yield(LhtTable *t, typename K::Key *key, void **value, uint32_t *pos) noexcept {
+  using Slot = typename K::Slot;
+  if (!is<K>(t)) return -LHT_ERR_ARG;
+  if (key == nullptr || pos == nullptr) {
+    Status st;
+    int32_t rc = st.fail_num(LHT_ERR_ARG, key == nullptr ? 2 : 4);
+    report(t, st);
+    return rc;
+  }
+  const Storage &s = t->st;
+  uint32_t i = *pos;
+  if (i >= s.size) return -LHT_ERR_END;
+  // Walk the rest of i's chunk, then the following chunks.
+  for (uint32_t c = i / s.per_chunk, j = i % s.per_chunk; c < s.nchunks; ++c, j = 0) {
+    const auto *chunk = static_cast<const Slot *>(s.chunks[c]);
+    uint32_t n = c + 1 == s.nchunks ? s.last : s.per_chunk;
+    for (; j < n; ++j) {
+      if (chunk[j].state == kUsed) {
+        *key = chunk[j].key;
+        if (value != nullptr) *value = chunk[j].value;
+        *pos = c * s.per_chunk + j + 1;
+        return LHT_OK;
+      }
+    }
+  }
+  return -LHT_ERR_END;
+}
+
+template <class K>
+int32_t get_index(LhtTable *t, typename K::Key key, uint32_t *slotno, typename K::Public **slot) noexcept {
+  if (!is<K>(t) || !K::valid(key)) return -LHT_ERR_ARG;
+  Probe p = probe<K>(*t, key);
+  if (slotno != nullptr) *slotno = p.slot;
+  if (slot != nullptr)
+    *slot = p.slot == kNoSlot ? nullptr
+                              : reinterpret_cast<typename K::Public *>(slot_at<typename K::Slot>(t->st, p.slot));
+  return p.found ? LHT_FOUND : LHT_NOTFOUND;
+}
+
+template <class K>
+int32_t resize(LhtTable *t, uint32_t index) noexcept {
+  if (!is<K>(t)) return -LHT_ERR_ARG;
+  Status st;
+  int32_t rc;
+  {
+    Locked lock(*t);
+    if (t->iters != 0)
+      rc = st.fail(LHT_ERR_ITER);
+    else if (index < kMinIndex || index > kMaxIndex)
+      rc = st.fail_num(LHT_ERR_ARG, 2);
+    else if (t->count > kSizes[index] - 1)
+      rc = st.fail_num(LHT_ERR_FULL, t->count);
+    else
+      rc = resize_locked<K>(*t, index, st);
+  }
+  report(t, st);
+  return rc;
+}
+
+template <class K>
+int32_t destroy(LhtTable *t) noexcept {
+  if (!is<K>(t)) return -LHT_ERR_ARG;
+  Status st;
+  {
+    Locked lock(*t);
+    if (t->iters != 0) st.fail(LHT_ERR_ITER);
+  }
+  if (st.code != 0) {
+    report(t, st);
+    return -LHT_ERR_ITER;
+  }
+  storage_free(*t, t->st);
+  if (t->fac != nullptr) lemfaf(t->errh, t->fac);
+  sltsmxd(t->ts, &t->mx);
+  sltster(t->ts);
+  t->kind = Kind{0};  // a stale handle is refused, not used
+  t->~LhtTable();
+  ss_mem_fre(t);
+  return LHT_OK;
+}
+
+}  // namespace
+
+}  // namespace lht_internal
+
+using namespace lht_internal;
+
+// ------------------------------------------------------- exported functions
+
+extern "C" {
+
+KELAPI LhtTable *LhtIntCreate(lcorectx *ctx, void *errh, uint32_t size, const LhtMem *mem) {
+  return static_cast<LhtTable *>(create(Kind::Int, ctx, errh, size, mem, nullptr, nullptr, nullptr, 0));
+}
+KELAPI LhtTable *LhtStrCreate(lcorectx *ctx, void *errh, uint32_t size, const LhtMem *mem) {
+  return static_cast<LhtTable *>(create(Kind::Str, ctx, errh, size, mem, nullptr, nullptr, nullptr, 0));
+}
+KELAPI LhtTable *LhtArbCreate(lcorectx *ctx, void *errh, uint32_t size, const LhtMem *mem, LhtArbHashFn hash,
+                              LhtArbCmpFn cmp, void *uctx) {
+  return static_cast<LhtTable *>(create(Kind::Arb, ctx, errh, size, mem, hash, cmp, uctx, 0));
+}
+
+KELAPI int32_t LhtIntDestroy(LhtTable *t) { return destroy<IntKind>(t); }
+KELAPI int32_t LhtStrDestroy(LhtTable *t) { return destroy<StrKind>(t); }
+KELAPI int32_t LhtArbDestroy(LhtTable *t) { return destroy<ArbKind>(t); }
+
+KELAPI int32_t LhtIntInsert(LhtTable *t, uint32_t key, void *value) { return insert<IntKind>(t, key, value); }
+KELAPI int32_t LhtStrInsert(LhtTable *t, const char *key, void *value) { return insert<StrKind>(t, key, value); }
+KELAPI int32_t LhtArbInsert(LhtTable *t, const void *key, void *value) { return insert<ArbKind>(t, key, value); }
+
+KELAPI int32_t LhtIntRemove(LhtTable *t, uint32_t key, void **value) { return remove<IntKind>(t, key, value); }
+KELAPI int32_t LhtStrRemove(LhtTable *t, const char *key, void **value) { return remove<StrKind>(t, key, value); }
+KELAPI int32_t LhtArbRemove(LhtTable *t, const void *key, void **value) { return remove<ArbKind>(t, key, value); }
+
+KELAPI int32_t LhtIntSearch(LhtTable *t, uint32_t key, void **value) { return search<IntKind>(t, key, value); }
+KELAPI int32_t LhtStrSearch(LhtTable *t, const char *key, void **value) { return search<StrKind>(t, key, value); }
+KELAPI int32_t LhtArbSearch(LhtTable *t, const void *key, void **value) { return search<ArbKind>(t, key, value); }
+
+KELAPI int32_t LhtIntBeginIter(LhtTable *t) { return begin_iter<IntKind>(t); }
+KELAPI int32_t LhtStrBeginIter(LhtTable *t) { return begin_iter<StrKind>(t); }
+KELAPI int32_t LhtArbBeginIter(LhtTable *t) { return begin_iter<ArbKind>(t); }
+
+KELAPI int32_t LhtIntYield(LhtTable *t, uint32_t *key, void **value, uint32_t *pos) {
+  return yield<IntKind>(t, key, value, pos);
+}
+KELAPI int32_t LhtStrYield(LhtTable *t, const char **key, void **value, uint32_t *pos) {
+  return yield<StrKind>(t, key, value, pos);
+}
+KELAPI int32_t LhtArbYield(LhtTable *t, const void **key, void **value, uint32_t *pos) {
+  return yield<ArbKind>(t, key, value, pos);
+}
+
+KELAPI int32_t LhtIntEndIter(LhtTable *t) { return end_iter<IntKind>(t); }
+KELAPI int32_t LhtStrEndIter(LhtTable *t) { return end_iter<StrKind>(t); }
+KELAPI int32_t LhtArbEndIter(LhtTable *t) { return end_iter<ArbKind>(t); }
+
+KELAPI int32_t LhtInqResize(LhtTable *t, uint32_t index) { return resize<IntKind>(t, index); }
+KELAPI int32_t LhtStqResize(LhtTable *t, uint32_t index) { return resize<StrKind>(t, index); }
+KELAPI int32_t LhtArqResize(LhtTable *t, uint32_t index) { return resize<ArbKind>(t, index); }
+
+KELAPI int32_t LhtInqGetIndex(LhtTable *t, uint32_t key, uint32_t *slotno, LhtIntSlot **slot) {
+  return get_index<IntKind>(t, key, slotno, slot);
+}
+KELAPI int32_t LhtStqGetIndex(LhtTable *t, const char *key, uint32_t *slotno, LhtStrSlot **slot) {
+  return get_index<StrKind>(t, key, slotno, slot);
+}
+KELAPI int32_t LhtArqGetIndex(LhtTable *t, const void *key, uint32_t *slotno, LhtArbSlot **slot) {
+  return get_index<ArbKind>(t, key, slotno, slot);
+}
+
+}  // extern "C"
