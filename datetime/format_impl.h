@@ -1,0 +1,38 @@
+// format_impl.h - shared by the writers and readers of format models.
+#ifndef KEL_DATETIME_FORMAT_IMPL_H
+#define KEL_DATETIME_FORMAT_IMPL_H
+
+#include "datetime/ldx_impl.h"
+
+namespace ldx_internal {
+
+// Room for any compiled model: every model byte gives at most two compiled
+// bytes, and the territory formats stay inside the same scanned length.
+constexpr size_t kCompiledMax = 2 * kModelLimit + 8;
+
+// The compiled model for (fmt, fmtlen): the context's default (null or
+// empty), a compiled model (first byte 0), or model text compiled into buf.
+// *mlen receives the bytes the model may occupy (walkers stay inside them).
+const uint8_t *resolve_model(ldxctx *ctx, const char *fmt, size_t fmtlen, bool input, uint8_t *buf,
+                             size_t bufsz, size_t *mlen, int32_t *err);
+
+// Codes a compiled model may hold: every element but FM and DL/DS/TS, which
+// the compiler resolves.
+constexpr uint64_t kCompiledCodes = ((uint64_t{1} << 46) - 2) & ~(uint64_t{1} << 39);
+constexpr bool compiled_code(uint8_t b) { return b < 46 && (kCompiledCodes >> b & 1); }
+
+// Writes *d; the length, or -1 with *err set.
+int32_t format_date(ldxctx *ctx, char *out, size_t outsz, const ldxdate *d, const char *fmt,
+                    size_t fmtlen, int32_t *err);
+
+// Reads text into *out; 0 or an error number.
+int32_t parse_date(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, const char *fmt,
+                   size_t fmtlen);
+
+// UTF-16 <-> UTF-8 (utf16.cpp): false when the output would not fit.
+bool utf16_to_utf8(const uint16_t *in, size_t n, char *out, size_t cap, size_t *len);
+bool utf8_to_utf16(const char *in, size_t n, uint16_t *out, size_t cap, size_t *len);
+
+}  // namespace ldx_internal
+
+#endif  // KEL_DATETIME_FORMAT_IMPL_H

@@ -1,0 +1,617 @@
+// Reading text into a date by a format model (ldxsto, ldxstd, ldxstou).
+//
+// The reader walks the compiled model and the text side by side, gathering
+// each field it meets into a Fields record; the date is assembled only at
+// the end, when defaults (current year and month, day 1, midnight), the
+// century window of RR/RRRR, the day-of-year and Julian-day forms and the
+// cross-checks between fields can all be applied at once.
+//
+// Outside "FX" the reader is forgiving: separators in the model match any
+// run of separators in the text (none included), blanks before an element
+// are skipped, numbers may be shorter than their element and the text may
+// stop early. Under "FX" literals must match byte for byte, numbers must
+// have their full width (unless in fill mode) and the whole model must be
+// read.
+//
+// Sections: text cursor / field readers / assembly / exported functions.
+#include <cstring>
+
+#include "datetime/elements_impl.h"
+#include "datetime/format_impl.h"
+
+namespace ldx_internal {
+
+namespace {
+
+// ------------------------------------------------------------ text cursor
+
+inline bool is_digit(uint8_t c) { return c >= '0' && c <= '9'; }
+inline bool is_alpha(uint8_t c) { return (c | 0x20) >= 'a' && (c | 0x20) <= 'z'; }
+inline bool is_blank(uint8_t c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+inline bool is_punct(uint8_t c) { return !is_digit(c) && !is_alpha(c) && c < 0x80 && c != '+' && c != '-'; }
+inline uint8_t upper(uint8_t c) { return c >= 'a' && c <= 'z' ? static_cast<uint8_t>(c - 32) : c; }
+
+struct Cursor {
+  const uint8_t *t;
+  size_t n;
+  size_t pos;
+  bool at_end() const { return pos >= n; }
+  uint8_t peek(size_t k = 0) const { return pos + k < n ? t[pos + k] : 0; }
+  void skip_blanks() {
+    while (pos < n && is_blank(t[pos])) ++pos;
+  }
+  // Case-insensitive match of an ASCII word; advances on success.
+  size_t match(const char *w) const {
+    size_t k = 0;
+    for (; w[k]; ++k)
+      if (pos + k >= n || upper(t[pos + k]) != upper(static_cast<uint8_t>(w[k]))) return 0;
+    return k;
+  }
+};
+
+struct Fields {
+  int32_t year_kind = 0;  // 0 none, 'F' full, 'S' signed, 'P' partial, 'R' window
+  int32_t year_val = 0;
+  int32_t year_digits = 0;  // for partial years
+  int32_t month = -1, day = -1, doy = -1, jday = -1;
+  int32_t hour24 = -1, hour12 = -1, meridian = -1, minute = -1, second = -1, sssss = -1;
+  int32_t wday_sun = -1;  // 0 = Sunday
+  bool bc = false;
+};
+
+// ------------------------------------------------------------ spelled numbers
+
+const char *const kWords[] = {"ZERO",      "ONE",      "TWO",     "THREE",   "FOUR",   "FIVE",
+                              "SIX",       "SEVEN",    "EIGHT",   "NINE",    "TEN",    "ELEVEN",
+                              "TWELVE",    "THIRTEEN", "FOURTEEN", "FIFTEEN", "SIXTEEN", "SEVENTEEN",
+                              "EIGHTEEN",  "NINETEEN", "TWENTY",  "THIRTY",  "FORTY",  "FIFTY",
+                              "SIXTY",     "SEVENTY",  "EIGHTY",  "NINETY",  "HUNDRED", "THOUSAND",
+                              "MILLION"};
+constexpr int32_t kWordVal[] = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14, 15,
+                                16, 17, 18, 19, 20, 30, 40, 50, 60, 70, 80, 90, 100, 1000, 1000000};
+const struct {
+  const char *ord;
+  const char *card;
+} kIrregular[] = {{"FIRST", "ONE"},   {"SECOND", "TWO"}, {"THIRD", "THREE"},
+                  {"FIFTH", "FIVE"},  {"EIGHTH", "EIGHT"}, {"NINTH", "NINE"},
+                  {"TWELFTH", "TWELVE"}};
+
+// Value of the number word at w (length len), ordinal forms included; -1.
+int32_t word_value(const uint8_t *w, size_t len) {
+  char up[16];
+  if (len == 0 || len >= sizeof up) return -1;
+  for (size_t i = 0; i < len; ++i) up[i] = static_cast<char>(upper(w[i]));
+  up[len] = 0;
+  auto card = [](const char *s) -> int32_t {
+    for (size_t i = 0; i < sizeof kWords / sizeof kWords[0]; ++i)
+      if (std::strcmp(s, kWords[i]) == 0) return kWordVal[i];
+    return -1;
+  };
+  int32_t v = card(up);
+  if (v >= 0) return v;
+  for (const auto &x : kIrregular)
+    if (std::strcmp(up, x.ord) == 0) return card(x.card);
+  if (len > 4 && std::strcmp(up + len - 4, "IETH") == 0) {
+    up[len - 4] = 'Y';
+    up[len - 3] = 0;
+    return card(up);
+  }
+  if (len > 2 && std::strcmp(up + len - 2, "TH") == 0) {
+    up[len - 2] = 0;
+    return card(up);
+  }
+  return -1;
+}
+
+// Reads a spelled number (cardinal or ordinal); false when none is there.
+bool read_spelled(Cursor &c, int64_t *value) {
+  int64_t total = 0, cur = 0;
+  size_t p = c.pos;
+  bool any = false;
+  for (;;) {
+    size_t q = p;
+    if (any) {
+      if (q < c.n && (c.t[q] == ' ' || c.t[q] == '-')) ++q;
+      else break;
+    }
+    size_t e = q;
+    while (e < c.n && is_alpha(c.t[e])) ++e;
+    int32_t v = word_value(c.t + q, e - q);
+    if (v < 0) break;
+    if (v == 100) cur = (cur ? cur : 1) * 100;
+    else if (v >= 1000) {
+      total += (cur ? cur : 1) * v;
+      cur = 0;
+    } else {
+      cur += v;
+    }
+    any = true;
+    p = e;
+    if (total > 100000000) break;
+  }
+  if (!any) return false;
+  c.pos = p;
+  *value = total + cur;
+  return true;
+}
+
+// ------------------------------------------------------------ field readers
+
+struct Reader {
+  Cursor c;
+  const ldx_territory_view &v;
+  bool fx = false;
+};
+
+// Reads a number of at most `width` digits (with a sign for signed
+// elements), then the suffix. 0 or an error number.
+int32_t read_number(Reader &r, int32_t code, uint32_t flags, int64_t *value, int32_t *ndigits) {
+  const Attr &at = attr(code);
+  Cursor &c = r.c;
+  bool fill = flags & LDX_FLAG_FILL;
+  if (flags & LDX_FLAG_SP) {
+    if (!read_spelled(c, value)) return E_NEED_DIGIT;
+    *ndigits = 0;
+    return 0;
+  }
+  bool neg = false;
+  bool signed_elt = code == C_SYYYY || code == C_SY_YYY || code == C_NYYYY || code == C_SCC;
+  if (signed_elt) {
+    uint8_t s = c.peek();
+    if (s == '-' || s == '+') {
+      neg = s == '-';
+      ++c.pos;
+    } else if (r.fx && !fill && s == ' ' && code != C_NYYYY) {
+      ++c.pos;  // the blank written for a positive year
+    }
+  }
+  int width = at.width;
+  if (code == C_SYYYY || code == C_NYYYY) width = 4;
+  int64_t v = 0;
+  int k = 0;
+  if (code == C_Y_YYY || code == C_SY_YYY) {
+    // One digit, an optional comma, three digits; or up to four digits.
+    while (k < 4 && is_digit(c.peek())) {
+      v = v * 10 + (c.peek() - '0');
+      ++c.pos;
+      ++k;
+      if (k == 1 && c.peek() == ',' && is_digit(c.peek(1))) ++c.pos;
+    }
+    width = 4;
+  } else {
+    while (k < width && is_digit(c.peek())) {
+      v = v * 10 + (c.peek() - '0');
+      ++c.pos;
+      ++k;
+    }
+  }
+  if (k == 0) return c.at_end() && !r.fx ? E_TEXT_SHORT : E_NEED_DIGIT;
+  if (r.fx && !fill && k != width) return E_WIDTH;
+  if (flags & LDX_FLAG_TH) {
+    if (is_alpha(c.peek()) && is_alpha(c.peek(1))) c.pos += 2;
+  }
+  *value = neg ? -v : v;
+  *ndigits = k;
+  return 0;
+}
+
+// Longest case-insensitive match among `n` words; index or -1.
+int32_t read_word(Cursor &c, const char *const *words, int32_t n, size_t *len) {
+  int32_t best = -1;
+  size_t bl = 0;
+  for (int32_t i = 0; i < n; ++i) {
+    if (!words[i] || !*words[i]) continue;
+    size_t k = c.match(words[i]);
+    if (k > bl) {
+      bl = k;
+      best = i;
+    }
+  }
+  *len = bl;
+  return best;
+}
+
+size_t longest(const char *const *names, int n) {
+  size_t m = 0;
+  for (int i = 0; i < n; ++i) m = std::strlen(names[i]) > m ? std::strlen(names[i]) : m;
+  return m;
+}
+
+// Under FX, names written out of fill mode carry blanks to the longest name.
+void eat_padding(Reader &r, uint32_t flags, size_t want) {
+  if (!r.fx || (flags & LDX_FLAG_FILL)) return;
+  while (want-- && r.c.peek() == ' ') ++r.c.pos;
+}
+
+// Number elements the fast path leaves to read_number: signs and groups.
+constexpr uint64_t kSpecialNum = (uint64_t{1} << C_SYYYY) | (uint64_t{1} << C_SY_YYY) | (uint64_t{1} << C_NYYYY) |
+                                 (uint64_t{1} << C_Y_YYY) | (uint64_t{1} << C_SCC);
+
+const char *const kRoman[12] = {"I", "II", "III", "IV", "V", "VI", "VII", "VIII", "IX", "X", "XI", "XII"};
+
+// Files a number read for element `code` (nd digits) into the fields.
+[[gnu::always_inline]] inline int32_t store_number(Fields &f, int32_t code, int32_t iv, int32_t nd,
+                                                   int32_t first_day) {
+  switch (code) {
+    case C_Y: case C_YY: case C_YYY:
+      f.year_kind = 'P';
+      f.year_val = iv;
+      f.year_digits = code == C_Y ? 1 : code == C_YY ? 2 : 3;
+      break;
+    case C_YYYY: case C_Y_YYY: f.year_kind = 'F'; f.year_val = iv; break;
+    case C_SYYYY: case C_SY_YYY: case C_NYYYY: f.year_kind = 'S'; f.year_val = iv; break;
+    case C_RR: f.year_kind = 'R'; f.year_val = iv; break;
+    case C_RRRR:
+      if (nd == 4 || iv > 99) {
+        f.year_kind = 'F';
+      } else {
+        f.year_kind = 'R';
+      }
+      f.year_val = iv;
+      break;
+    case C_MM: f.month = iv; break;
+    case C_D: f.wday_sun = (iv - 1 + first_day) % 7; break;
+    case C_DD: f.day = iv; break;
+    case C_DDD: f.doy = iv; break;
+    case C_HH24: f.hour24 = iv; break;
+    case C_HH: f.hour12 = iv; break;
+    case C_MI: f.minute = iv; break;
+    case C_SS: f.second = iv; break;
+    case C_SSSSS: f.sssss = iv; break;
+    case C_J: f.jday = iv; break;
+    default: return E_NOT_INPUT;
+  }
+  return 0;
+}
+
+int32_t read_element(Reader &r, Fields &f, int32_t code, uint32_t flags) {
+  const Attr &at = attr(code);
+  Cursor &c = r.c;
+  if (at.kind == Kind::Num) {
+    int64_t v;
+    int32_t nd;
+    if (int32_t e = read_number(r, code, flags, &v, &nd)) return e;
+    if (v < at.min || v > at.max) return at.err;
+    return store_number(f, code, static_cast<int32_t>(v), nd, r.v.first_day);
+  }
+  size_t len = 0;
+  switch (code) {
+    case C_MONTH: case C_MON: {
+      int32_t i = read_word(c, r.v.months, 12, &len);
+      size_t la;
+      int32_t j = read_word(c, r.v.mon_abbr, 12, &la);
+      if (la > len) i = j, len = la;
+      if (i < 0) return E_RANGE_MONTH;
+      c.pos += len;
+      eat_padding(r, flags, longest(code == C_MONTH ? r.v.months : r.v.mon_abbr, 12) - len);
+      f.month = i + 1;
+      return 0;
+    }
+    case C_DAY: case C_DY: {
+      int32_t i = read_word(c, r.v.days, 7, &len);
+      size_t la;
+      int32_t j = read_word(c, r.v.day_abbr, 7, &la);
+      if (la > len) i = j, len = la;
+      if (i < 0) return E_RANGE_WEEKDAY;
+      c.pos += len;
+      eat_padding(r, flags, longest(code == C_DAY ? r.v.days : r.v.day_abbr, 7) - len);
+      f.wday_sun = i;
+      return 0;
+    }
+    case C_AMPM: case C_AMPM_DOTS: {
+      const char *w[4] = {r.v.am, r.v.pm, r.v.am_dots, r.v.pm_dots};
+      int32_t i = read_word(c, w, 4, &len);
+      if (i < 0) return E_NEED_MERIDIAN;
+      c.pos += len;
+      f.meridian = i & 1;
+      return 0;
+    }
+    case C_ADBC: case C_ADBC_DOTS: case C_E: case C_EE: {
+      const char *w[6] = {r.v.ad, r.v.bc, r.v.ad_dots, r.v.bc_dots, r.v.era_full[0], r.v.era_full[1]};
+      int32_t i = read_word(c, w, 6, &len);
+      if (i < 0) return E_NEED_ERA;
+      c.pos += len;
+      f.bc = i & 1;
+      return 0;
+    }
+    case C_RM: {
+      int32_t i = read_word(c, kRoman, 12, &len);
+      if (i < 0) return E_RANGE_MONTH;
+      c.pos += len;
+      eat_padding(r, flags, 4 - len);
+      f.month = i + 1;
+      return 0;
+    }
+    default: return E_NOT_INPUT;
+  }
+}
+
+// A literal of the model against the text.
+int32_t read_literal(Reader &r, const uint8_t *lit, size_t k, bool ebcdic_model) {
+  Cursor &c = r.c;
+  if (r.fx) {
+    for (size_t i = 0; i < k; ++i) {
+      uint8_t want = ebcdic_model ? kEbcdicToAscii[lit[i]] : lit[i];
+      if (c.at_end()) return E_TEXT_SHORT;
+      if (c.peek() != want) return E_LITERAL;
+      ++c.pos;
+    }
+    return 0;
+  }
+  // Separators match any run of separators; letters and digits of quoted
+  // text must be there, in any case.
+  while (!c.at_end() && is_punct(c.peek())) ++c.pos;
+  for (size_t i = 0; i < k; ++i) {
+    uint8_t want = ebcdic_model ? kEbcdicToAscii[lit[i]] : lit[i];
+    if (is_punct(want)) continue;
+    while (!c.at_end() && is_punct(c.peek())) ++c.pos;
+    if (c.at_end()) return 0;  // the text may stop early
+    if (upper(c.peek()) != upper(want)) {
+      // '+' and '-' in a literal are separators too.
+      if ((want == '-' || want == '+') && (c.peek() == '-' || c.peek() == '+')) {
+        ++c.pos;
+        continue;
+      }
+      if (want == '-' || want == '+') continue;
+      return E_LITERAL;
+    }
+    ++c.pos;
+  }
+  return 0;
+}
+
+// ------------------------------------------------------------ assembly
+
+// Reads text laid out exactly as a fixed model writes it: every number at
+// its full width, every separator the model's own. False (fields spoiled)
+// for anything else, which the general reader then takes on; it gives the
+// same result for text the fast reader accepts.
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "read_fixed packs digits little-endian");
+
+bool read_fixed(const uint8_t *m, size_t mlen, const uint8_t *t, size_t n, int32_t first_day, Fields *f) {
+  size_t pos = 0;
+  for (size_t i = 2; i < mlen; i += 2) {
+    const uint8_t b = m[i];
+    if (b == 0) return pos == n;
+    if (i + 1 >= mlen) return false;
+    if (b == 0x81) {
+      if (pos >= n || t[pos] != m[i + 1]) return false;
+      ++pos;
+      continue;
+    }
+    const Attr &at = attr(b);  // codes that are no number elements fail below
+    const size_t w = at.width;
+    if (at.kind != Kind::Num || pos + w > n) return false;
+    int32_t val = 0;
+    if (w == 2) {
+      uint16_t x;
+      std::memcpy(&x, t + pos, 2);
+      if ((x & 0xF0F0u) != 0x3030u || ((x + 0x0606u) & 0xF0F0u) != 0x3030u) return false;
+      val = (x & 0x0F) * 10 + ((x >> 8) & 0x0F);  // first character in the low byte
+    } else if (w == 4) {
+      uint32_t x;
+      std::memcpy(&x, t + pos, 4);
+      if ((x & 0xF0F0F0F0u) != 0x30303030u || ((x + 0x06060606u) & 0xF0F0F0F0u) != 0x30303030u) return false;
+      x &= 0x0F0F0F0Fu;
+      x = x * 10 + (x >> 8);  // pairs in bytes 0 and 2
+      val = static_cast<int32_t>((x & 0xFF) * 100 + ((x >> 16) & 0xFF));
+    } else {
+      for (size_t k = 0; k < w; ++k) {
+        const uint32_t d = static_cast<uint32_t>(t[pos + k] - '0');
+        if (d > 9) return false;
+        val = val * 10 + static_cast<int32_t>(d);
+      }
+    }
+    pos += w;
+    if (val < at.min || val > at.max || store_number(*f, b, val, static_cast<int32_t>(w), first_day)) return false;
+  }
+  return false;
+}
+
+int32_t window(int32_t t, int32_t r) {
+  int32_t k = t % 100, base = t - k;
+  if (k > 50) return r >= 50 ? base + r : base + 100 + r;
+  return r < 50 ? base + r : base - 100 + r;
+}
+
+int32_t assemble(const ldx_territory_view &v, Fields &f, ldxdate *out) {
+  ldxdate now_d{};
+  bool need_now = f.year_kind == 0 || f.year_kind == 'P' || f.year_kind == 'R' ||
+                  (f.month < 0 && f.doy < 0 && f.jday < 0);
+  if (need_now) now(&now_d);
+  int32_t year = 0;
+  bool have_year = true;
+  switch (f.year_kind) {
+    case 'F': year = f.bc ? -f.year_val : f.year_val; break;
+    case 'S': year = f.year_val; break;
+    case 'P': {
+      int32_t p = f.year_digits == 1 ? 10 : f.year_digits == 2 ? 100 : 1000;
+      year = now_d.year / p * p + f.year_val;
+      break;
+    }
+    case 'R': year = window(now_d.year, f.year_val); break;
+    default: year = now_d.year; have_year = false; break;
+  }
+  int32_t month, day;
+  if (f.jday >= 0) {
+    int32_t jy, jm, jd;
+    jtc(f.jday, &jy, &jm, &jd);
+    if (have_year && jy != year) return E_JDAY_YEAR;
+    if (f.month >= 0 && f.month != jm) return E_JDAY_MONTH;
+    if (f.day >= 0 && f.day != jd) return E_JDAY_DAY;
+    year = jy, month = jm, day = jd;
+  } else {
+    if (year == 0 || year < -4712 || year > 9999) return E_RANGE_YEAR;
+    if (f.doy >= 0) {
+      int32_t dm, dd;
+      if (dyc(year, f.doy, &dm, &dd)) return E_DOY366;
+      if ((f.month >= 0 && f.month != dm) || (f.day >= 0 && f.day != dd)) return E_DOY_CONFLICT;
+      month = dm, day = dd;
+    } else {
+      month = f.month >= 0 ? f.month : now_d.month;
+      day = f.day >= 0 ? f.day : 1;
+    }
+  }
+  if (year == 0 || year < -4712 || year > 9999) return E_RANGE_YEAR;
+  if (day > days_in_month(year, month) || (year == 1582 && month == 10 && day >= 5 && day <= 14))
+    return E_BAD_DAY_FOR_MONTH;
+  int32_t hour = 0;
+  if (f.hour24 >= 0) hour = f.hour24;
+  else if (f.hour12 >= 0) hour = f.meridian < 0 ? f.hour12 : f.hour12 % 12 + 12 * f.meridian;
+  else if (f.meridian == 1) hour = 12;
+  int32_t minute = f.minute >= 0 ? f.minute : 0;
+  int32_t second = f.second >= 0 ? f.second : 0;
+  if (f.sssss >= 0) {
+    int32_t h = f.sssss / 3600, m = f.sssss % 3600 / 60, s = f.sssss % 60;
+    if ((f.hour24 >= 0 || f.hour12 >= 0) && h != hour) return E_SSSSS_HOUR;
+    if (f.minute >= 0 && m != minute) return E_SSSSS_MINUTE;
+    if (f.second >= 0 && s != second) return E_SSSSS_SECOND;
+    hour = h, minute = m, second = s;
+  }
+  if (f.wday_sun >= 0 && dow(ctj(year, month, day), 0) - 1 != f.wday_sun) return E_WEEKDAY_CONFLICT;
+  out->year = static_cast<int16_t>(year);
+  out->month = static_cast<int8_t>(month);
+  out->day = static_cast<int8_t>(day);
+  out->hour = static_cast<int8_t>(hour);
+  out->minute = static_cast<int8_t>(minute);
+  out->second = static_cast<int8_t>(second);
+  return 0;
+}
+
+}  // namespace
+
+int32_t parse_date(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, const char *fmt,
+                   size_t fmtlen) {
+  uint8_t buf[kCompiledMax];
+  int32_t err = 0;
+  size_t mlen;
+  const uint8_t *m = resolve_model(ctx, fmt, fmtlen, true, buf, sizeof buf, &mlen, &err);
+  if (err) return err;
+  const ldx_territory_view &v = view(ctx);
+  const bool ebcdic_model = m[1] & kHdrEbcdic;
+  // EBCDIC text is read through its ASCII image.
+  uint8_t conv[256];
+  const uint8_t *t = reinterpret_cast<const uint8_t *>(txt ? txt : "");
+  if (!txt) txtlen = 0;
+  if (v.ebcdic) {
+    if (txtlen > sizeof conv) return E_TEXT_LEFT;
+    for (size_t i = 0; i < txtlen; ++i) conv[i] = kEbcdicToAscii[t[i]];
+    t = conv;
+  }
+  Reader r{Cursor{t, txtlen, 0}, v};
+  Fields f;
+  const int32_t v_first_day = v.first_day;
+  if ((m[1] & kHdrFixed) && !v.ebcdic) {
+    if (read_fixed(m, mlen, t, txtlen, v_first_day, &f)) return assemble(v, f, out);
+    f = Fields{};
+  }
+  // The hot loop keeps the text position in a register; the slower readers
+  // take the cursor and hand the position back.
+  const size_t n = txtlen;
+  size_t pos = 0;
+  for (size_t i = 2;;) {
+    if (i >= mlen) return E_BAD_ELEMENT;
+    uint8_t b = m[i];
+    if (b == 0) break;
+    if (b & 0x80) {
+      size_t k = b & 0x7F;
+      if (i + 1 + k > mlen) return E_BAD_ELEMENT;
+      if (!r.fx && pos >= n) break;
+      if (!r.fx && k == 1 && !ebcdic_model && is_punct(m[i + 1])) {
+        // The common case: one separator matching any run of separators.
+        while (pos < n && is_punct(t[pos])) ++pos;
+      } else {
+        r.c.pos = pos;
+        if (int32_t e = read_literal(r, m + i + 1, k, ebcdic_model)) return e;
+        pos = r.c.pos;
+      }
+      i += 1 + k;
+      continue;
+    }
+    if (i + 1 >= mlen || !compiled_code(b)) return E_BAD_ELEMENT;
+    uint32_t flags = m[i + 1];
+    i += 2;
+    const Attr &at = attr(b);
+    if (at.kind == Kind::Num && !r.fx && !(flags & (LDX_FLAG_TH | LDX_FLAG_SP)) &&
+        !(kSpecialNum & (uint64_t{1} << b))) {
+      // Plain digits: the bulk of machine-made dates.
+      while (pos < n && is_blank(t[pos])) ++pos;
+      if (pos >= n) break;
+      int32_t val = 0, k = 0;
+      const int32_t w = at.width;
+      const uint32_t d0 = static_cast<uint32_t>(t[pos] - '0');
+      if (w == 2 && pos + 2 <= n && d0 < 10 && static_cast<uint32_t>(t[pos + 1] - '0') < 10) {
+        val = static_cast<int32_t>(d0 * 10 + (t[pos + 1] - '0'));
+        k = 2;
+        pos += 2;
+      } else if (w == 4 && pos + 4 <= n && d0 < 10 && static_cast<uint32_t>(t[pos + 1] - '0') < 10 &&
+                 static_cast<uint32_t>(t[pos + 2] - '0') < 10 && static_cast<uint32_t>(t[pos + 3] - '0') < 10) {
+        val = static_cast<int32_t>(d0 * 1000 + (t[pos + 1] - '0') * 100 + (t[pos + 2] - '0') * 10 + (t[pos + 3] - '0'));
+        k = 4;
+        pos += 4;
+      } else {
+        while (k < w && pos < n && is_digit(t[pos])) {
+          val = val * 10 + (t[pos++] - '0');
+          ++k;
+        }
+      }
+      if (k == 0) return E_NEED_DIGIT;
+      if (val < at.min || val > at.max) return at.err;
+      if (int32_t e = store_number(f, b, val, k, v_first_day)) return e;
+      continue;
+    }
+    if (b == C_FX) {
+      r.fx = !r.fx;
+      continue;
+    }
+    if (!r.fx) {
+      while (pos < n && is_blank(t[pos])) ++pos;
+      if (pos >= n) break;
+    } else if (pos >= n) {
+      return E_TEXT_SHORT;
+    }
+    r.c.pos = pos;
+    if (int32_t e = read_element(r, f, b, flags)) return e;
+    pos = r.c.pos;
+  }
+  r.c.pos = pos;
+  if (!r.fx) r.c.skip_blanks();
+  if (!r.c.at_end()) return E_TEXT_LEFT;
+  return assemble(v, f, out);
+}
+
+}  // namespace ldx_internal
+
+using namespace ldx_internal;
+
+extern "C" {
+
+KELAPI int32_t ldxsto(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, const char *fmt,
+                      size_t fmtlen, uint32_t options) {
+  int32_t err = parse_date(ctx, out, txt, txtlen, fmt, fmtlen);
+  if (!err) return 0;
+  if (options & LDX_OPT_QUIET) return -1;
+  if (options & LDX_OPT_ERRNUM) return err;
+  return raise(ctx, err);
+}
+
+KELAPI int32_t ldxstd(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, const char *fmt,
+                      size_t fmtlen) {
+  return ldxsto(ctx, out, txt, txtlen, fmt, fmtlen, 0);
+}
+
+KELAPI int32_t ldxstou(ldxctx *ctx, ldxdate *out, const uint16_t *txt, size_t txtlen,
+                       const uint16_t *fmt, size_t fmtlen, uint32_t options) {
+  char t[1024], m[kModelLimit * 4];
+  size_t tn = 0, mn = 0;
+  int32_t err = 0;
+  if (!utf16_to_utf8(txt, txt ? txtlen : 0, t, sizeof t, &tn)) err = E_TEXT_LEFT;
+  else if (fmt && fmtlen && !utf16_to_utf8(fmt, fmtlen, m, sizeof m, &mn)) err = E_MODEL_LONG;
+  if (!err) err = parse_date(ctx, out, t, tn, fmt ? m : nullptr, fmt ? mn : 0);
+  if (!err) return 0;
+  if (options & LDX_OPT_QUIET) return -1;
+  if (options & LDX_OPT_ERRNUM) return err;
+  return raise(ctx, err);
+}
+
+}  // extern "C"

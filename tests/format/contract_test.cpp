@@ -1,0 +1,302 @@
+// The formatter's contract beyond plain printf: malformed formats, length
+// limits, the row rules of lsfpd, positional edge cases. Expected texts come
+// from snprintf wherever an equivalent C format exists.
+#include <gtest/gtest.h>
+
+#include <cstddef>
+
+#include "tests/format/oracle.h"
+
+namespace lsftest {
+namespace {
+
+lsfarg row_int(int64_t v, int32_t type = LSF_ARG_INT) {
+  lsfarg r{};
+  r.type = type;
+  r.v.i = v;
+  return r;
+}
+lsfarg row_double(double d) {
+  lsfarg r{};
+  r.type = LSF_ARG_DOUBLE;
+  r.v.d = d;
+  return r;
+}
+lsfarg row_ptr(const void *p, int32_t type) {
+  lsfarg r{};
+  r.type = type;
+  r.v.p = p;
+  return r;
+}
+lsfarg row_text(const char *s) { return row_ptr(s, LSF_ARG_TEXT); }
+
+std::string with_libc(const char *fmt, ...) {
+  va_list ap, ap2;
+  va_start(ap, fmt);
+  va_copy(ap2, ap);
+  int n = vsnprintf(nullptr, 0, fmt, ap);
+  std::string out;
+  if (n >= 0) {
+    std::vector<char> buf(static_cast<size_t>(n) + 1);
+    vsnprintf(buf.data(), buf.size(), fmt, ap2);
+    out.assign(buf.data(), static_cast<size_t>(n));
+  } else {
+    out = "<libc failed>";
+  }
+  va_end(ap2);
+  va_end(ap);
+  return out;
+}
+
+// The row record is part of the interface: 16 bytes, value at offset 8.
+static_assert(sizeof(lsfarg) == 16);
+static_assert(offsetof(lsfarg, type) == 0 && offsetof(lsfarg, spare) == 4 && offsetof(lsfarg, v) == 8);
+
+// A malformed format gives -1 and the text up to the bad conversion, for
+// every buffer length, and never writes past the buffer.
+TEST(FormatContract, MalformedFormatsStopAtTheBadConversion) {
+  struct Case {
+    const char *fmt;
+    const char *before;  // the text formatted before the bad conversion
+  };
+  const Case cases[] = {
+      {"abc%", "abc"},           {"abc%5", "abc"},          {"x%-", "x"},
+      {"%.", ""},                {"ab%l", "ab"},            {"%hh", ""},
+      {"%lL", ""},               {"%y", ""},                {"%k%d", ""},
+      {"n: %n", "n: "},          {"%hn", ""},               {"%lln", ""},
+      {"v=%N", "v="},            {"%10.2N", ""},            {"%0$d", ""},
+      {"%99999999999d", ""},     {"%.99999999999f", ""},    {"%2147483648d", ""},
+      {"%'d", ""},               {"%C", ""},                {"%S", ""},
+      {"%m", ""},                {"%5%", ""},               {"%-%", ""},
+      {"%1$*d", ""},             {"%*1$d", ""},             {"%1$.*d", ""},
+      {"%.*1$d", ""},            {"ok %% then %", "ok % then "}, {"%v %d", ""},
+  };
+  lsfarg rows[] = {row_int(1), row_int(2), row_int(3), lsfarg{}};
+  for (const Case &c : cases) {
+    std::string want = c.before;
+    for (size_t len : {size_t{0}, size_t{1}, size_t{3}, size_t{64}}) {
+      Out o = capture(len, [&](char *b, size_t k) { return lsfp(nullptr, b, k, c.fmt, 1, 2, 3); });
+      Out d = capture(len, [&](char *b, size_t k) { return lsfpd(nullptr, b, k, c.fmt, rows); });
+      std::string expect = len ? want.substr(0, len - 1) + '\0' : "";
+      for (const Out *x : {&o, &d}) {
+        EXPECT_EQ(x->r, -1) << c.fmt << " len " << len;
+        EXPECT_EQ(x->text, expect) << c.fmt << " len " << len;
+        EXPECT_FALSE(x->overrun) << c.fmt;
+      }
+    }
+  }
+  char buf[8] = "xxxxxxx";
+  EXPECT_EQ(lsfp(nullptr, buf, sizeof buf, nullptr), -1);
+  EXPECT_STREQ(buf, "");
+  EXPECT_EQ(lsfpd(nullptr, buf, sizeof buf, nullptr, rows), -1);
+}
+
+// Positional and plain conversions cannot mix, and in a va_list every
+// position must be used with one type: the text stops where that shows.
+TEST(FormatContract, PositionalMisuse) {
+  struct Case {
+    const char *fmt;
+    const char *va_text;  // lsfp with arguments 1, 2, 3 (ints)
+    int32_t va_result;
+    const char *row_text;  // lsfpd with rows 1, 2, 3
+    int32_t row_result;
+  };
+  const Case cases[] = {
+      {"a%1$d b%d", "a1 b", -1, "a1 b", -1},
+      {"a%d b%1$d", "a1 b", -1, "a1 b", -1},
+      {"%1$d %3$d", "1 ", -1, "1 3", 3},        // a gap: position 2's type is unknown
+      {"%1$d %1$s", "1 ", -1, "1 1", 3},        // one position, two types
+      {"%3$d%2$d%1$d", "321", 3, "321", 3},
+      {"%65$d", "", -1, "", 0},                 // beyond LSF_MAX_POSITIONAL; no such row
+      {"%1$d %4$d", "1 ", -1, "1 ", 2},         // row 4 is past the END row
+      {"%2$*3$d%1$d|", "  21|", 5, "  21|", 5},
+      {"%1$d %2$q", "1 ", -1, "1 ", -1},        // malformed after good ones
+  };
+  lsfarg rows[] = {row_int(1), row_int(2), row_int(3), lsfarg{}};
+  for (const Case &c : cases) {
+    char buf[64];
+    EXPECT_EQ(lsfp(nullptr, buf, sizeof buf, c.fmt, 1, 2, 3), c.va_result) << c.fmt;
+    EXPECT_STREQ(buf, c.va_text) << c.fmt;
+    EXPECT_EQ(lsfpd(nullptr, buf, sizeof buf, c.fmt, rows), c.row_result) << c.fmt;
+    EXPECT_STREQ(buf, c.row_text) << c.fmt;
+  }
+}
+
+// Positions with every argument class, and widths from positions.
+TEST(FormatContract, PositionalMatchesSnprintf) {
+  const char *fmt = "%4$s|%2$*1$.3Lf|%3$+.2e|%5$#llx|%1$d|%4$.2s";
+  char ours[256];
+  int r = lsfp(nullptr, ours, sizeof ours, fmt, 12, 1.5L, -2.5e-7, "text", 0xfeedULL);
+  std::string want = with_libc(fmt, 12, 1.5L, -2.5e-7, "text", 0xfeedULL);
+  EXPECT_EQ(r, static_cast<int32_t>(want.size()));
+  EXPECT_EQ(ours, want);
+}
+
+// The whole length must fit in 31 bits; the part that fits is still there.
+TEST(FormatContract, LengthLimits) {
+  char buf[16];
+  EXPECT_EQ(lsfp(nullptr, buf, sizeof buf, "%2147483647d", 5), 2147483647);
+  EXPECT_EQ(lsfp(nullptr, buf, sizeof buf, "%2147483647d%d", 5, 6), -1);
+  EXPECT_EQ(std::string(buf), std::string(15, ' '));
+  EXPECT_EQ(lsfp(nullptr, buf, sizeof buf, "%1073741824d%1073741824d", 1, 2), -1);
+  EXPECT_EQ(lsfp(nullptr, buf, sizeof buf, "%1073741823d%1073741823d", 1, 2), 2147483646);
+  EXPECT_EQ(lsfp(nullptr, buf, sizeof buf, "%*d", INT_MIN, 7), -1);  // |INT_MIN| overflows an int width
+  EXPECT_EQ(lsfp(nullptr, nullptr, 0, "%s=%d", "abc", 42), 6);
+  // Huge precisions cost time, not memory, and still match.
+  std::vector<char> big(200000), ref(200000);
+  for (const char *f : {"%.100000f", "%.100000e", "%#.100000g", "%.100000a"}) {
+    int a = lsfp(nullptr, big.data(), big.size(), f, 0.1);
+    int b = snprintf(ref.data(), ref.size(), f, 0.1);
+    EXPECT_EQ(a, b) << f;
+    EXPECT_EQ(std::string(big.data()), std::string(ref.data())) << f;
+  }
+}
+
+// Values where exact conversion matters most, at every style and a range of
+// precisions (the random tests sample these; here they are all covered).
+TEST(FormatContract, HardFloatValues) {
+  const double values[] = {DBL_MAX, -DBL_MAX, DBL_MIN, DBL_TRUE_MIN, 0x1.fffffffffffffp-1022, 1e23, 8.5e-5,
+                           0.1, 0.3, 2.5, 0.125, 1e-300, 9007199254740993.0, 123456789012345678.0,
+                           0.000099999995, 9.9999995, 999999.5, 0x1.fffffffffffffp+0, 0x1.8p+0, -0.0};
+  const char *formats[] = {"%.0f", "%.1f", "%.17f", "%.1100f", "%f", "%.0e", "%.16e", "%.800e", "%e", "%g",
+                           "%.17g", "%#.0g", "%#g", "%.40g", "%a", "%.0a", "%.1a", "%.12a", "%.20a", "%#.0a",
+                           "%+015.3f", "%-12.2e|", "% 020a", "%#012.3g"};
+  std::vector<char> ours(4096);
+  for (double v : values)
+    for (const char *f : formats) {
+      int n = lsfp(nullptr, ours.data(), ours.size(), f, v);
+      std::string want = with_libc(f, v);
+      EXPECT_EQ(std::string(ours.data()), want) << f << " of " << v;
+      EXPECT_EQ(n, static_cast<int>(want.size())) << f;
+    }
+  const long double lvalues[] = {LDBL_MAX, LDBL_MIN, LDBL_TRUE_MIN, 1.0L, 0x1.fffffffffffffffep+0L, 0.1L, 1e4000L};
+  const char *lformats[] = {"%La", "%.0La", "%.3La", "%.20Le", "%Lg", "%.30Lg", "%.5Lf", "%#.0Lg"};
+  for (long double v : lvalues)
+    for (const char *f : lformats) {
+      std::vector<char> ref(8192);
+      int m = snprintf(ref.data(), ref.size(), f, v);
+      int n = lsfp(nullptr, ours.data(), ours.size(), f, v);
+      if (m < static_cast<int>(ours.size())) {
+        EXPECT_EQ(std::string(ours.data()), std::string(ref.data())) << f;
+      }
+      EXPECT_EQ(n, m) << f;
+    }
+}
+
+// lsfpd: a conversion meets a row of another type. Each row is compared
+// with the C format that the documented rule names.
+TEST(FormatContract, RowsOfAnotherType) {
+  static const wchar_t wide[] = L"wide";
+  static const char text[] = "abc";
+  const void *some = reinterpret_cast<const void *>(uintptr_t{0x1234});
+  struct Case {
+    const char *fmt;
+    lsfarg row;
+    std::string want;
+  };
+  const Case cases[] = {
+      {"%s", row_int(42), with_libc("%lld", 42LL)},
+      {"%8s|", row_int(-7), with_libc("%8lld|", -7LL)},
+      {"%-.2s|", row_int(12345), with_libc("%-lld|", 12345LL)},  // precision dropped
+      {"%s", row_int(-1, LSF_ARG_UINT), with_libc("%llu", ~0ULL)},
+      {"%s", row_int(8, LSF_ARG_CODE), "8"},
+      {"%s", row_int('Q', LSF_ARG_CHAR), "Q"},
+      {"%s", row_double(3.25), with_libc("%g", 3.25)},
+      {"%+12.1s|", row_double(1e100), with_libc("%+12g|", 1e100)},
+      {"%d", row_text(text), "abc"},
+      {"%5x|", row_text(text), with_libc("%5s|", text)},
+      {"%c", row_text(text), "abc"},
+      {"%d", row_int(int64_t{1} << 40), with_libc("%lld", 1LL << 40)},  // rows are not cut to int
+      {"%u", row_int(-1), with_libc("%llu", ~0ULL)},
+      {"%x", row_int(-1), with_libc("%llx", ~0ULL)},
+      {"%hhd", row_int(300), with_libc("%hhd", 300)},
+      {"%hu", row_int(-1), with_libc("%hu", -1)},
+      {"%c", row_int(65), "A"},
+      {"%.3f", row_int(2), with_libc("%.3f", 2.0)},
+      {"%e", row_int(10, LSF_ARG_UINT), with_libc("%e", 10.0)},
+      {"%Lf", row_double(1.5), with_libc("%f", 1.5)},
+      {"%p", row_int(0x1234), with_libc("%p", some)},
+      {"%p", row_text(text), with_libc("%p", static_cast<const void *>(text))},
+      {"%d", row_ptr(some, LSF_ARG_PTR), with_libc("%p", some)},
+      {"%s", row_ptr(nullptr, LSF_ARG_PTR), "(nil)"},
+      {"%s", row_ptr(wide, LSF_ARG_WTEXT), with_libc("%ls", wide)},
+      {"%-6d|", row_ptr(wide, LSF_ARG_WTEXT), with_libc("%-6ls|", wide)},
+      {"%s", row_text(nullptr), "(null)"},
+      {"%.3s|", row_text(nullptr), "|"},
+      {"[%5d]", row_int(0, 77), "[]"},  // unknown row type: nothing
+      {"%lc", row_int(0xe9, LSF_ARG_CHAR), "\xc3\xa9"},
+      {"%lc", row_int(0x1f600, LSF_ARG_CHAR), "\xf0\x9f\x98\x80"},
+      {"%lc", row_int(0xd800, LSF_ARG_CHAR), "?"},
+      {"%lc", row_int(0x110000, LSF_ARG_CHAR), "?"},
+  };
+  for (const Case &c : cases) {
+    lsfarg rows[] = {c.row, lsfarg{}};
+    char buf[256];
+    int32_t r = lsfpd(nullptr, buf, sizeof buf, c.fmt, rows);
+    EXPECT_EQ(std::string(buf), c.want) << c.fmt;
+    EXPECT_EQ(r, static_cast<int32_t>(c.want.size())) << c.fmt;
+  }
+}
+
+// Missing rows, * from rows, and the argument list the error manager writes
+// when a message text is missing.
+TEST(FormatContract, RowCountsAndStars) {
+  static const wchar_t accents[] = {0xe9, L'a', 0};
+  struct Case {
+    const char *fmt;
+    std::vector<lsfarg> rows;
+    std::string want;
+  };
+  const Case cases[] = {
+      {"[%5d]", {}, "[]"},
+      {"%d %d|", {row_int(1)}, "1 |"},
+      {"%*d|", {row_int(5), row_int(42)}, with_libc("%5d|", 42)},
+      {"%*d|", {row_int(-5), row_int(42)}, with_libc("%-5d|", 42)},
+      {"%*d|", {row_text("w"), row_int(42)}, "42|"},
+      {"%.*f", {row_int(-1), row_double(2.5)}, with_libc("%f", 2.5)},
+      {"%.*f", {row_int(1), row_double(2.25)}, with_libc("%.1f", 2.25)},
+      {"%*d|", {row_int(int64_t{1} << 40), row_int(1)}, ""},  // width clamps to 2^31 - 1: too long
+      {"%2$s %1$s", {row_text("a"), row_text("b")}, "b a"},
+      {"%1$s %1$s", {row_text("a")}, "a a"},
+      {"%3$s|", {row_text("a"), row_text("b")}, "|"},
+      {"; arguments: [%s] [%s]", {row_int(42), row_text("lsfpd")}, "; arguments: [42] [lsfpd]"},
+      {"%.2ls|", {row_ptr(accents, LSF_ARG_WTEXT)}, "\xc3\xa9|"},
+      {"%.1ls|", {row_ptr(accents, LSF_ARG_WTEXT)}, "|"},
+      {"%.3ls|", {row_ptr(accents, LSF_ARG_WTEXT)}, "\xc3\xa9" "a|"},
+  };
+  for (const Case &c : cases) {
+    std::vector<lsfarg> rows = c.rows;
+    rows.push_back(lsfarg{});
+    char buf[128];
+    int32_t r = lsfpd(nullptr, buf, sizeof buf, c.fmt, rows.data());
+    if (c.want.empty() && std::string(c.fmt) == "%*d|") {
+      EXPECT_EQ(r, -1);
+      continue;
+    }
+    EXPECT_EQ(std::string(buf), c.want) << c.fmt;
+    EXPECT_EQ(r, static_cast<int32_t>(c.want.size())) << c.fmt;
+  }
+  char buf[8];
+  EXPECT_EQ(lsfpd(nullptr, buf, sizeof buf, "%d|%s", nullptr), 1);  // no array: no rows
+  EXPECT_STREQ(buf, "|");
+}
+
+// The caller's va_list is left where it was: lsfpv works on a copy.
+int twice(char *a, char *b, size_t n, const char *fmt, ...) {
+  va_list ap;
+  va_start(ap, fmt);
+  int r1 = lsfpv(nullptr, a, n, fmt, ap);
+  int r2 = lsfpv(nullptr, b, n, fmt, ap);
+  va_end(ap);
+  return r1 == r2 ? r1 : -2;
+}
+
+TEST(FormatContract, VaListIsNotConsumed) {
+  char a[64], b[64];
+  EXPECT_EQ(twice(a, b, sizeof a, "%d %s %.1f", 7, "x", 0.25), 7);
+  EXPECT_STREQ(a, "7 x 0.2");
+  EXPECT_STREQ(b, "7 x 0.2");
+}
+
+}  // namespace
+}  // namespace lsftest

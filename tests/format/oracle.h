@@ -1,0 +1,267 @@
+// oracle.h - random conversions and their arguments, and a way to pass an
+// argument list chosen at run time to both snprintf and the formatter, so
+// that the C library's printf is the oracle for every case.
+#pragma once
+
+#include <cfloat>
+#include <climits>
+#include <cmath>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "lsf.h"
+
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+#pragma GCC diagnostic ignored "-Wformat"
+#pragma GCC diagnostic ignored "-Wformat-extra-args"
+
+namespace lsftest {
+
+// How an argument is passed through "...".
+enum Kind { kInt, kLong, kDouble, kLongDouble, kPtr };
+
+struct Arg {
+  Kind kind = kInt;
+  int i = 0;
+  long long ll = 0;
+  double d = 0;
+  long double ld = 0;
+  const void *p = nullptr;
+  lsfarg row{};  // the same argument as an lsfpd row
+  bool has_row = true;
+};
+
+// The outputs of one call: result and buffer contents (with the bytes just
+// past len, to catch writes beyond the buffer).
+struct Out {
+  int r;
+  std::string text;
+  bool overrun;
+};
+
+constexpr size_t kGuard = 16;
+
+template <class F>
+Out capture(size_t len, F call) {
+  std::vector<char> buf(len + kGuard, '\x5a');
+  Out o;
+  o.r = call(len ? buf.data() : buf.data(), len);
+  size_t upto = len;
+  o.text.assign(buf.data(), upto);
+  o.overrun = false;
+  for (size_t i = len; i < len + kGuard; ++i)
+    if (buf[i] != '\x5a') o.overrun = true;
+  // Bytes after the NUL are not part of the contract; keep up to the NUL.
+  if (len) {
+    size_t n = o.r >= 0 && static_cast<size_t>(o.r) < len ? static_cast<size_t>(o.r) : len - 1;
+    if (o.r < 0) n = strnlen(buf.data(), len - 1);  // a failed call: up to its NUL
+    o.text.resize(n + 1);
+  }
+  return o;
+}
+
+// A va_list that reads every argument from a caller-filled block, as a callee
+// does once its register save area is used up (System V x86-64 layout). This
+// lets one test pass an argument list chosen at run time to vsnprintf and
+// lsfpv alike.
+#if !(defined(__x86_64__) && defined(__linux__))
+#error "the formatter's oracle tests build va_lists for System V x86-64"
+#endif
+struct ArgBlock {
+  alignas(16) unsigned char area[64 * 16];
+  size_t used = 0;
+
+  explicit ArgBlock(const std::vector<Arg> &args) {
+    for (const Arg &a : args) {
+      switch (a.kind) {
+        case kInt: {
+          long long v = a.i;  // an int travels in an 8-byte slot
+          put(&v, 8, 8);
+          break;
+        }
+        case kLong: put(&a.ll, 8, 8); break;
+        case kDouble: put(&a.d, 8, 8); break;
+        case kLongDouble: put(&a.ld, 16, 16); break;
+        case kPtr: put(&a.p, 8, 8); break;
+      }
+    }
+  }
+  void put(const void *v, size_t size, size_t align) {
+    used = (used + align - 1) / align * align;
+    std::memset(area + used, 0, size);
+    std::memcpy(area + used, v, size == 16 ? 10 : size);
+    used += size;
+  }
+  // ap must be fresh for every call: va_arg advances it.
+  void start(va_list ap) {
+    struct Tag {
+      unsigned gp_offset, fp_offset;
+      void *overflow_arg_area, *reg_save_area;
+    };
+    static_assert(sizeof(va_list) == sizeof(Tag));
+    Tag *t = reinterpret_cast<Tag *>(ap);
+    t->gp_offset = 48;   // all six integer registers taken
+    t->fp_offset = 176;  // all eight vector registers taken
+    t->overflow_arg_area = area;
+    t->reg_save_area = nullptr;
+  }
+};
+
+inline int vwrap(char *b, size_t n, const char *f, ...) {
+  va_list ap;
+  va_start(ap, f);
+  int r = lsfpv(nullptr, b, n, f, ap);
+  va_end(ap);
+  return r;
+}
+
+// snprintf and lsfp called directly, for argument lists of up to two.
+struct Results {
+  Out libc, ours;
+};
+
+template <class... T>
+Results call_both(const char *fmt, size_t len, T... v) {
+  Results r;
+  r.libc = capture(len, [&](char *b, size_t n) { return snprintf(b, n, fmt, v...); });
+  r.ours = capture(len, [&](char *b, size_t n) { return lsfp(nullptr, b, n, fmt, v...); });
+  return r;
+}
+
+template <int Depth, class... T>
+Results dispatch(const std::vector<Arg> &a, size_t i, const char *fmt, size_t len, T... v) {
+  if (i == a.size()) return call_both(fmt, len, v...);
+  if constexpr (Depth < 2) {
+    const Arg &x = a[i];
+    switch (x.kind) {
+      case kInt: return dispatch<Depth + 1>(a, i + 1, fmt, len, v..., x.i);
+      case kLong: return dispatch<Depth + 1>(a, i + 1, fmt, len, v..., x.ll);
+      case kDouble: return dispatch<Depth + 1>(a, i + 1, fmt, len, v..., x.d);
+      case kLongDouble: return dispatch<Depth + 1>(a, i + 1, fmt, len, v..., x.ld);
+      case kPtr: return dispatch<Depth + 1>(a, i + 1, fmt, len, v..., x.p);
+    }
+  }
+  return Results{{-2, "too many arguments", false}, {}};
+}
+
+inline std::string describe(const std::vector<Arg> &a) {
+  std::string s;
+  char t[128];
+  for (const Arg &x : a) {
+    switch (x.kind) {
+      case kInt: snprintf(t, sizeof t, " int(%d)", x.i); break;
+      case kLong: snprintf(t, sizeof t, " ll(%lld)", x.ll); break;
+      case kDouble: snprintf(t, sizeof t, " double(%a)", x.d); break;
+      case kLongDouble: snprintf(t, sizeof t, " ldouble(%La)", x.ld); break;
+      case kPtr: snprintf(t, sizeof t, " ptr(%p)", x.p); break;
+    }
+    s += t;
+  }
+  return s;
+}
+
+// ------------------------------------------------------------ generator
+
+struct Gen {
+  std::mt19937_64 rng;
+  explicit Gen(uint64_t seed) : rng(seed) {}
+
+  uint64_t u64() { return rng(); }
+  int range(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); }
+  bool chance(int percent) { return range(0, 99) < percent; }
+
+  long long int_value() {
+    static const long long special[] = {0, 1, -1, 7, -7, 10, 100, 255, 256, -128, 32767, -32768, 65535,
+                                        INT_MAX, INT_MIN, UINT_MAX, LLONG_MAX, LLONG_MIN};
+    if (chance(30)) return special[range(0, sizeof special / sizeof *special - 1)];
+    int bits = range(1, 64);
+    uint64_t v = u64();
+    if (bits < 64) v &= (uint64_t{1} << bits) - 1;
+    return static_cast<long long>(v) * (chance(30) ? -1 : 1);
+  }
+
+  double double_value() {
+    switch (range(0, 9)) {
+      case 0: {
+        uint64_t b = u64();
+        double d;
+        std::memcpy(&d, &b, 8);
+        return d;
+      }
+      case 1: {
+        static const double sp[] = {0.0, -0.0, INFINITY, -INFINITY, NAN, -NAN, DBL_MIN, DBL_MAX, DBL_TRUE_MIN,
+                                    -DBL_TRUE_MIN, DBL_EPSILON, 1.0, 0.1, 0.5, 1.5, 2.5, 9.5, 0.05, 0.95,
+                                    999999.5, 1e15, 1e16, 1e17, 1e22, 1e23, 5e-324, 2.2250738585072009e-308};
+        return sp[range(0, sizeof sp / sizeof *sp - 1)];
+      }
+      case 2: {  // a subnormal
+        uint64_t b = u64() & ((uint64_t{1} << 52) - 1);
+        double d;
+        std::memcpy(&d, &b, 8);
+        return chance(50) ? d : -d;
+      }
+      case 3:
+      case 4: {  // decimal-looking values: many near-ties
+        long long n = static_cast<long long>(u64() % 2000001) - 1000000;
+        return static_cast<double>(n) / std::pow(10.0, range(0, 8));
+      }
+      case 5: {  // exact binary ties for some precision
+        long long n = 2 * static_cast<long long>(u64() % 100000) + 1;
+        return std::ldexp(static_cast<double>(n), -range(1, 20));
+      }
+      case 6: {  // large integers
+        return std::ldexp(static_cast<double>(u64() >> 11), range(0, 200));
+      }
+      default: {
+        double m = static_cast<double>(u64() >> 11) / 9007199254740992.0;
+        return std::ldexp(m, range(-80, 80)) * (chance(25) ? -1 : 1);
+      }
+    }
+  }
+
+  long double long_double_value() {
+    switch (range(0, 5)) {
+      case 0:
+        return static_cast<long double>(double_value());
+      case 1: {
+        static const long double sp[] = {0.0L, -0.0L, LDBL_MIN, LDBL_MAX, LDBL_TRUE_MIN, LDBL_EPSILON, 0.5L,
+                                         1.5L, 2.5L, 0.1L, 1e4000L, 1e-4000L, 15.999999999999999999L};
+        return sp[range(0, sizeof sp / sizeof *sp - 1)];
+      }
+      case 2: {  // any exponent, normal or subnormal
+        uint64_t m = u64();
+        int e = range(0, 32766);
+        if (e) m |= uint64_t{1} << 63; else m &= ~(uint64_t{1} << 63);
+        return make_ld(m, e, chance(50));
+      }
+      default: {  // moderate exponents, where most values live
+        uint64_t m = u64() | (uint64_t{1} << 63);
+        int e = 16383 + range(-200, 200);
+        return make_ld(m, e, chance(30));
+      }
+    }
+  }
+
+  static long double make_ld(uint64_t m, int e, bool neg) {
+    long double v = 0;
+    unsigned char raw[sizeof(long double)] = {};
+    uint16_t se = static_cast<uint16_t>(e | (neg ? 0x8000 : 0));
+    std::memcpy(raw, &m, 8);
+    std::memcpy(raw + 8, &se, 2);
+    std::memcpy(&v, raw, sizeof v);
+    return v;
+  }
+};
+
+inline const char *const kTexts[] = {"", "a", "hello", "Hello, world", "caf\xc3\xa9 na\xc3\xafve",
+                                     "a somewhat longer text that goes on for a while", "%d %s not a format",
+                                     "tab\there"};
+inline const wchar_t *const kWideTexts[] = {L"", L"w", L"wide text", L"0123456789"};
+
+}  // namespace lsftest
