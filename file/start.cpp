@@ -3,26 +3,54 @@
 // The file context of the library holds the facility "LFI"; a package
 // instance gets a context of its own that points at the library's, so that
 // files it opens can later be tracked and closed with the instance.
-#include "error/lwem_impl.h"
+#include "file/lfi_impl.h"
 #include "kelmsg_kelcore_lfi.h"
-#include "lfi.h"
 #include "sl.h"
 
 namespace lfi_internal {
 
-struct lfictx {
-  uint32_t magic;
-  uint32_t kind;    // 1 library, 2 instance
-  lfictx *root;
-  lemfac *fac;      // "LFI"
-  void *component;  // instance: its context record
-};
-
-constexpr uint32_t kMagic = 0x4C464943;  // "LFIC"
-
 lfictx *ctx_of(void *p) noexcept {
   auto *c = static_cast<lfictx *>(p);
   return (c != nullptr && c->magic == kMagic) ? c : nullptr;
+}
+
+void *mctx_of(const lfictx *c) noexcept { return c->core == nullptr ? nullptr : c->core->lmmctx; }
+
+lwectx *lwe_of(const lfictx *c) noexcept {
+  return c->core == nullptr ? nullptr : static_cast<lwectx *>(c->core->lwemctx);
+}
+
+namespace {
+void rec_args(const lfictx *c, int32_t msg, int32_t syserr, ...) noexcept {
+  lwectx *lwe = lwe_of(c);
+  if (lwe == nullptr || c->fac == nullptr) return;
+  va_list ap;
+  va_start(ap, syserr);
+  int32_t rc = lwemrev(lwe, c->fac, msg, 0, 1, LEM_TYPE_MSG, syserr, ap);
+  va_end(ap);
+  if (rc == 0) lwemmrk(lwe);
+}
+}  // namespace
+
+void rec(const lfictx *c, int32_t msg, const char *name, int32_t syserr) noexcept {
+  char text[256] = "";
+  if (syserr != 0) slcgems(syserr, text, sizeof text);
+  rec_args(c, msg, syserr, LEM_ARG_TEXT, name == nullptr ? "" : name, LEM_ARG_TEXT, text, LEM_ARG_END);
+}
+
+void rec_sys(const lfictx *c, int32_t general, const char *name, int32_t syserr) noexcept {
+  int32_t msg = general;
+  switch (slfclass(syserr)) {
+    case SLF_E_NOTFOUND: msg = kelmsg::LFI_NOTFOUND; break;
+    case SLF_E_EXISTS: msg = kelmsg::LFI_EXISTS; break;
+    case SLF_E_DENIED: msg = kelmsg::LFI_DENIED; break;
+    case SLF_E_ISDIR: msg = kelmsg::LFI_ISDIR; break;
+    case SLF_E_NOTDIR: msg = kelmsg::LFI_NOTDIR; break;
+    case SLF_E_NOSPACE: msg = kelmsg::LFI_NOSPACE; break;
+    case SLF_E_NOTEMPTY: msg = kelmsg::LFI_NOTEMPTY; break;
+    default: break;
+  }
+  rec(c, msg, name, syserr);
 }
 
 }  // namespace lfi_internal
@@ -45,6 +73,7 @@ KELAPI int32_t lfirist(lcorectx *ctx, void *handle, int32_t mode) {
     c->magic = kMagic;
     c->kind = 1;
     c->root = c;
+    c->core = ctx;
     ctx->lfictx = c;
     return 0;
   }
@@ -66,6 +95,8 @@ KELAPI int32_t lficis(lcorectx *ctx, void **out, void *component) {
   *sub = *c->root;
   sub->kind = 2;
   sub->component = component;
+  // A package instance's files and records belong to the instance.
+  if (component != nullptr) sub->core = static_cast<lcorectx *>(component);
   *out = sub;
   return 0;
 }
