@@ -133,8 +133,12 @@ KELAPI int32_t lfimkdir(void *fctx, const char *path, int32_t parents) {
     if (slfmkdir(work) != 0) {
       int32_t err = slerrno();
       slfinfo info;
-      bool isdir = slfclass(err) == SLF_E_EXISTS && slfstat(work, &info) == 0 && info.type == SLF_TYPE_DIR;
-      if (!isdir) {
+      bool exists = slfclass(err) == SLF_E_EXISTS && slfstat(work, &info) == 0;
+      if (exists && info.type != SLF_TYPE_DIR) {
+        rec(c, kelmsg::LFI_NOTDIR, work, err);
+        return -1;
+      }
+      if (!exists) {
         rec_sys(c, kelmsg::LFI_MKDIR, work, err);
         return -1;
       }

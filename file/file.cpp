@@ -139,7 +139,7 @@ KELAPI lfifile *lfiopen(void *fctx, const char *path, uint32_t mode, size_t bufs
   if (mode & LFI_EXCL) sf |= SLF_CREATE | SLF_EXCL;
 
   if (bufsize == 0) bufsize = LFI_BUFSIZE;
-  const char *shown = path != nullptr ? path : "(temporary file)";
+  const char *shown = (path != nullptr && *path != '\0') ? path : "(temporary file)";
   size_t namelen = strlen(shown);
   void *mctx = mctx_of(c);
   lmmheap *heap = mctx == nullptr ? nullptr : lmmtophp(mctx);

@@ -91,6 +91,24 @@ KELAPI int32_t w32cond_broadcast(w32cond *cond);
  * about to. */
 KELAPI int32_t w32cond_destroy(w32cond *cond);
 
+/* ----------------------------------------------------- system information
+ * Thread-safe; text results go into caller buffers (NUL-terminated) and
+ * return their length, or -1 when the buffer is too small or the system
+ * cannot tell (buf is then unspecified). */
+
+/* The process's identifier. */
+KELAPI int64_t slsipid(void);
+/* The host's name. */
+KELAPI int32_t slsihost(char *buf, size_t len);
+/* The name of the account the process runs as (its effective user). */
+KELAPI int32_t slsiuser(char *buf, size_t len);
+/* Processors available to the process (at least 1). */
+KELAPI int32_t slsincpu(void);
+/* The virtual-memory page size in bytes. */
+KELAPI size_t slsipage(void);
+/* Physical memory in bytes (0 when unknown). */
+KELAPI uint64_t slsimem(void);
+
 KEL_END_DECLS
 
 #endif /* SLT_H */
