@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "lfi.h"
+#include "slt.h"
 
 namespace lfi_internal {
 

@@ -263,6 +263,11 @@ KELAPI int32_t slsincpu(void);
 KELAPI size_t slsipage(void);
 /* Physical memory in bytes (0 when unknown). */
 KELAPI uint64_t slsimem(void);
+/* The current directory. */
+KELAPI int32_t slgetcwd(char *buf, size_t len);
+/* The temporary directory: $TMPDIR when set and not empty, else /tmp,
+ * without a trailing separator. */
+KELAPI int32_t sltmpdir(char *buf, size_t len);
 
 KEL_END_DECLS
 

@@ -20,6 +20,7 @@
 
 #include "lfi.h"
 #include "sl.h"
+#include "slt.h"
 #include "sys/fault_impl.h"
 
 namespace {
