@@ -23,6 +23,7 @@ using namespace lfi_internal;
 
 struct lfifile {
   uint32_t magic;
+  lfifile *prev, *next;  // the context's open files
   uint32_t mode;  // LFI_* as opened (LFI_WRITE added for LFI_APPEND)
   int64_t h;
   lfictx *ctx;
@@ -113,6 +114,49 @@ bool write_direct(lfifile *f, const char *in, size_t n) noexcept {
 
 }  // namespace
 
+namespace lfi_internal {
+
+void track(lfictx *c, lfifile *f) noexcept {
+  slcsenter(&c->lock);
+  f->prev = nullptr;
+  f->next = c->files;
+  if (c->files != nullptr) c->files->prev = f;
+  c->files = f;
+  slcsleave(&c->lock);
+}
+
+void untrack(lfictx *c, lfifile *f) noexcept {
+  slcsenter(&c->lock);
+  if (f->prev != nullptr)
+    f->prev->next = f->next;
+  else
+    c->files = f->next;
+  if (f->next != nullptr) f->next->prev = f->prev;
+  f->prev = f->next = nullptr;
+  slcsleave(&c->lock);
+}
+
+int32_t close_all(lfictx *c) noexcept {
+  int32_t n = 0;
+  for (;;) {
+    slcsenter(&c->lock);
+    lfifile *f = c->files;
+    if (f != nullptr) {
+      c->files = f->next;
+      if (f->next != nullptr) f->next->prev = nullptr;
+    }
+    slcsleave(&c->lock);
+    if (f == nullptr) return n;
+    if (f->wlen > 0) slfwrite(f->h, f->buf, f->wlen);
+    slfclose(f->h);
+    f->magic = 0;
+    lmmfree(mctx_of(c), f->heap, f, 0);
+    n++;
+  }
+}
+
+}  // namespace lfi_internal
+
 extern "C" {
 
 // ----------------------------------------------------------- open and close
@@ -169,12 +213,14 @@ KELAPI lfifile *lfiopen(void *fctx, const char *path, uint32_t mode, size_t bufs
   f->buf = reinterpret_cast<char *>(f) + head;
   f->cap = bufsize;
   memcpy(f->name, shown, namelen + 1);
+  track(c, f);
   return f;
 }
 
 KELAPI int32_t lficlose(void *fctx, lfifile *f) {
   lfictx *c;
   if (!check(fctx, f, &c)) return -1;
+  untrack(f->ctx, f);
   bool ok = flush_out(f);
   if (slfclose(f->h) != 0 && ok) {
     rec(c, kelmsg::LFI_CLOSE, f->name, slerrno());

@@ -19,7 +19,17 @@ struct lfictx {
   lemfac *fac;      // "LFI"
   void *component;  // instance: its context record
   lcorectx *core;   // the record whose memory and message contexts serve callers
+  slcs lock;        // guards `files`
+  lfifile *files;   // open files, closed with the context at the latest
 };
+
+// Open files are linked into their context so that a context that ends
+// (library stop, package instance end) closes what its users left open.
+void track(lfictx *c, lfifile *f) noexcept;
+void untrack(lfictx *c, lfifile *f) noexcept;
+// Closes every file still open in `c` (written out as far as possible, no
+// records: nobody is left to read them). Returns how many were closed.
+int32_t close_all(lfictx *c) noexcept;
 
 constexpr uint32_t kMagic = 0x4C464943;  // "LFIC"
 

@@ -1,8 +1,9 @@
 // Start and stop of the file interface and its package sub-context.
 //
 // The file context of the library holds the facility "LFI"; a package
-// instance gets a context of its own that points at the library's, so that
-// files it opens can later be tracked and closed with the instance.
+// instance gets a context of its own that points at the library's. Each
+// context keeps the files opened through it and closes those still open
+// when it ends, so a package that forgets a file leaks no handle.
 #include "file/lfi_impl.h"
 #include "kelmsg_kelcore_lfi.h"
 #include "sl.h"
@@ -70,6 +71,11 @@ KELAPI int32_t lfirist(lcorectx *ctx, void *handle, int32_t mode) {
       ss_mem_fre(c);
       return -1;
     }
+    if (slcsinit(&c->lock) != 0) {
+      lwemfaf(lwe, c->fac);
+      ss_mem_fre(c);
+      return -1;
+    }
     c->magic = kMagic;
     c->kind = 1;
     c->root = c;
@@ -80,7 +86,9 @@ KELAPI int32_t lfirist(lcorectx *ctx, void *handle, int32_t mode) {
   if (mode != 1) return -1;
   lfictx *c = ctx_of(ctx->lfictx);
   if (c == nullptr || c->kind != 1) return -1;
+  close_all(c);
   int32_t rc = lwemfaf(lwe, c->fac);
+  if (slcsdelete(&c->lock) != 0) rc = -1;
   c->magic = 0;
   ss_mem_fre(c);
   ctx->lfictx = nullptr;
@@ -92,7 +100,14 @@ KELAPI int32_t lficis(lcorectx *ctx, void **out, void *component) {
   if (c == nullptr || out == nullptr) return -1;
   auto *sub = static_cast<lfictx *>(ss_mem_calc(sizeof(lfictx)));
   if (sub == nullptr) return -1;
-  *sub = *c->root;
+  if (slcsinit(&sub->lock) != 0) {
+    ss_mem_fre(sub);
+    return -1;
+  }
+  sub->magic = kMagic;
+  sub->root = c->root;
+  sub->fac = c->root->fac;
+  sub->core = c->root->core;
   sub->kind = 2;
   sub->component = component;
   // A package instance's files and records belong to the instance.
@@ -104,9 +119,11 @@ KELAPI int32_t lficis(lcorectx *ctx, void **out, void *component) {
 KELAPI int32_t lficit(lcorectx *ctx, void *subctx, void *component) {
   lfictx *sub = ctx_of(subctx);
   if (sub == nullptr || sub->kind != 2) return -1;
+  close_all(sub);
+  int32_t rc = slcsdelete(&sub->lock) == 0 ? 0 : -1;
   sub->magic = 0;
   ss_mem_fre(sub);
-  return 0;
+  return rc;
 }
 
 }  // extern "C"

@@ -269,6 +269,23 @@ KELAPI int32_t slgetcwd(char *buf, size_t len);
  * without a trailing separator. */
 KELAPI int32_t sltmpdir(char *buf, size_t len);
 
+/* Everything above in one record. */
+typedef struct ltssi {
+  int64_t pid;
+  int32_t ncpu;
+  int32_t spare;
+  size_t pagesize;
+  uint64_t memory;
+  char host[256];
+  char user[256];
+  char cwd[4096];
+  char tmpdir[4096];
+} ltssi;
+
+/* Fills *si. 0; -1 when si is null or a text could not be told (it is left
+ * empty, everything else is filled). Thread-safe. */
+KELAPI int32_t ltssysinfo(ltssi *si);
+
 KEL_END_DECLS
 
 #endif /* SLT_H */

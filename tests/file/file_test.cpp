@@ -27,6 +27,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// Builds without fault points cannot drive the injected failures.
+bool have_faults() { return slfaultarm(SL_FAULT_MEM, 0, 0) == 0; }
+
 size_t open_fds() {
   size_t n = 0;
   for (auto &e : fs::directory_iterator("/proc/self/fd")) (void)e, n++;
@@ -393,6 +396,25 @@ TEST_F(Files, DirectoriesAgreeWithFilesystem) {
   EXPECT_EQ(lemged(lem), 0);
 }
 
+// Files left open are written out and closed when the library stops.
+TEST_F(Files, StopClosesWhatWasLeftOpen) {
+  for (int i = 0; i < 3; i++) {
+    lfifile *f = lfiopen(fctx, path("left" + std::to_string(i)).c_str(), LFI_WRITE, 1024);
+    ASSERT_NE(f, nullptr);
+    ASSERT_EQ(lfiputs(fctx, f, "pending"), 0);
+  }
+  lfifile *closed = lfiopen(fctx, path("closed").c_str(), LFI_WRITE, 0);
+  ASSERT_EQ(lficlose(fctx, closed), 0);
+  EXPECT_EQ(open_fds(), fds + 3);
+  ASSERT_EQ(lpmterm(ctx), 0);
+  EXPECT_EQ(open_fds(), fds);
+  for (int i = 0; i < 3; i++) EXPECT_EQ(slurp(path("left" + std::to_string(i))), "pending");
+  ctx = lpminit();
+  ASSERT_NE(ctx, nullptr);
+  fctx = ctx->lfictx;
+  lem = ctx->lemctx;
+}
+
 // --------------------------------------------------------------- failures
 
 TEST_F(Files, EveryFailureLeavesItsRecordAndNothingOpen) {
@@ -487,6 +509,7 @@ TEST_F(Files, EveryFailureLeavesItsRecordAndNothingOpen) {
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(c.what);
+    if (c.point != 0 && !have_faults()) continue;
     int depth = lemged(lem);
     if (c.point != 0) ASSERT_EQ(slfaultarm(c.point, 1, 1), 0);
     EXPECT_TRUE(c.run());
@@ -511,6 +534,7 @@ TEST_F(Files, EveryFailureLeavesItsRecordAndNothingOpen) {
 // A disk that fills up in the middle of a long write: the first failed
 // write reports the full disk, and everything before it is in the file.
 TEST_F(Files, DiskFullPartway) {
+  if (!have_faults()) GTEST_SKIP() << "no fault points in this build";
   std::string p = path("big");
   lfifile *f = lfiopen(fctx, p.c_str(), LFI_WRITE, 4096);
   ASSERT_NE(f, nullptr);
