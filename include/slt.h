@@ -156,7 +156,7 @@ typedef struct sltsrw {
   w32mutex m;      /* guards the counters */
   w32cond readers; /* readers wait here */
   w32cond writers; /* writers wait here */
-  int32_t active;  /* > 0: readers holding; -1: a writer holds; 0: free */
+  int32_t active;  /* atomic: readers holding, writer bit, pending bit */
   int32_t rwait;   /* readers waiting */
   int32_t wwait;   /* writers waiting */
   int32_t policy;  /* 1 writers first, 2 readers first */
