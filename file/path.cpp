@@ -4,6 +4,7 @@
 // scripting languages' path modules follow), so that names built here mean
 // the same to the tools that receive them. Nothing looks at the file system
 // except lfipabs, which asks for the current directory.
+#include <cstdint>
 #include <cstring>
 #include <string_view>
 
@@ -88,37 +89,43 @@ KELAPI int32_t lfipnorm(const char *path, char *buf, size_t len) {
   if (p.empty()) return put(".", buf, len);
   size_t lead = 0;
   if (p[0] == '/') lead = (p.size() >= 2 && p[1] == '/' && (p.size() < 3 || p[2] != '/')) ? 2 : 1;
-  // The result is never longer than the input, so it is built in place in a
-  // work copy of the part lengths: a stack of component views.
-  constexpr size_t kMaxParts = 4096;
-  std::string_view parts[kMaxParts];
+  // Kept parts as (offset, length) into the input, a stack that ".." pops.
+  // The array is left uninitialised: only the first n entries are ever read.
+  struct Part {
+    uint32_t at, len;
+  };
+  constexpr size_t kMaxParts = 2048;
+  Part parts[kMaxParts];
+  if (p.size() > 0xFFFFFFFFu) return -1;
+  auto text = [&](const Part &x) { return p.substr(x.at, x.len); };
   size_t n = 0;
   size_t pos = 0;
   while (pos <= p.size()) {
     size_t end = p.find('/', pos);
     if (end == std::string_view::npos) end = p.size();
     std::string_view c = p.substr(pos, end - pos);
+    Part part{static_cast<uint32_t>(pos), static_cast<uint32_t>(end - pos)};
     pos = end + 1;
     if (c.empty() || c == ".") continue;
-    if (c != ".." || (lead == 0 && n == 0) || (n > 0 && parts[n - 1] == "..")) {
+    if (c != ".." || (lead == 0 && n == 0) || (n > 0 && text(parts[n - 1]) == "..")) {
       if (n == kMaxParts) return -1;
-      parts[n++] = c;
+      parts[n++] = part;
     } else if (n > 0) {
       n--;
     }
   }
   size_t total = lead;
-  for (size_t i = 0; i < n; i++) total += parts[i].size() + (i > 0 ? 1 : 0);
+  for (size_t i = 0; i < n; i++) total += parts[i].len + (i > 0 ? 1 : 0);
   if (total == 0) return put(".", buf, len);
   if (total + 1 > len || total > 0x7FFFFFFF) return -1;
-  // Components only move left (each starts at or after where it lands) unless
-  // buf is a different buffer; a separate pass via memmove is safe for both.
+  // Each part lands at or before where it stood in the input, so the result
+  // may be written over the input itself (buf == path).
   size_t o = 0;
   for (size_t i = 0; i < lead; i++) buf[o++] = '/';
   for (size_t i = 0; i < n; i++) {
     if (i > 0) buf[o++] = '/';
-    memmove(buf + o, parts[i].data(), parts[i].size());
-    o += parts[i].size();
+    memmove(buf + o, path + parts[i].at, parts[i].len);
+    o += parts[i].len;
   }
   buf[o] = '\0';
   return static_cast<int32_t>(o);

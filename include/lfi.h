@@ -144,7 +144,9 @@ KELAPI int32_t lfipstem(const char *path, char *buf, size_t len);
 /* The path normalised without looking at the file system: repeated
  * separators and "." parts removed, "x/.." pairs folded, ".." kept where it
  * cannot fold (at the start of a relative path; dropped at the root), no
- * trailing separator; "" becomes ".". A leading "//" (exactly two) is kept. */
+ * trailing separator; "" becomes ".". A leading "//" (exactly two) is kept.
+ * The result may be written over `path` itself. A name of more than 2048
+ * parts is refused (-1). */
 KELAPI int32_t lfipnorm(const char *path, char *buf, size_t len);
 /* 1 when `path` is absolute, else 0 (null: 0). */
 KELAPI int32_t lfipisabs(const char *path);
