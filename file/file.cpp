@@ -424,8 +424,8 @@ KELAPI int64_t lfiseek(void *fctx, lfifile *f, int64_t offset, int32_t whence) {
   if (!flush_out(f)) return -1;
   int64_t here = f->sys - static_cast<int64_t>(f->rlen - f->rpos);
   if (whence != LFI_SEEK_END) {
-    int64_t target = whence == LFI_SEEK_SET ? offset : here + offset;
-    if (target < 0 || (whence == LFI_SEEK_CUR && ((offset > 0 && target < here) || (offset < 0 && target > here)))) {
+    int64_t target = offset;
+    if ((whence == LFI_SEEK_CUR && __builtin_add_overflow(here, offset, &target)) || target < 0) {
       rec(c, kelmsg::LFI_SEEK, f->name, 0);
       return -1;
     }

@@ -15,7 +15,7 @@ namespace lfi_internal {
 
 int32_t put(std::string_view s, char *buf, size_t len) noexcept {
   if (buf == nullptr || s.size() + 1 > len || s.size() > 0x7FFFFFFF) return -1;
-  memmove(buf, s.data(), s.size());
+  if (!s.empty()) memmove(buf, s.data(), s.size());
   buf[s.size()] = '\0';
   return static_cast<int32_t>(s.size());
 }
