@@ -415,6 +415,31 @@ TEST_F(Files, StopClosesWhatWasLeftOpen) {
   lem = ctx->lemctx;
 }
 
+// A package instance's file context closes the instance's files when it
+// ends, and only those.
+TEST_F(Files, InstanceContextsCloseTheirOwnFiles) {
+  void *sub = nullptr;
+  ASSERT_EQ(lficis(ctx, &sub, ctx), 0);
+  ASSERT_NE(sub, nullptr);
+  lfifile *mine = lfiopen(sub, path("instance").c_str(), LFI_WRITE, 256);
+  ASSERT_NE(mine, nullptr);
+  ASSERT_EQ(lfiputs(sub, mine, "from the instance"), 0);
+  lfifile *root = lfiopen(fctx, path("root").c_str(), LFI_WRITE, 256);
+  ASSERT_NE(root, nullptr);
+  // A failure through the instance's context lands on the same stacks.
+  EXPECT_EQ(lfiopen(sub, path("missing").c_str(), LFI_READ, 0), nullptr);
+  EXPECT_EQ(lemgec(lem, 1), kelmsg::LFI_NOTFOUND);
+  lemces(lem);
+  EXPECT_EQ(open_fds(), fds + 2);
+  ASSERT_EQ(lficit(ctx, sub, ctx), 0);
+  EXPECT_EQ(open_fds(), fds + 1);
+  EXPECT_EQ(slurp(path("instance")), "from the instance");
+  EXPECT_EQ(lfiputs(fctx, root, "still open"), 0);
+  EXPECT_EQ(lficlose(fctx, root), 0);
+  EXPECT_EQ(slurp(path("root")), "still open");
+  EXPECT_EQ(lficit(ctx, nullptr, ctx), -1);
+}
+
 // --------------------------------------------------------------- failures
 
 TEST_F(Files, EveryFailureLeavesItsRecordAndNothingOpen) {
