@@ -475,8 +475,13 @@ TEST(Timers, OneShotsFireInDueOrder) {
   std::vector<Shot> shots;
   for (int i = 0; i < 8; i++) shots.push_back({&m, &order, i});
   std::vector<ltmtimer *> tms;
+  // Each due time lies between (before, after) of its start call plus the
+  // delay; two timers whose windows do not overlap must fire in due order,
+  // however late the machine lets the main thread run.
+  std::vector<uint64_t> lo(8), hi(8);
   uint64_t t0 = ltmnow();
-  for (int i = 0; i < 8; i++)
+  for (int i = 0; i < 8; i++) {
+    lo[i] = ltmnow() + delays_ms[i] * 1000000;
     tms.push_back(ltmstart(tc, delays_ms[i] * 1000, 0,
                            [](void *p) {
                              auto *s = static_cast<Shot *>(p);
@@ -484,6 +489,8 @@ TEST(Timers, OneShotsFireInDueOrder) {
                              s->order->push_back(s->id);
                            },
                            &shots[i]));
+    hi[i] = ltmnow() + delays_ms[i] * 1000000;
+  }
   for (;;) {
     {
       std::lock_guard<std::mutex> l(m);
@@ -492,10 +499,11 @@ TEST(Timers, OneShotsFireInDueOrder) {
     slsleepms(5);
   }
   EXPECT_GE(ltmelapsed(t0), 160u * 1000000u) << "a timer fired early";
-  std::vector<int> want(8);
-  for (int i = 0; i < 8; i++) want[i] = i;
-  std::sort(want.begin(), want.end(), [&](int a, int b) { return delays_ms[a] < delays_ms[b]; });
-  EXPECT_EQ(order, want);
+  std::vector<int> pos(8);
+  for (int k = 0; k < 8; k++) pos[order[k]] = k;
+  for (int i = 0; i < 8; i++)
+    for (int j = 0; j < 8; j++)
+      if (hi[i] < lo[j]) EXPECT_LT(pos[i], pos[j]) << "timer " << i << " is due before " << j;
   for (auto *tm : tms) {
     EXPECT_EQ(ltmfired(tc, tm), 1u);
     EXPECT_EQ(ltmcancel(tc, tm), 0);
@@ -524,15 +532,17 @@ TEST(Timers, PeriodicKeepsItsPeriod) {
   ASSERT_EQ(ltmcancel(tc, tm), 0);
   uint64_t span = ltmelapsed(t0);
   std::lock_guard<std::mutex> l(beat.m);
-  // Beats stay on the schedule t0 + k * 25 ms (missed ones are skipped on a
-  // loaded machine, never bunched): count and spacing within generous bounds.
+  // Beats stay on the schedule t0 + k * 25 ms: a late beat delays nothing
+  // after it and missed beats are skipped, so beat i never comes before
+  // t0 + (i + 1) * 25 ms, and a loaded machine only lowers the count.
   double expect = static_cast<double>(span) / 25e6;
-  EXPECT_GE(beat.at.size(), static_cast<size_t>(expect * 0.5));
+  EXPECT_GE(beat.at.size(), static_cast<size_t>(expect * 0.25));
   EXPECT_LE(beat.at.size(), static_cast<size_t>(expect + 1));
-  for (size_t i = 1; i < beat.at.size(); i++) EXPECT_GE(beat.at[i] - beat.at[i - 1], 10u * 1000000u) << "bunched beat";
-  if (beat.at.size() > 2) {
+  for (size_t i = 0; i < beat.at.size(); i++)
+    EXPECT_GE(beat.at[i] - t0, (i + 1) * 25u * 1000000u) << "beat " << i << " came early";
+  if (beat.at.size() > 4) {
     double mean = static_cast<double>(beat.at.back() - beat.at.front()) / (beat.at.size() - 1) / 1e6;
-    EXPECT_NEAR(mean, 25.0, 12.5);
+    EXPECT_NEAR(mean, 25.0, 15.0);
   }
   EXPECT_EQ(ltmter(tc), 0);
 }
@@ -593,13 +603,14 @@ TEST(Timers, CancelIsImmediate) {
 }
 
 TEST(Timers, ElapsedFollowsTheSteadyClock) {
+  // Our interval lies inside the steady clock's interval that brackets it.
+  auto outer_start = std::chrono::steady_clock::now();
   uint64_t a = ltmnow();
-  auto s = std::chrono::steady_clock::now();
   slsleepms(30);
   uint64_t ours = ltmelapsed(a);
-  auto theirs = std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - s).count();
+  auto outer = std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - outer_start);
   EXPECT_GE(ours, 30u * 1000000u);
-  EXPECT_NEAR(static_cast<double>(ours), static_cast<double>(theirs), 5e6);
+  EXPECT_LE(ours, static_cast<uint64_t>(outer.count()));
   EXPECT_EQ(ltmelapsed(ltmnow() + 1000000000), 0u);
 }
 
