@@ -87,7 +87,8 @@ TEST(Threads, CreateJoinDetachAndIdentifiers) {
   EXPECT_EQ(std::unique(ids.begin(), ids.end()), ids.end()) << "thread numbers repeat";
 
   // A detached thread runs to its end on its own.
-  static std::atomic<int> ran{0};
+  static std::atomic<int> ran;
+  ran = 0;
   sltthread *d = sltcreate([](void *) -> void * { ran++; return nullptr; }, nullptr, 0);
   ASSERT_NE(d, nullptr);
   ASSERT_EQ(sltdetach(d), 0);
@@ -117,7 +118,8 @@ TEST(Threads, RecursiveMutexCountsAndExcludes) {
   for (int i = 0; i < 3; i++) EXPECT_EQ(sltsrmr(&m), 0);
   EXPECT_EQ(sltsrmr(&m), -1);
   // Many threads, nested takes, a plain counter: no lost update.
-  static long counter = 0;
+  static long counter;
+  counter = 0;
   std::vector<std::thread> ts;
   for (int t = 0; t < 4; t++)
     ts.emplace_back([] {
@@ -651,7 +653,8 @@ TEST(SystemInfo, AgreesWithTheCLibrary) {
 TEST(Threads, LocalStorageIsPerThread) {
   Watchdog wd(60);
   static sltlskey key;
-  static std::atomic<long> destroyed{0};
+  static std::atomic<long> destroyed;
+  destroyed = 0;
   ASSERT_EQ(sltlscreate(&key, [](void *v) { destroyed += reinterpret_cast<long>(v); }), 0);
   std::vector<sltthread *> ts;
   for (long i = 1; i <= 8; i++)
