@@ -68,28 +68,35 @@ int32_t write_iso(const LdiInterval &in, int32_t fracprec, Sink &o) {
   int32_t st = LdiInterRoundFS(&iv, 9, fracprec);
   if (st) return st;
   const IKind &k = kIKinds[iv.kind];
-  if (negative(iv)) o.ch('-');
+  // Written from the total, so every unit stays below the next one.
+  i128 t = inter_total(iv);
+  if (t < 0) o.ch('-'), t = -t;
   o.ch('P');
   if (k.ym) {
-    if (iv.f1 == 0 && iv.f2 == 0) {
+    uint64_t years = static_cast<uint64_t>(t / 12), months = static_cast<uint64_t>(t % 12);
+    if (t == 0) {
       o.num(0, 1);
       o.ch(k.first == 0 && k.last == 0 ? 'Y' : 'M');
     }
-    if (iv.f1) o.num(absu(iv.f1), 1), o.ch('Y');
-    if (iv.f2) o.num(absu(iv.f2), 1), o.ch('M');
+    if (years) o.num(years, 1), o.ch('Y');
+    if (months) o.num(months, 1), o.ch('M');
     return o.full ? LDI_ERR_OUTSPACE : 0;
   }
-  if (iv.f1) o.num(absu(iv.f1), 1), o.ch('D');
-  uint32_t frac = absu(iv.fraction);
+  uint64_t days = static_cast<uint64_t>(t / kNsPerDay);
+  int64_t r = static_cast<int64_t>(t % kNsPerDay);
+  uint64_t h = static_cast<uint64_t>(r / (3600 * kNsPerSec)), m = static_cast<uint64_t>(r / (60 * kNsPerSec) % 60),
+           sec = static_cast<uint64_t>(r / kNsPerSec % 60);
+  uint32_t frac = static_cast<uint32_t>(r % kNsPerSec);
+  if (days) o.num(days, 1), o.ch('D');
   // Trailing zeros of the fraction say nothing.
   int fd = fracprec;
   while (fd > 0 && (frac / static_cast<uint32_t>(kPow10[9 - fd])) % 10 == 0) --fd;
-  if (iv.f2 || iv.f3 || iv.f4 || fd || !iv.f1) {
+  if (h || m || sec || fd || !days) {
     o.ch('T');
-    if (iv.f2) o.num(absu(iv.f2), 1), o.ch('H');
-    if (iv.f3) o.num(absu(iv.f3), 1), o.ch('M');
-    if (iv.f4 || fd || (!iv.f1 && !iv.f2 && !iv.f3)) {
-      o.num(absu(iv.f4), 1);
+    if (h) o.num(h, 1), o.ch('H');
+    if (m) o.num(m, 1), o.ch('M');
+    if (sec || fd || (!days && !h && !m)) {
+      o.num(sec, 1);
       if (fd) o.ch('.'), o.frac(frac, fd);
       o.ch('S');
     }

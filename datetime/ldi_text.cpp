@@ -229,7 +229,7 @@ int32_t write_dt(ldxctx *ctx, const LdiDateTime &d, const char *fmt, size_t fmtl
 // ---------------------------------------------------------------------- reading
 
 // Which fields of the date reader's result a run of date items supplies.
-enum : uint32_t { F_YEAR = 1, F_MONTH = 2, F_DAY = 4, F_HOUR = 8, F_MINUTE = 16, F_SECOND = 32 };
+enum : uint32_t { F_YEAR = 1, F_MONTH = 2, F_DAY = 4, F_HOUR = 8, F_MINUTE = 16, F_SECOND = 32, F_MERIDIAN = 64 };
 
 uint32_t fields_of(int32_t code) {
   switch (code) {
@@ -243,6 +243,7 @@ uint32_t fields_of(int32_t code) {
     case C_MI: return F_MINUTE;
     case C_SS: return F_SECOND;
     case C_SSSSS: return F_HOUR | F_MINUTE | F_SECOND;
+    case C_AMPM: case C_AMPM_DOTS: return F_MERIDIAN;
     default: return 0;
   }
 }
@@ -263,13 +264,35 @@ bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
 // Reads one run of date items: (model run, run length) against text from
 // pos; the longest accepted prefix ends it. *fields says what the run sets.
-int32_t read_run(ldxctx *ctx, const char *run, size_t runlen, bool fill, uint32_t fields, const char *t, size_t n,
-                 size_t *pos, Reading &r) {
-  char model[kModelLimit + 4];
-  size_t ml = 0;
+int32_t read_run(ldxctx *ctx, const char *run, size_t runlen, bool fill, uint32_t fields, bool last, const char *t,
+                 size_t n, size_t *pos, Reading &r) {
+  char model[kModelLimit + 16];
+  char text[kMaxText + 8];
+  size_t ml = 0, lead = 0;
+  if (fields & F_MERIDIAN && !(fields & F_HOUR)) {
+    // A meridian indicator apart from its hour: the hour already read goes
+    // in front, so that the date reader applies the indicator to it.
+    std::memcpy(model, "HH12 ", 5);
+    ml = 5;
+    int32_t h12 = r.date.hour % 12 ? r.date.hour % 12 : 12;
+    text[0] = static_cast<char>('0' + h12 / 10);
+    text[1] = static_cast<char>('0' + h12 % 10);
+    text[2] = ' ';
+    lead = 3;
+    fields |= F_HOUR;
+  }
   if (fill) model[ml++] = 'F', model[ml++] = 'M';
   std::memcpy(model + ml, run, runlen);
   ml += runlen;
+  if (lead) {
+    std::memcpy(text + lead, t + *pos, n - *pos);
+    t = text;
+    n = lead + n - *pos;
+    size_t p = 0;
+    int32_t st = read_run(ctx, model, ml, false, fields & ~F_MERIDIAN, last, t, n, &p, r);
+    if (st == 0) *pos += p - lead;
+    return st;
+  }
   if (fields == 0) {
     // Literals only: skip their characters and blanks.
     while (*pos < n && (is_blank(t[*pos]) || std::memchr(run, t[*pos], runlen))) {
@@ -279,7 +302,8 @@ int32_t read_run(ldxctx *ctx, const char *run, size_t runlen, bool fill, uint32_
     return 0;
   }
   int32_t first_err = 0;
-  for (size_t end = n; end + 1 > *pos; --end) {
+  // The last run takes the rest of the text; others the longest prefix.
+  for (size_t end = n; end + 1 > *pos && (!last || end == n); --end) {
     ldxdate got{};
     int32_t st = parse_date(ctx, &got, t + *pos, end - *pos, model, ml);
     if (st == 0) {
@@ -352,7 +376,7 @@ int32_t read_dt(ldxctx *ctx, const char *t, size_t n, const char *fmt, size_t fm
       if (pos >= n && run_fields) {
         stopped = true;
       } else {
-        int32_t st = read_run(ctx, fmt + run_start, runend - run_start, run_fill, run_fields, t, n, &pos, r);
+        int32_t st = read_run(ctx, fmt + run_start, runend - run_start, run_fill, run_fields, end, t, n, &pos, r);
         if (st) return st;
       }
       run_any = false;

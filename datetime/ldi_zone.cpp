@@ -105,7 +105,7 @@ int32_t parse_zone(const char *s, size_t n, const void *img, int32_t *minutes, u
   }
   while (n && s[0] == ' ') ++s, --n;
   while (n && s[n - 1] == ' ') --n;
-  if (!img || n == 0) return LDI_ERR_TZTEXT;
+  if (!img || n == 0 || s[0] == '+' || s[0] == '-' || (s[0] >= '0' && s[0] <= '9')) return LDI_ERR_TZTEXT;
   uint16_t id = 0;
   int32_t st = ltzID(img, s, n, &id);
   if (st) return st == LTZ_ERR_NOTFOUND ? LDI_ERR_NOREGION : map_tz_status(st);
