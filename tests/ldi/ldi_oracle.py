@@ -10,7 +10,12 @@ independent oracle of the datetime tests. One answer line per query line.
   LOC  zone y m d h mi s               -> "y m d h mi s offset"  (UTC -> local)
   ADDTZ zone y m d h mi s hint secs    -> "y m d h mi s offset"  (wall clock + secs)
   ISO  days secs nanos                 -> ISO 8601 duration text of the sum
+  SCALE total factor op ym             -> total * factor (op "*") or / factor,
+                                          to an integer: half away from zero,
+                                          or toward zero when ym is 1
+  DIV  total divisor                   -> total / divisor as plain decimal text
 """
+import decimal
 import calendar
 import sys
 import zoneinfo
@@ -102,6 +107,21 @@ def answer(f, zones):
         return f"{fields(w)} {int(r.utcoffset().total_seconds())}"
     if op == "ISO":
         return iso(int(f[1]), int(f[2]), int(f[3]))
+    if op == "SCALE":
+        ctx = decimal.Context(prec=80)
+        t, fac = decimal.Decimal(f[1]), decimal.Decimal(f[2])
+        v = ctx.multiply(t, fac) if f[3] == "*" else ctx.divide(t, fac)
+        mode = decimal.ROUND_DOWN if f[4] == "1" else decimal.ROUND_HALF_UP
+        return str(int(v.quantize(decimal.Decimal(1), rounding=mode, context=ctx)))
+    if op == "DIV":
+        # Library numbers keep 20 base-100 digits: 40 decimal digits when
+        # the first base-100 digit has two, else 39.
+        ctx = decimal.Context(prec=80)
+        v = ctx.divide(decimal.Decimal(f[1]), decimal.Decimal(f[2]))
+        lead = v.adjusted() + 1
+        sig = 40 if lead % 2 == 0 else 39
+        v = v.quantize(decimal.Decimal(10) ** (lead - sig), rounding=decimal.ROUND_HALF_UP, context=ctx)
+        return format(v.normalize(ctx), "f")
     raise ValueError(op)
 
 def main():
