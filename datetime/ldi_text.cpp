@@ -64,13 +64,14 @@ constexpr bool time_code(int32_t c) {
          c == C_FX;
 }
 
-const char *default_model(uint8_t kind) {
+// The default model of a kind; without fraction digits the radix goes too.
+const char *default_model(uint8_t kind, bool frac = true) {
   switch (kind) {
-    case LDI_KIND_TIME: return "HH24:MI:SSXFF";
-    case LDI_KIND_TIME_TZ: return "HH24:MI:SSXFF TZR";
-    case LDI_KIND_TSTZ: return "YYYY-MM-DD HH24:MI:SSXFF TZR";
+    case LDI_KIND_TIME: return frac ? "HH24:MI:SSXFF" : "HH24:MI:SS";
+    case LDI_KIND_TIME_TZ: return frac ? "HH24:MI:SSXFF TZR" : "HH24:MI:SS TZR";
+    case LDI_KIND_TSTZ: return frac ? "YYYY-MM-DD HH24:MI:SSXFF TZR" : "YYYY-MM-DD HH24:MI:SS TZR";
     case LDI_KIND_DATE: return nullptr;
-    default: return "YYYY-MM-DD HH24:MI:SSXFF";
+    default: return frac ? "YYYY-MM-DD HH24:MI:SSXFF" : "YYYY-MM-DD HH24:MI:SS";
   }
 }
 
@@ -125,7 +126,7 @@ int32_t write_dt(ldxctx *ctx, const LdiDateTime &d, const char *fmt, size_t fmtl
   if (!valid_kind(d.kind)) return LDI_ERR_KIND;
   if (fsprec < 0 || fsprec > 9) return LDI_ERR_PREC;
   if (!fmt || !fmtlen) {
-    fmt = default_model(d.kind);
+    fmt = default_model(d.kind, fsprec > 0);
     if (!fmt) {
       // A date in the context's own default format.
       ldxdate x = ldx_of(d);
@@ -681,4 +682,69 @@ KELAPI int32_t LdiDateFromLiteralU(const uint16_t *txt, size_t txtlen, LdiDateTi
   size_t n = 0;
   if (!narrow(txt, txtlen, t, sizeof t, &n)) return LDI_ERR_LITERAL;
   return read_literal(t, n, out, tzimg);
+}
+
+// ------------------------------------------------------------- model checks
+
+namespace {
+
+// Checks a datetime model for a kind: the date items go through the date
+// compiler (with its input checks when reading), the extension elements
+// must suit the kind and appear once each.
+int32_t check_model(ldxctx *ctx, const char *fmt, size_t fmtlen, uint8_t kind, bool input) {
+  if (!valid_kind(kind)) return LDI_ERR_KIND;
+  if (!fmt || !fmtlen) return 0;
+  char stripped[kModelLimit + 8];
+  size_t sn = 0;
+  ldxscan s;
+  ldxsni(ctx, &s, fmt, fmtlen);
+  uint32_t seen = 0;
+  size_t last = 0;
+  for (;;) {
+    size_t elen = 0;
+    int32_t ext = ext_at(s, &elen);
+    if (ext == X_NONE) {
+      int32_t err = 0;
+      int32_t code = scan_next(ctx, &s, &err);
+      if (code < 0) return err;
+      if (code == LDX_ITEM_END) break;
+      if (code != LDX_ITEM_LITERAL && code != C_FX && !has_date(kind) && !time_code(code)) return LDI_ERR_KINDS;
+      continue;
+    }
+    // The date items before the element, with the element left out.
+    size_t k = s.pos - last;
+    if (sn + k + 1 > sizeof stripped) return E_MODEL_LONG;
+    std::memcpy(stripped + sn, fmt + last, k);
+    sn += k;
+    stripped[sn++] = ' ';
+    s.pos += elen;
+    s.measure += elen;
+    if (s.measure > kModelLimit) return E_MODEL_LONG;
+    last = s.pos;
+    int bit = ext >= X_FF && ext <= X_FF + 9 ? 0 : ext - X_RADIX + 1;
+    if (seen >> bit & 1) return E_DUP;
+    seen |= 1u << bit;
+    if (ext >= X_FF && ext <= X_FF + 9 ? !has_time(kind) : (ext != X_RADIX && !has_zone(kind))) return LDI_ERR_KINDS;
+    if (input && ext == X_TZR && (seen & (1u << (X_TZH - X_RADIX + 1) | 1u << (X_TZM - X_RADIX + 1))))
+      return E_DUP;
+    if (input && (ext == X_TZH || ext == X_TZM) && (seen >> (X_TZR - X_RADIX + 1) & 1)) return E_DUP;
+  }
+  size_t k = fmtlen - last;
+  if (sn + k > sizeof stripped) return E_MODEL_LONG;
+  std::memcpy(stripped + sn, fmt + last, k);
+  sn += k;
+  uint8_t compiled[kCompiledMax];
+  int32_t err = 0;
+  compile(ctx, stripped, sn, compiled, sizeof compiled, input, &err);
+  return err;
+}
+
+}  // namespace
+
+KELAPI int32_t LdiParseForInput(ldxctx *ctx, const char *fmt, size_t fmtlen, uint8_t kind) {
+  return check_model(ctx, fmt, fmtlen, kind, true);
+}
+
+KELAPI int32_t LdiParseForOutput(ldxctx *ctx, const char *fmt, size_t fmtlen, uint8_t kind) {
+  return check_model(ctx, fmt, fmtlen, kind, false);
 }

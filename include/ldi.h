@@ -388,6 +388,26 @@ KELAPI int32_t LdiInterFromStringU(const uint16_t *txt, size_t txtlen, uint8_t k
 KELAPI int32_t LdiInterFromStringPrecU(const uint16_t *txt, size_t txtlen, uint8_t kind,
                                        int32_t leadprec, int32_t fracprec, LdiInterval *out);
 
+/* Checks a datetime model (as LdiDateToString takes) for reading
+ * (LdiParseForInput: the input rules of ldxsti, and a zone given either by
+ * "TZR" or by "TZH"/"TZM") or writing values of `kind`. Statuses: 0; the
+ * model errors of ldx.h (1800, 1810 ... 1821, 1890); 1810 an extension
+ * element twice; 1870 an element the kind does not hold; 1866. */
+KELAPI int32_t LdiParseForInput(ldxctx *ctx, const char *fmt, size_t fmtlen, uint8_t kind);
+KELAPI int32_t LdiParseForOutput(ldxctx *ctx, const char *fmt, size_t fmtlen, uint8_t kind);
+/* The byte-form length of a datetime kind (interval 0) or of an interval
+ * kind (interval non-zero): the longest LdiDateToArray / LdiInterToArray
+ * writes. 1866 for a bad kind. */
+KELAPI int32_t LdiMaxSize(uint8_t kind, int32_t interval, size_t *size);
+/* The widest text of a kind in its default form (LdiDateToString without a
+ * model, LdiInterToString) for the given precisions; a region zone counts at
+ * the longest region name. 1866, 1872. */
+KELAPI int32_t LdiMaxDispWidth(uint8_t kind, int32_t interval, int32_t leadprec, int32_t fracprec,
+                               size_t *width);
+/* Packs a leading and a fractional precision (0 ... 9 each) into one byte:
+ * leading precision in the high four bits. 1872 out of range. */
+KELAPI int32_t LdiPrecisionCode(int32_t leadprec, int32_t fracprec, uint8_t *code);
+
 /* ------------------------------------------------------------------- zones */
 
 /* Brings d (kinds 4, 5, 7) into the zone tzhour:tzminute, or region when

@@ -53,7 +53,7 @@ TEST(LdiText, FixedCases) {
   for (const auto &c : cases) EXPECT_EQ(to_text(c.v, c.model, c.fsprec, img), c.want) << c.model;
   // Default models by kind.
   EXPECT_EQ(to_text(dt(3, 2024, 1, 2, 3, 4, 5, 60000000), nullptr, 2), "2024-01-02 03:04:05.06");
-  EXPECT_EQ(to_text(dt(4, 0, 0, 0, 3, 4, 5, 0, -8, 0), nullptr, 0), "03:04:05. -08:00");
+  EXPECT_EQ(to_text(dt(4, 0, 0, 0, 3, 4, 5, 0, -8, 0), nullptr, 0), "03:04:05 -08:00");
   EXPECT_EQ(to_text(dt(1, 2024, 1, 2), nullptr), "02-JAN-24");
   char small[4];
   size_t n = 0;
@@ -200,6 +200,66 @@ TEST(LdiText, Literals) {
   LdiDateTime back{};
   ASSERT_EQ(LdiDateFromStringU(nullptr, wout, n, reinterpret_cast<const uint16_t *>(model), 8, 3, &back, nullptr), 0);
   EXPECT_EQ(back.fraction, 700000000u);
+}
+
+TEST(LdiText, ModelChecksAndSizes) {
+  struct Case {
+    const char *model;
+    uint8_t kind;
+    int32_t in, out;
+  } cases[] = {
+      {"YYYY-MM-DD HH24:MI:SS.FF3 TZH:TZM", 5, 0, 0},
+      {"YYYY-MM-DD HH24:MI:SS.FF3 TZH:TZM", 3, 1870, 1870},
+      {"HH24:MI:SSXFF", 2, 0, 0},
+      {"DD HH24", 2, 1870, 1870},
+      {"FF FF3", 3, 1810, 1810},
+      {"TZR TZH", 5, 1810, 0},
+      {"YYYY YYYY FF", 3, 1810, 0},
+      {"IW FF", 3, 1820, 0},
+      {"HH24 AM FF", 3, 1818, 0},
+      {"GG", 3, 1821, 1821},
+      {"YYYY", 9, 1866, 1866},
+  };
+  for (const auto &c : cases) {
+    EXPECT_EQ(LdiParseForInput(nullptr, c.model, std::strlen(c.model), c.kind), c.in) << c.model;
+    EXPECT_EQ(LdiParseForOutput(nullptr, c.model, std::strlen(c.model), c.kind), c.out) << c.model;
+  }
+  // The widest default text of each kind is what the writer produces.
+  std::mt19937 rng(1);
+  for (uint8_t kind : {1, 2, 3, 7}) {
+    for (int fp = 0; fp <= 9; ++fp) {
+      size_t w = 0;
+      ASSERT_EQ(LdiMaxDispWidth(kind, 0, 0, fp, &w), 0);
+      LdiDateTime v = dt(kind, 9999, 12, 31, 23, 59, 59, 999999999);
+      if (kind == 1) v.hour = v.minute = v.second = 0, v.fraction = 0;
+      if (kind == 2) v.year = 0, v.month = v.day = 0;
+      EXPECT_EQ(to_text(v, nullptr, fp).size(), w) << int(kind) << " " << fp;
+    }
+  }
+  for (uint8_t kind = 1; kind <= 13; ++kind) {
+    size_t sz = 0, w = 0;
+    ASSERT_EQ(LdiMaxSize(kind, 1, &sz), 0);
+    LdiInterval v{};
+    v.kind = kind;
+    const auto &k = ldi_internal::kIKinds[kind];
+    ldi_internal::set_field(v, k.first, -999999999);
+    if (k.frac) v.fraction = -1;
+    uint8_t b[16];
+    size_t n = 0;
+    ASSERT_EQ(LdiInterToArray(&v, 9, 9, b, sizeof b, &n), 0);
+    EXPECT_EQ(n, sz);
+    ASSERT_EQ(LdiMaxDispWidth(kind, 1, 9, 9, &w), 0);
+    char t[64];
+    ASSERT_EQ(LdiInterToString(&v, 9, 9, t, sizeof t, &n), 0);
+    EXPECT_EQ(n, w) << int(kind);
+  }
+  size_t sz = 0;
+  EXPECT_EQ(LdiMaxSize(5, 0, &sz), 0);
+  EXPECT_EQ(sz, 13u);
+  uint8_t code = 0;
+  ASSERT_EQ(LdiPrecisionCode(2, 6, &code), 0);
+  EXPECT_EQ(code, 0x26);
+  EXPECT_EQ(LdiPrecisionCode(10, 0, &code), LDI_ERR_PREC);
 }
 
 TEST(LdiIntervalText, FixedCases) {
