@@ -149,7 +149,8 @@ KELAPI int32_t LdiDateConstructN(ldxctx *ctx, LdiDateTime *out, int32_t year, in
 /* *dst = *src. Always 0. */
 KELAPI int32_t LdiDateCopy(const LdiDateTime *src, LdiDateTime *dst);
 /* Validity flags of a datetime: mode 0 reads `rec` as an LdiDateTime (its
- * own kind); mode 2 reads the byte form of `kind` (LdiDateToArray). Flags
+ * own kind); mode 2 reads the byte form of `kind` (LdiDateToArray) at its
+ * longest (11 bytes for kinds 3 and 7, the fraction included). Flags
  * are ldxchk's (date flags only for kinds with a date, time flags only for
  * kinds with a time; kind 7 admits minutes up to 119) plus LDI_CHK_ZONE;
  * 0x8000 for an unknown mode or kind. Returns 0 for a valid value. */
