@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstring>
 #include <random>
+#include <tuple>
 
 #include "datetime/ldi_impl.h"
 #include "ldi_test_util.h"
@@ -193,6 +194,41 @@ TEST(LdiCompare, KindsAndOrder) {
     EXPECT_EQ(r, c.want) << fields(c.a) << " vs " << fields(c.b);
     ASSERT_EQ(LdiDateCompare(&c.b, &c.a, &r, nullptr), 0);
     EXPECT_EQ(r, -c.want);
+  }
+}
+
+TEST(LdiCompare, RandomAgainstTupleOrder) {
+  std::mt19937 rng(21);
+  for (int i = 0; i < 20000; ++i) {
+    uint8_t kind = static_cast<uint8_t>(i % 3 == 0 ? 5 : i % 3 == 1 ? 3 : 1 + rng() % 3);
+    auto pick = [&](const LdiDateTime *base) {
+      LdiDateTime v = dt(kind, static_cast<int>(rng() % 14712) - 4712, 1 + rng() % 12, 1 + rng() % 28, rng() % 24,
+                         rng() % 60, rng() % 60, rng() % 1000000000);
+      if (base && rng() % 2) {
+        // Share a prefix of fields with the other value.
+        LdiDateTime w = *base;
+        switch (rng() % 6) {
+          case 0: w.fraction = v.fraction; break;
+          case 1: w.second = v.second; break;
+          case 2: w.minute = v.minute; break;
+          case 3: w.hour = v.hour; break;
+          case 4: w.day = v.day; break;
+          default: break;
+        }
+        return w;
+      }
+      return v;
+    };
+    LdiDateTime a = pick(nullptr), b = pick(&a);
+    auto key = [&](const LdiDateTime &v) {
+      return kind == 1 ? std::make_tuple(v.year, v.month, v.day, uint8_t{0}, uint8_t{0}, uint8_t{0}, 0u)
+                       : kind == 2 ? std::make_tuple(int16_t{0}, uint8_t{0}, uint8_t{0}, v.hour, v.minute, v.second, v.fraction)
+                                   : std::make_tuple(v.year, v.month, v.day, v.hour, v.minute, v.second, v.fraction);
+    };
+    int want = key(a) < key(b) ? -1 : key(b) < key(a) ? 1 : 0;
+    int32_t r = 9;
+    ASSERT_EQ(LdiDateCompare(&a, &b, &r, nullptr), 0);
+    EXPECT_EQ(r, want) << fields(a) << "." << a.fraction << " vs " << fields(b) << "." << b.fraction;
   }
 }
 
