@@ -12,9 +12,11 @@
 // (the date reader stops quietly when the text runs out and refuses text
 // left over, so the longest accepted prefix is where its run ends).
 //
-// Sections: extension rows; writing; reading; literals; UTF-16 forms.
+// Sections: extension rows; writing; reading; literals; UTF-16 forms; model
+// checks; unparse.
 #include <cstring>
 
+#include "datetime/elements_impl.h"
 #include "datetime/format_impl.h"
 #include "datetime/ldi_impl.h"
 #include "ltz.h"
@@ -747,4 +749,78 @@ KELAPI int32_t LdiParseForInput(ldxctx *ctx, const char *fmt, size_t fmtlen, uin
 
 KELAPI int32_t LdiParseForOutput(ldxctx *ctx, const char *fmt, size_t fmtlen, uint8_t kind) {
   return check_model(ctx, fmt, fmtlen, kind, false);
+}
+
+// ------------------------------------------------------------------- unparse
+
+namespace {
+
+bool plain_separator(uint8_t c) {
+  return c == ' ' || c == '-' || c == '/' || c == ',' || c == '.' || c == ';' || c == ':';
+}
+
+// The canonical text of an element code: the first row of the table that
+// carries it ("HH" for HH/HH12, "AM" for AM/PM ...).
+const char *element_text(int32_t code) {
+  size_t n = 0;
+  const Element *rows = element_rows(false, &n);
+  for (size_t i = 0; i < n; ++i)
+    if (rows[i].code == code) return rows[i].text;
+  return nullptr;
+}
+
+void put_cased(Sink &o, const char *t, uint32_t flags) {
+  for (size_t i = 0; t[i]; ++i) {
+    char c = t[i];
+    bool upper = (flags & LDX_FLAG_UPPER) || ((flags & LDX_FLAG_INITCAP) && i == 0);
+    if (!upper && c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
+    o.put(&c, 1);
+  }
+}
+
+}  // namespace
+
+KELAPI int32_t LdiUnparse(ldxctx *ctx, const char *fmt, size_t fmtlen, char *out, size_t outsz, size_t *len) {
+  Sink o{out, outsz, 0, false};
+  ldxscan s;
+  ldxsni(ctx, &s, fmt, fmt ? fmtlen : 0);
+  bool fill = false;
+  for (;;) {
+    size_t elen = 0;
+    int32_t ext = ext_at(s, &elen);
+    if (ext != X_NONE) {
+      // Extension elements in upper case; "FF" keeps its digit.
+      char buf[4];
+      for (size_t k = 0; k < elen; ++k) buf[k] = static_cast<char>(up(s.text[s.pos + k]));
+      o.put(buf, elen);
+      s.pos += elen;
+      s.measure += elen;
+      if (s.measure > kModelLimit) return E_MODEL_LONG;
+      continue;
+    }
+    int32_t err = 0;
+    int32_t code = scan_next(ctx, &s, &err);
+    if (code < 0) return err;
+    if (code == LDX_ITEM_END) break;
+    if (code == LDX_ITEM_LITERAL) {
+      bool plain = true;
+      for (size_t k = 0; k < s.litlen; ++k) plain = plain && plain_separator(s.lit[k]);
+      if (!plain) o.put("\"", 1);
+      o.put(reinterpret_cast<const char *>(s.lit), s.litlen);
+      if (!plain) o.put("\"", 1);
+    } else {
+      bool f = s.flags & LDX_FLAG_FILL;
+      if (f != fill) o.put("FM", 2), fill = f;
+      const char *t = element_text(code);
+      if (!t) return E_BAD_ELEMENT;
+      put_cased(o, t, s.flags);
+      if ((s.flags & 3) == 3) o.put("SPTH", 4);
+      else if (s.flags & 2) o.put("SP", 2);
+      else if (s.flags & 1) o.put(s.flags & LDX_FLAG_THLOW ? "th" : "TH", 2);
+    }
+    if (o.full) return E_OUT_SMALL;
+  }
+  if (o.full) return E_OUT_SMALL;
+  *len = o.n;
+  return 0;
 }

@@ -396,6 +396,15 @@ KELAPI int32_t LdiInterFromStringPrecU(const uint16_t *txt, size_t txtlen, uint8
  * element twice; 1870 an element the kind does not hold; 1866. */
 KELAPI int32_t LdiParseForInput(ldxctx *ctx, const char *fmt, size_t fmtlen, uint8_t kind);
 KELAPI int32_t LdiParseForOutput(ldxctx *ctx, const char *fmt, size_t fmtlen, uint8_t kind);
+/* Writes a datetime model back in canonical form into out (outsz bytes, no
+ * NUL), *len its length: each element spelled by its first name in the
+ * element table ("HH" for "HH12", "AM" for "PM") in the case it was written
+ * (all capitals, initial capital or lower case), suffixes as "TH"/"SP"/
+ * "SPTH", "FM" where fill mode changes, "DL"/"DS"/"TS" expanded to the
+ * territory's model, separators as they are and other literal text quoted.
+ * The result reads and writes as the model does. Statuses: 0; model errors
+ * (1800, 1821, 1890); 1801 out too small. */
+KELAPI int32_t LdiUnparse(ldxctx *ctx, const char *fmt, size_t fmtlen, char *out, size_t outsz, size_t *len);
 /* The byte-form length of a datetime kind (interval 0) or of an interval
  * kind (interval non-zero): the longest LdiDateToArray / LdiInterToArray
  * writes. 1866 for a bad kind. */

@@ -262,6 +262,38 @@ TEST(LdiText, ModelChecksAndSizes) {
   EXPECT_EQ(LdiPrecisionCode(10, 0, &code), LDI_ERR_PREC);
 }
 
+TEST(LdiText, Unparse) {
+  struct Case {
+    const char *model, *want;
+  } cases[] = {
+      {"yyyy-mm-dd hh24:mi:ss.ff3 tzh:tzm", "yyyy-mm-dd hh24:mi:ss.FF3 TZH:TZM"},
+      {"Month DDth, YYYY", "Month DDth, YYYY"},
+      {"FMDay fmDD \"of\" MONTH", "FMDay FMDD \"of\" MONTH"},  // the second FM switches fill off
+      {"HH12 P.M. Ddspth", "HH A.M. DdSPTH"},
+      {"DL", "FMDay, Month DD, YYYY"},
+  };
+  char buf[256];
+  size_t n = 0;
+  for (const auto &c : cases) {
+    ASSERT_EQ(LdiUnparse(nullptr, c.model, std::strlen(c.model), buf, sizeof buf, &n), 0) << c.model;
+    EXPECT_EQ(std::string(buf, n), c.want) << c.model;
+  }
+  EXPECT_EQ(LdiUnparse(nullptr, "GG", 2, buf, sizeof buf, &n), 1821);
+  EXPECT_EQ(LdiUnparse(nullptr, "YYYY-MM-DD", 10, buf, 5, &n), 1801);
+  // The canonical model writes what the model writes.
+  std::mt19937 rng(4);
+  for (const char *m : {"yyyy-mm-dd hh24:mi:ss.ff3", "Month DDth, YYYY", "FMDay fmDD \"of\" MONTH FF", "HH12 P.M. Ddspth",
+                        "DL TS", "Y,YYY YEAR Q IW"}) {
+    ASSERT_EQ(LdiUnparse(nullptr, m, std::strlen(m), buf, sizeof buf, &n), 0) << m;
+    std::string canon(buf, n);
+    for (int i = 0; i < 50; ++i) {
+      LdiDateTime v = dt(3, 1 + rng() % 9999, 1 + rng() % 12, 1 + rng() % 28, rng() % 24, rng() % 60, rng() % 60,
+                         rng() % 1000000000);
+      EXPECT_EQ(to_text(v, canon.c_str()), to_text(v, m)) << m << " -> " << canon;
+    }
+  }
+}
+
 TEST(LdiIntervalText, FixedCases) {
   struct W {
     LdiInterval v;
