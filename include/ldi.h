@@ -402,7 +402,8 @@ KELAPI int32_t LdiParseForOutput(ldxctx *ctx, const char *fmt, size_t fmtlen, ui
  * (all capitals, initial capital or lower case), suffixes as "TH"/"SP"/
  * "SPTH", "FM" where fill mode changes, "DL"/"DS"/"TS" expanded to the
  * territory's model, separators as they are and other literal text quoted.
- * The result reads and writes as the model does. Statuses: 0; model errors
+ * The result reads and writes as the model does (an expanded territory
+ * model may take it past the length limit, 1800). Statuses: 0; model errors
  * (1800, 1821, 1890); 1801 out too small. */
 KELAPI int32_t LdiUnparse(ldxctx *ctx, const char *fmt, size_t fmtlen, char *out, size_t outsz, size_t *len);
 /* The byte-form length of a datetime kind (interval 0) or of an interval
