@@ -168,7 +168,7 @@ TEST_F(Files, SyntaxErrorsNameTokenFileAndLine) {
       {"a = 1 b =\n", "-end of file-", 2},
       {"=", "\"=\"", 1},
       {"a = \n", "-end of file-", 2},
-      {"x (a = 1)\n", "\"=\"", 1},
+      {"x (a = 1)\n", "\"a\"", 1},
       {"a = 1 #c\n)\n", "\")\"", 2},
   };
   for (const Case &c : cases) {
