@@ -684,6 +684,21 @@ void put_value(const dumper &d, const char *s, size_t n) {
   put(d, "\"", 1);
 }
 
+// Key names come from words: the characters a word can only hold escaped
+// are written escaped.
+void put_name(const dumper &d, const char *s, size_t n) {
+  size_t start = 0;
+  for (size_t i = 0; i < n; i++) {
+    char ch = s[i];
+    if (ch == '#' || ch == '(' || ch == ')' || ch == '"' || ch == '\'' || ch == '=' || ch == ',' || ch == '\\') {
+      put(d, s + start, i - start);
+      put(d, "\\", 1);
+      start = i;
+    }
+  }
+  put(d, s + start, n - start);
+}
+
 void dump(lrmctx_rec *c, const dumper &d) {
   // Positional values first: they must come before any setting.
   for (int pass = 0; pass < 2; pass++) {
@@ -694,10 +709,10 @@ void dump(lrmctx_rec *c, const dumper &d) {
         char num[32];
         if (!positional) {
           if (e->qual != nullptr) {
-            puts_(d, e->qual);
+            put_name(d, e->qual, e->quallen);
             put(d, ":", 1);
           }
-          put(d, e->name, e->namelen);
+          put_name(d, e->name, e->namelen);
           put(d, "=", 1);
         }
         switch (e->type) {
