@@ -9,7 +9,10 @@
 
 namespace lrm_internal {
 
-void *hmalloc(lrmctx_rec *c, size_t n) { return lmmmalloc(c->mctx, c->heap, n == 0 ? 1 : n, 0, "lrm", __LINE__); }
+void *hmalloc(lrmctx_rec *c, size_t n) {
+  if (alloc_fails(c)) return nullptr;
+  return lmmmalloc(c->mctx, c->heap, n == 0 ? 1 : n, 0, "lrm", __LINE__);
+}
 
 void hfree(lrmctx_rec *c, void *p) {
   if (p != nullptr) lmmfree(c->mctx, c->heap, p, 0);

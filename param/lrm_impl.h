@@ -87,12 +87,28 @@ struct lrmctx_rec {
   uint8_t comment_follows;
   uint8_t dash_seen;
   uint32_t status;        // last status of the scanner / storage
+  int32_t live_tokens;    // token records made and not yet freed (tests)
+#ifdef KEL_TEST_HOOKS
+  int64_t fail_alloc_at;  // tests: the n-th allocation from now fails (0: none)
+  int64_t allocs;         // tests: allocations made
+#endif
   // parse
   lmmheap *pheap;         // per-parse heap of the reductions' values
   int32_t include_depth;
 };
 
 inline lrmctx_rec *rec(lrmctx *h) { return reinterpret_cast<lrmctx_rec *>(h); }
+
+// Test builds can fail the n-th allocation of a context.
+inline bool alloc_fails(lrmctx_rec *c) {
+#ifdef KEL_TEST_HOOKS
+  c->allocs++;
+  return c->fail_alloc_at > 0 && --c->fail_alloc_at == 0;
+#else
+  (void)c;
+  return false;
+#endif
+}
 
 // Heap helpers (context heap).
 void *hmalloc(lrmctx_rec *c, size_t n);

@@ -38,11 +38,13 @@ lrmpztok *new_token(lrmctx_rec *c) {
     raise(c, kNoMemory);
   }
   memset(t, 0, sizeof *t);
+  c->live_tokens++;
   return t;
 }
 
 void free_token(lrmctx_rec *c, lrmpztok *t) {
   if (t == nullptr) return;
+  c->live_tokens--;
   hfree(c, t->text);
   hfree(c, t);
 }

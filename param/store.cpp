@@ -219,7 +219,10 @@ struct parse_state {
   uint32_t status;  // first failure of an action
 };
 
-void *palloc(lrmctx_rec *c, size_t n) { return lmmmalloc(c->mctx, c->pheap, n, 0, "lrmpz", __LINE__); }
+void *palloc(lrmctx_rec *c, size_t n) {
+  if (alloc_fails(c)) return nullptr;
+  return lmmmalloc(c->mctx, c->pheap, n, 0, "lrmpz", __LINE__);
+}
 
 char *pdup(lrmctx_rec *c, const char *s, size_t n) {
   char *d = static_cast<char *>(palloc(c, n + 1));
@@ -381,6 +384,7 @@ lrmpztok *token_source(void *src, int32_t op, lrmpztok *tok) {
         hfree(c, t);
         return nullptr;
       }
+      c->live_tokens++;
       return t;
     }
     default:

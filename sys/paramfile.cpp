@@ -1,6 +1,9 @@
 // File access of the parameter manager over the POSIX file calls.
 #include "sys/paramfile_impl.h"
 
+#include "sl.h"
+#include "sys/fault_impl.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -13,6 +16,10 @@ namespace sys_param {
 
 int32_t read_file(const char *path, allocfn alloc, void *arg, char **data, size_t *len, int32_t *syserr) {
   *syserr = 0;
+  if (SL_FAULT(SL_FAULT_FILE_OPEN)) {
+    *syserr = slerrno();
+    return 1;
+  }
   int fd;
   do fd = ::open(path, O_RDONLY | O_CLOEXEC);
   while (fd < 0 && errno == EINTR);
@@ -46,7 +53,7 @@ int32_t read_file(const char *path, allocfn alloc, void *arg, char **data, size_
       buf = n;  // the old block goes with the caller's heap
       cap = ncap;
     }
-    ssize_t r = ::read(fd, buf + used, cap - 1 - used);
+    ssize_t r = SL_FAULT(SL_FAULT_FILE_READ) ? (errno = EIO, -1) : ::read(fd, buf + used, cap - 1 - used);
     if (r < 0) {
       if (errno == EINTR) continue;
       *syserr = errno;
@@ -69,6 +76,10 @@ struct outfile {
 };
 
 outfile *create_file(const char *path, int32_t *syserr) {
+  if (SL_FAULT(SL_FAULT_FILE_OPEN)) {
+    *syserr = slerrno();
+    return nullptr;
+  }
   int fd = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (fd < 0) {
     *syserr = errno;
@@ -87,7 +98,7 @@ outfile *create_file(const char *path, int32_t *syserr) {
 
 int32_t write_file(outfile *f, const char *data, size_t len) {
   while (len > 0 && f->err == 0) {
-    ssize_t w = ::write(f->fd, data, len);
+    ssize_t w = SL_FAULT(SL_FAULT_FILE_WRITE) ? (errno = ENOSPC, -1) : ::write(f->fd, data, len);
     if (w < 0) {
       if (errno == EINTR) continue;
       f->err = errno;

@@ -11,6 +11,7 @@
 #include "lem.h"
 #include "lpm.h"
 #include "lrm.h"
+#include "param/lrm_impl.h"
 
 class ParamTest : public ::testing::Test {
  protected:
@@ -24,7 +25,10 @@ class ParamTest : public ::testing::Test {
     lrmsout(h, Collect, &out);
   }
   void TearDown() override {
-    if (h != nullptr) EXPECT_EQ(lrmtrm(h), 0);
+    if (h != nullptr) {
+      EXPECT_EQ(lrm_internal::rec(h)->live_tokens, 0) << "a token record was not freed";
+      EXPECT_EQ(lrmtrm(h), 0);
+    }
     lemces(lem);
     EXPECT_EQ(lpmterm(ctx), 0);
   }
