@@ -38,7 +38,7 @@
  *   201 required argument null    202 key type does not match the getter
  *   206 value longer than buffer  211 abbreviated lookup not allowed
  *   212 bad declaration           213 key declared twice
- *   221 invalid UTF-8/UTF-16 text 222 no key set declared
+ *   221 invalid UTF-8/UTF-16 text 222 no key set declared (lrmpatk, lrmprh)
  *
  * Unicode mode (LRM_F_UNICODE): key names, qualifiers and values cross the
  * interface as UTF-16 in native byte order (lengths in 16-bit units,
@@ -160,7 +160,7 @@ KELAPI uint32_t lrmpsvp(lrmctx *h, const lrmkeyset *set);
 /* Stores `value` (vlen units) as a new occurrence of `key` (klen units) with
  * qualifier `qual` (NUL-terminated, or null), after checking and converting
  * it for the key's type. A key of a set with LRM_KS_ABBREV may be
- * abbreviated. Statuses: 201, 222, 101, 107, the conversion statuses 102-105
+ * abbreviated. Statuses: 201, 101, 107, the conversion statuses 102-105
  * and 120, 106. Nothing is stored on failure. */
 KELAPI uint32_t lrmspv2(lrmctx *h, const void *qual, const void *key, size_t klen, const void *value, size_t vlen);
 /* lrmspv2 without a qualifier. */
@@ -186,9 +186,9 @@ KELAPI uint32_t lrmavlo(lrmctx *h, const void *qual, const void *key, size_t kle
  * (*type gets its type, may be null), or when it is built in ("help",
  * "usage", "?": the help listing is written and *type is LRM_T_BOOL;
  * "version": the version routine is called, *type LRM_T_BOOL), or when the
- * set accepts any key (*type LRM_T_STRING). Otherwise 201 (null argument),
- * 222 (no key set), 107 (ambiguous prefix) or 101 (unknown, recorded with
- * the name). Names are in the inside character set. */
+ * set accepts any key (*type LRM_T_STRING; so does a context without a
+ * key set). Otherwise 201 (null argument), 107 (ambiguous prefix) or 101
+ * (unknown, recorded with the name). Names are in the inside character set. */
 KELAPI uint32_t lrmckv(lrmctx *h, const char *name, size_t len, uint8_t *type);
 /* Abbreviated lookup: 0 and the index of the declared key in *index, 211
  * when the set does not allow abbreviations, 107, 101, 201, 222. */
@@ -204,9 +204,10 @@ KELAPI uint32_t lrmprh(lrmctx *h);
 /* Parses the command-line arguments argv[0..argc-1] (argument 0 is a value,
  * not a program name: pass argv + 1) and stores what they set. Arguments are
  * joined with blanks; an argument holding blanks or special characters
- * should be quoted by the caller as on a shell. Statuses: 201, 222 and every
+ * should be quoted by the caller as on a shell. Statuses: 201 and every
  * status of the scanner, parser and storage (first failure). The values
- * stored before a failure stay stored. */
+ * stored before a failure stay stored. Without a declared key set every
+ * name is accepted as a string key. */
 KELAPI uint32_t lrmpaa(lrmctx *h, int32_t argc, const char *const *argv);
 /* Parses one command-line string (source kind 1). */
 KELAPI uint32_t lrmpas(lrmctx *h, const char *text, size_t len);
@@ -313,7 +314,7 @@ KELAPI void lrmpufree(lrmctx *h, void *p);
 
 /* A token record. The aux fields are 0 for punctuation; the scanner puts the
  * source line in aux32. `text` is a NUL-terminated copy of the token's text
- * (UTF-16 in Unicode mode... inside, UTF-8). */
+ * in the context's inside character set (UTF-8 in Unicode mode). */
 typedef struct lrmpztok {
   uint16_t code;
   uint16_t aux16;
