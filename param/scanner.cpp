@@ -279,6 +279,7 @@ void scan_word(lrmctx_rec *c, lrmpztok *t) {
     }
     t->code = type == LRM_T_BOOL ? LRM_TK_FLAG_ID : LRM_TK_KEY_ID;
     after_value(c);
+    c->comment_follows = 0;  // an option name is no value to comment on
     return;
   }
   after_value(c);
@@ -312,6 +313,14 @@ lrmpztok *scan(lrmctx_rec *c) {
         set_text(c, t, one, 1);
         return t;
       case '(':
+        if (c->depth == 255) {
+          // The depth is eight bits: deeper lists are refused, which also
+          // bounds the recursion of storing them.
+          free_token(c, t);
+          perr(c, kSyntaxError, LEM_ARG_TEXT, "\"(\" (lists nested too deeply)", LEM_ARG_TEXT, s.name,
+               LEM_ARG_NUM, static_cast<int64_t>(s.line), LEM_ARG_END);
+          raise(c, kSyntaxError);
+        }
         get(s);
         c->depth++;
         t->code = LRM_TK_LPAREN;

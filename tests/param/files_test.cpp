@@ -180,6 +180,13 @@ TEST_F(Files, SyntaxErrorsNameTokenFileAndLine) {
     EXPECT_EQ(Arg(1, 2), path) << c.text;
     EXPECT_EQ(Arg(1, 3), std::to_string(c.line)) << c.text;
   }
+  // Lists nest up to 255 deep.
+  lemces(lem);
+  std::string deep = "a = " + std::string(255, '(') + "x" + std::string(255, ')');
+  EXPECT_EQ(Parse(deep), 0u) << LastText();
+  deep = "a = " + std::string(256, '(') + "x" + std::string(256, ')');
+  EXPECT_EQ(Parse(deep), 109u);
+  EXPECT_EQ(LastError(), 109);
   // On the command line too.
   lemces(lem);
   ASSERT_EQ(ParseCmd("a=1 - ="), 109u);

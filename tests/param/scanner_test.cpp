@@ -96,6 +96,8 @@ TEST_F(Scanner, Tokens) {
       {"'q' #n", 2, LRM_OPT_COMMENTS, {{Q, "q"}, {CM, "n"}, {E, ""}}},
       {"a\n# n", 2, LRM_OPT_COMMENTS, {{S, "a"}, {E, ""}}},
       {"a #x", 1, LRM_OPT_COMMENTS, {{S, "a"}, {CM, "x"}, {E, ""}}},
+      {"-flag #c", 1, LRM_OPT_COMMENTS, {{D, "-"}, {FL, "flag"}, {E, ""}}},
+      {"-n 5 #c", 1, LRM_OPT_COMMENTS, {{D, "-"}, {KY, "n"}, {S, "5"}, {CM, "c"}, {E, ""}}},
       {"a, b", 2, LRM_OPT_COMMA, {{S, "a"}, {S, "b"}, {E, ""}}},
       {"(a, b)", 2, 0, {{LP, "("}, {S, "a"}, {S, "b"}, {RP, ")"}, {E, ""}}},
       {"a=b", 2, 0, {{ID, "a"}, {EQ, "="}, {S, "b"}, {E, ""}}},
