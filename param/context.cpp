@@ -198,7 +198,9 @@ KELAPI lrmctx *lrminiu(lcorectx *ctx, const lxenv *charset, uint32_t flags, lrmi
     uint32_t up = single ? lxmtupx(c->env, b) : b;
     c->upper[b] = static_cast<uint8_t>(up < 256 ? up : b);
   }
-  c->blank['\n'] = c->blank['\r'] = c->blank['\t'] = c->blank[' '] = 1;
+  // A NUL byte cannot be part of a NUL-terminated token text: it separates
+  // like a blank.
+  c->blank['\n'] = c->blank['\r'] = c->blank['\t'] = c->blank[' '] = c->blank[0] = 1;
   c->lsf = lpmloadpkg(ctx, "lsf");
   if (c->lsf == nullptr) {
     free_context(c);

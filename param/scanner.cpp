@@ -338,8 +338,11 @@ lrmpztok *scan(lrmctx_rec *c) {
         if ((c->options & LRM_OPT_COMMENTS) && comment_follows) {
           size_t start = s.pos;
           while (peek(s) >= 0 && peek(s) != '\n') get(s);
-          size_t end = s.pos;
-          if (end > start && s.buf[end - 1] == '\r') end--;
+          // The text is NUL-terminated: a NUL byte ends it.
+          const void *nul = memchr(s.buf + start, '\0', s.pos - start);
+          size_t end = nul != nullptr ? static_cast<size_t>(static_cast<const char *>(nul) - s.buf) : s.pos;
+          // Trailing blanks (a CR of a CRLF line among them) are no part of it.
+          while (end > start && is_blank(c, static_cast<uint8_t>(s.buf[end - 1]))) end--;
           t->code = LRM_TK_COMMENT;
           set_text(c, t, s.buf + start, end - start);
           return t;
