@@ -257,6 +257,10 @@ int32_t action(void *user, int32_t rule, void *const *rhs, int32_t n, void **res
   auto tok = [&](int i) { return static_cast<lrmpztok *>(rhs[i]); };
   auto node = [&](int i) { return static_cast<pnode *>(rhs[i]); };
   uint32_t st = 0;
+  // Only the settings' own nonterminals have no value; after an error
+  // recovery any other may be gone, and such a rule stores nothing.
+  for (int32_t i = 0; i < n; i++)
+    if (rhs[i] == nullptr && !(rule == 1 || rule == 4 || rule == 6 || rule == 8)) return kSyntaxError;
   switch (rule) {
     case 2:  // positional_list: list_of_vals
       st = store_node(c, "", 0, node(0));
@@ -342,7 +346,6 @@ int32_t action(void *user, int32_t rule, void *const *rhs, int32_t n, void **res
     default:
       break;
   }
-  (void)n;
   if (st != 0 && ps->status == 0) ps->status = st;
   return static_cast<int32_t>(st);
 }

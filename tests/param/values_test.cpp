@@ -404,3 +404,38 @@ TEST_F(Values, ErrorPrefix) {
 }
 
 }  // namespace
+
+#if __has_include("lnx.h")
+#include "lnx.h"
+
+namespace {
+
+TEST_F(Values, NumbersComeFromTheNumberParser) {
+  ASSERT_EQ(lrmpsvp(h, &kSet), 0u);
+  for (const char *text : {"12.5", "-0.001", "1e10", "0", "123456789012345678901234567890"}) {
+    uint8_t want[22], got[22];
+    size_t wantlen = 0, gotlen = 0, consumed = 0;
+    ASSERT_NE(lnxcpn(text, strlen(text), want, &wantlen, 0, 0, 0, 0, &consumed, nullptr), nullptr);
+    ASSERT_EQ(lrmt2on(h, text, strlen(text), got, &gotlen), 0u) << text;
+    ASSERT_EQ(gotlen, wantlen) << text;
+    EXPECT_EQ(memcmp(got, want, wantlen), 0) << text;
+    ASSERT_EQ(lrmspv(h, "amount", 6, text, strlen(text)), 0u);
+  }
+  uint8_t num[22];
+  size_t len = 0;
+  EXPECT_EQ(lrmgonv(h, nullptr, nullptr, "amount", 6, 1, num, &len), 0u);
+  EXPECT_GT(len, 0u);
+  for (const char *bad : {"", "abc", "1.2.3", "12x"}) EXPECT_EQ(lrmt2on(h, bad, strlen(bad), num, &len), 120u) << bad;
+  EXPECT_EQ(lrmgonv(h, nullptr, nullptr, "name", 4, 0, num, &len), 202u);
+}
+
+}  // namespace
+#else
+namespace {
+TEST_F(Values, NumbersNeedTheNumberFamily) {
+  uint8_t num[22];
+  size_t len = 0;
+  EXPECT_EQ(lrmt2on(h, "1", 1, num, &len), 120u);
+}
+}  // namespace
+#endif
