@@ -1,0 +1,465 @@
+// arith.cpp - addition, subtraction, multiplication and division.
+//
+// Each operation forms a digit string that holds the exact result (addition
+// and multiplication) or enough of it (division keeps at least 23 base-100
+// digits of the truncated quotient, so the 21st digit that decides the
+// rounding is exact), and leaves rounding, overflow and underflow to
+// `encode`. Multiplication and division work in base-10000 limbs, two
+// base-100 digits each, to halve the inner loops.
+#include <cstring>
+#include <utility>
+
+#include "lnx.h"
+#include "number/lnx_impl.h"
+
+namespace lnx_internal {
+
+namespace {
+
+// Compares magnitudes of two finite numbers.
+int cmp_mag(const Num &a, const Num &b) {
+  if (a.exp != b.exp) return a.exp > b.exp ? 1 : -1;
+  int n = a.n < b.n ? a.n : b.n;
+  for (int i = 0; i < n; ++i)
+    if (a.d[i] != b.d[i]) return a.d[i] > b.d[i] ? 1 : -1;
+  return (a.n > b.n) - (a.n < b.n);
+}
+
+// Splits the digits into base-10^8 limbs of four digits, most significant
+// first; the digits beyond n are zero, so the last limb is padded.
+inline int to_limbs8(const Num &x, uint32_t *l) {
+  const int k = (x.n + 3) / 4;
+  for (int j = 0; j < k; ++j) {
+    const uint8_t *p = x.d + 4 * j;
+    l[j] = ((p[0] * 100u + p[1]) * 100u + p[2]) * 100u + p[3];
+  }
+  return k;
+}
+
+// Four base-100 digits of a limb below 10^8.
+inline void split8(uint32_t v, uint8_t *d) {
+  const uint32_t hi = v / 10000, lo = v - hi * 10000;
+  d[0] = static_cast<uint8_t>(hi / 100);
+  d[1] = static_cast<uint8_t>(hi - d[0] * 100u);
+  d[2] = static_cast<uint8_t>(lo / 100);
+  d[3] = static_cast<uint8_t>(lo - d[2] * 100u);
+}
+
+}  // namespace
+
+void add_num(const Num &a, const Num &b_in, bool subtract, uint8_t *out, size_t *outlen) {
+  // Infinities first: the first operand's infinity wins, with the one kept
+  // exception that +inf - +inf is zero.
+  if (a.kind == Kind::PosInf || a.kind == Kind::NegInf) {
+    if (subtract && a.kind == Kind::PosInf && b_in.kind == Kind::PosInf)
+      emit_zero(out, outlen);
+    else
+      emit_inf(a.kind == Kind::NegInf, out, outlen);
+    return;
+  }
+  if (b_in.kind == Kind::PosInf || b_in.kind == Kind::NegInf) {
+    emit_inf((b_in.kind == Kind::NegInf) != subtract, out, outlen);
+    return;
+  }
+  if (a.kind == Kind::Zero) {
+    if (b_in.kind == Kind::Zero) {
+      emit_zero(out, outlen);
+      return;
+    }
+    Num b = b_in;
+    b.neg = b.neg != subtract;
+    encode_num(b, out, outlen);
+    return;
+  }
+  if (b_in.kind == Kind::Zero) {
+    encode_num(a, out, outlen);
+    return;
+  }
+
+  const Num *x = &a, *y = &b_in;
+  bool xneg = a.neg, yneg = b_in.neg != subtract;
+  if (x->exp < y->exp) {
+    std::swap(x, y);
+    std::swap(xneg, yneg);
+  }
+  // An operand more than 24 base-100 places below the other can only affect
+  // the rounding digit through a borrow, so it is replaced by one unit at
+  // place 24: the first 22 digits of the result, and so its rounding, stay
+  // the same, and the work area stays small.
+  Num sticky;
+  int diff = x->exp - y->exp;
+  if (diff > 24) {
+    std::memset(sticky.d, 0, sizeof sticky.d);
+    sticky.kind = Kind::Finite;
+    sticky.neg = y->neg;
+    sticky.exp = x->exp - 24;
+    sticky.n = 1;
+    sticky.d[0] = 1;
+    y = &sticky;
+    diff = 24;
+  }
+  bool resneg = xneg;
+  if (xneg != yneg) {
+    int c = cmp_mag(*x, *y);
+    if (c == 0) {
+      emit_zero(out, outlen);
+      return;
+    }
+    if (c < 0) {
+      std::swap(x, y);
+      resneg = yneg;
+      diff = 0;  // equal exponents when the second is larger
+    }
+  }
+  // w[0] is the carry place at exponent x->exp + 1.
+  uint8_t w[48] = {};
+  int L = 1 + (x->n > diff + y->n ? x->n : diff + y->n);
+  std::memcpy(w + 1, x->d, kMaxDigits);  // zero beyond x->n
+  if (xneg == yneg) {
+    int carry = 0;
+    int i = diff + y->n;
+    for (int j = y->n - 1; j >= 0; --j, --i) {
+      int s = w[i] + y->d[j] + carry;
+      carry = s >= 100;
+      w[i] = static_cast<uint8_t>(carry ? s - 100 : s);
+    }
+    while (carry) {
+      int s = w[i] + 1;
+      carry = s >= 100;
+      w[i--] = static_cast<uint8_t>(carry ? 0 : s);
+    }
+  } else {
+    int borrow = 0;
+    int i = diff + y->n;
+    for (int j = y->n - 1; j >= 0; --j, --i) {
+      int s = w[i] - y->d[j] - borrow;
+      borrow = s < 0;
+      w[i] = static_cast<uint8_t>(borrow ? s + 100 : s);
+    }
+    while (borrow) {
+      int s = w[i] - 1;
+      borrow = s < 0;
+      w[i--] = static_cast<uint8_t>(borrow ? 99 : s);
+    }
+  }
+  encode(resneg, x->exp + 1, w, L, out, outlen);
+}
+
+// Knuth's long division in base B (10000 or 10^8) on little-endian limbs:
+// q = u / v, u has m + n limbs (plus room for one more), v has n >= 2 limbs
+// with a non-zero top limb. u and v are modified; the remainder is left in
+// u[0..n) multiplied by the returned normalising factor.
+template <int64_t B>
+uint32_t knuth_div(uint32_t *u, int m, uint32_t *v, int n, uint32_t *q) {
+  const uint64_t f = static_cast<uint64_t>(B / (v[n - 1] + 1));
+  if (f > 1) {
+    uint64_t c = 0;
+    for (int i = 0; i < m + n; ++i) {
+      uint64_t t = u[i] * f + c;
+      c = t / B;
+      u[i] = static_cast<uint32_t>(t - c * B);
+    }
+    u[m + n] = static_cast<uint32_t>(c);
+    c = 0;
+    for (int i = 0; i < n; ++i) {
+      uint64_t t = v[i] * f + c;
+      c = t / B;
+      v[i] = static_cast<uint32_t>(t - c * B);
+    }
+  } else {
+    u[m + n] = 0;
+  }
+  const int64_t v1 = v[n - 1], v2 = v[n - 2];
+  // Hardware division is slow; the two top limbs stay below 2^53, so a
+  // double reciprocal gives floor(num / v1) to within one, fixed up exactly.
+  const double rv1 = 1.0 / static_cast<double>(v1);
+  for (int j = m; j >= 0; --j) {
+    int64_t num = u[j + n] * B + u[j + n - 1];
+    int64_t qhat = static_cast<int64_t>(static_cast<double>(num) * rv1);
+    int64_t rhat = num - qhat * v1;
+    while (rhat < 0) {
+      --qhat;
+      rhat += v1;
+    }
+    while (rhat >= v1) {
+      ++qhat;
+      rhat -= v1;
+    }
+    while (qhat >= B || qhat * v2 > B * rhat + u[j + n - 2]) {
+      --qhat;
+      rhat += v1;
+      if (rhat >= B) break;
+    }
+    int64_t borrow = 0, carry = 0;
+    for (int i = 0; i < n; ++i) {
+      int64_t p = qhat * v[i] + carry;
+      carry = p / B;
+      int64_t t = u[i + j] - (p - carry * B) - borrow;
+      borrow = t < 0;
+      u[i + j] = static_cast<uint32_t>(borrow ? t + B : t);
+    }
+    int64_t t = u[j + n] - carry - borrow;
+    if (t < 0) {
+      u[j + n] = static_cast<uint32_t>(t + B);
+      --qhat;
+      uint64_t c = 0;
+      for (int i = 0; i < n; ++i) {
+        uint64_t s = static_cast<uint64_t>(u[i + j]) + v[i] + c;
+        c = s >= static_cast<uint64_t>(B);
+        u[i + j] = static_cast<uint32_t>(c ? s - B : s);
+      }
+      u[j + n] = static_cast<uint32_t>((u[j + n] + c) % B);
+    } else {
+      u[j + n] = static_cast<uint32_t>(t);
+    }
+    q[j] = static_cast<uint32_t>(qhat);
+  }
+  return static_cast<uint32_t>(f);
+}
+template uint32_t knuth_div<10000>(uint32_t *, int, uint32_t *, int, uint32_t *);
+template uint32_t knuth_div<100000000>(uint32_t *, int, uint32_t *, int, uint32_t *);
+
+namespace {
+
+void mul_num(const Num &a, const Num &b, uint8_t *out, size_t *outlen) {
+  if (a.kind == Kind::Zero || b.kind == Kind::Zero) {
+    emit_zero(out, outlen);
+    return;
+  }
+  const bool aneg = a.kind == Kind::NegInf || (a.kind == Kind::Finite && a.neg);
+  const bool bneg = b.kind == Kind::NegInf || (b.kind == Kind::Finite && b.neg);
+  if (a.kind != Kind::Finite || b.kind != Kind::Finite) {
+    emit_inf(aneg != bneg, out, outlen);
+    return;
+  }
+  uint32_t la[5], lb[5];
+  const int ka = to_limbs8(a, la), kb = to_limbs8(b, lb);
+  // Product scanning in base 10^8: each column is summed in a register from
+  // the least significant end and carried into the next (five products of
+  // at most 10^16 each fit in 64 bits).
+  const int K = ka + kb;
+  uint8_t d[40];
+  uint64_t carry = 0;
+  for (int m = K - 1; m >= 0; --m) {
+    uint64_t acc = carry;
+    const int lo = m - kb > 0 ? m - kb : 0, hi = m - 1 < ka - 1 ? m - 1 : ka - 1;
+    for (int i = lo; i <= hi; ++i) acc += static_cast<uint64_t>(la[i]) * lb[m - 1 - i];
+    carry = acc / 100000000;
+    split8(static_cast<uint32_t>(acc - carry * 100000000), d + 4 * m);
+  }
+  encode(aneg != bneg, a.exp + b.exp + 1, d, 4 * K, out, outlen);
+}
+
+void div_num(const Num &a, const Num &b, uint8_t *out, size_t *outlen) {
+  if (a.kind == Kind::Zero) {
+    emit_zero(out, outlen);
+    return;
+  }
+  const bool aneg = a.kind == Kind::NegInf || (a.kind == Kind::Finite && a.neg);
+  const bool bneg = b.kind == Kind::NegInf || (b.kind == Kind::Finite && b.neg);
+  if (a.kind != Kind::Finite) {
+    emit_inf(aneg != bneg, out, outlen);
+    return;
+  }
+  if (b.kind == Kind::Zero) {
+    emit_inf(aneg, out, outlen);
+    return;
+  }
+  if (b.kind != Kind::Finite) {
+    emit_zero(out, outlen);
+    return;
+  }
+  uint32_t la[5], lb[5];
+  const int ka = to_limbs8(a, la), kb = to_limbs8(b, lb);
+  // u = A * (10^8)^k with k chosen so that the quotient has M + 1 limbs, at
+  // least 47 decimal digits: more than the 21 base-100 digits rounding needs.
+  constexpr int M = 6;
+  const int k = kb - ka + M;
+  uint32_t u[M + 5 + 1] = {}, v[5], q[M + 1];
+  for (int t = 0; t < ka; ++t) u[k + t] = la[ka - 1 - t];
+  for (int t = 0; t < kb; ++t) v[t] = lb[kb - 1 - t];
+  if (kb == 1) {
+    uint64_t r = 0;
+    for (int j = M; j >= 0; --j) {
+      uint64_t cur = r * 100000000 + u[j];
+      q[j] = static_cast<uint32_t>(cur / v[0]);
+      r = cur - static_cast<uint64_t>(q[j]) * v[0];
+    }
+  } else {
+    knuth_div<100000000>(u, M, v, kb, q);
+  }
+  uint8_t d[4 * (M + 1)];
+  for (int i = 0; i <= M; ++i) split8(q[M - i], d + 4 * i);
+  encode(aneg != bneg, a.exp - b.exp + 3, d, 4 * (M + 1), out, outlen);
+}
+
+// The common case of addition and subtraction, finite non-zero operands
+// within 24 places of each other, straight from the bytes: no decoded copies
+// of the operands are made. Returns false for every other case, which
+// add_num handles.
+struct Operand {
+  const uint8_t *p;  // digit bytes
+  int n, exp;
+  bool stored_neg;   // how the digit bytes are encoded
+  bool neg;          // sign in the operation (flipped for a subtrahend)
+  int digit(int i) const { return stored_neg ? 101 - p[i] : p[i] - 1; }
+};
+
+inline bool operand(const uint8_t *p, size_t len, Operand &o) {
+  p = resolve(p, len);
+  const uint8_t e = p[0];
+  if (len < 2 || (e == 0xFF && p[1] == kPosInfDigit)) return false;  // zero, infinities
+  o.p = p + 1;
+  if (e & 0x80) {
+    o.stored_neg = false;
+    o.exp = e - 193;
+    o.n = static_cast<int>(len) - 1;
+  } else {
+    o.stored_neg = true;
+    o.exp = 62 - e;
+    o.n = static_cast<int>(len) - 1 - (p[len - 1] == kTerm ? 1 : 0);
+  }
+  o.neg = o.stored_neg;
+  return o.n > 0;
+}
+
+}  // namespace
+
+bool add_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, bool subtract,
+              uint8_t *out, size_t *outlen) {
+  Operand x, y;
+  if (!operand(a, alen, x) || !operand(b, blen, y)) return false;
+  y.neg = y.neg != subtract;
+  if (x.exp < y.exp) std::swap(x, y);
+  int diff = x.exp - y.exp;
+  if (diff > 24) return false;
+  bool resneg = x.neg;
+  if (x.neg != y.neg && diff == 0) {
+    // Equal exponents, opposite signs: the larger magnitude goes first.
+    int c = 0;
+    const int m = x.n < y.n ? x.n : y.n;
+    for (int i = 0; i < m && c == 0; ++i) c = x.digit(i) - y.digit(i);
+    if (c == 0) c = x.n - y.n;
+    if (c == 0) {
+      emit_zero(out, outlen);
+      return true;
+    }
+    if (c < 0) {
+      std::swap(x, y);
+      resneg = x.neg;
+    }
+  }
+  uint8_t w[48] = {};
+  const int L = 1 + (x.n > diff + y.n ? x.n : diff + y.n);
+  for (int i = 0; i < x.n; ++i) w[i + 1] = static_cast<uint8_t>(x.digit(i));
+  int i = diff + y.n;
+  if (x.neg == y.neg) {
+    int carry = 0;
+    for (int j = y.n - 1; j >= 0; --j, --i) {
+      int s = w[i] + y.digit(j) + carry;
+      carry = s >= 100;
+      w[i] = static_cast<uint8_t>(carry ? s - 100 : s);
+    }
+    while (carry) {
+      int s = w[i] + 1;
+      carry = s >= 100;
+      w[i--] = static_cast<uint8_t>(carry ? 0 : s);
+    }
+  } else {
+    int borrow = 0;
+    for (int j = y.n - 1; j >= 0; --j, --i) {
+      int s = w[i] - y.digit(j) - borrow;
+      borrow = s < 0;
+      w[i] = static_cast<uint8_t>(borrow ? s + 100 : s);
+    }
+    while (borrow) {
+      int s = w[i] - 1;
+      borrow = s < 0;
+      w[i--] = static_cast<uint8_t>(borrow ? 99 : s);
+    }
+  }
+  encode(resneg, x.exp + 1, w, L, out, outlen);
+  return true;
+}
+
+// Multiplication of finite non-zero operands straight from the bytes into
+// base-10^8 limbs. Only the six leading limbs of the product are split into
+// digits: they hold at least 21 significant digits, all that rounding reads.
+bool mul_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
+              size_t *outlen) {
+  Operand x, y;
+  if (!operand(a, alen, x) || !operand(b, blen, y)) return false;
+  uint32_t la[5], lb[5];
+  auto limbs = [](const Operand &o, uint32_t *l) {
+    const int k = (o.n + 3) / 4;
+    for (int j = 0; j < k; ++j) {
+      uint32_t v = 0;
+      for (int t = 0; t < 4; ++t) {
+        const int i = 4 * j + t;
+        v = v * 100 + static_cast<uint32_t>(i < o.n ? o.digit(i) : 0);
+      }
+      l[j] = v;
+    }
+    return k;
+  };
+  const int ka = limbs(x, la), kb = limbs(y, lb);
+  const int K = ka + kb;
+  uint32_t r[10];
+  uint64_t carry = 0;
+  for (int m = K - 1; m >= 0; --m) {
+    uint64_t acc = carry;
+    const int lo = m - kb > 0 ? m - kb : 0, hi = m - 1 < ka - 1 ? m - 1 : ka - 1;
+    for (int i = lo; i <= hi; ++i) acc += static_cast<uint64_t>(la[i]) * lb[m - 1 - i];
+    carry = acc / 100000000;
+    r[m] = static_cast<uint32_t>(acc - carry * 100000000);
+  }
+  const int s0 = r[0] == 0 ? 1 : 0;
+  const int s1 = K < s0 + 6 ? K : s0 + 6;
+  uint8_t d[24];
+  for (int m = s0; m < s1; ++m) split8(r[m], d + 4 * (m - s0));
+  encode(x.neg != y.neg, x.exp + y.exp + 1 - 4 * s0, d, 4 * (s1 - s0), out, outlen);
+  return true;
+}
+
+}  // namespace lnx_internal
+
+using namespace lnx_internal;
+
+extern "C" {
+
+KELAPI void lnxadd(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
+                   size_t *outlen) {
+  if (add_fast(a, alen, b, blen, false, out, outlen)) return;
+  Num x, y;
+  decode_arg(a, alen, x);
+  decode_arg(b, blen, y);
+  add_num(x, y, false, out, outlen);
+}
+
+KELAPI void lnxsub(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
+                   size_t *outlen) {
+  if (add_fast(a, alen, b, blen, true, out, outlen)) return;
+  Num x, y;
+  decode_arg(a, alen, x);
+  decode_arg(b, blen, y);
+  add_num(x, y, true, out, outlen);
+}
+
+KELAPI void lnxmul(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
+                   size_t *outlen) {
+  if (mul_fast(a, alen, b, blen, out, outlen)) return;
+  Num x, y;
+  decode_arg(a, alen, x);
+  decode_arg(b, blen, y);
+  mul_num(x, y, out, outlen);
+}
+
+KELAPI void lnxdiv(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
+                   size_t *outlen) {
+  Num x, y;
+  decode_arg(a, alen, x);
+  decode_arg(b, blen, y);
+  div_num(x, y, out, outlen);
+}
+
+}  // extern "C"

@@ -1,0 +1,328 @@
+// Conversions to and from native integers, binary strings and binary
+// floating point: the listed edge cases, round trips, and random values
+// compared with Python (integers, exact decimal values of doubles, correctly
+// rounded float conversions) and with snprintf for the digit generator.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "lnx.h"
+#include "tests/number/lnx_test_util.h"
+
+using namespace lnxtest;
+
+namespace {
+
+std::string num_hex(const uint8_t *o, size_t l) { return hex(o, l); }
+
+TEST(NumberNative, SniListedCases) {
+  struct {
+    const char *text;
+    size_t size;
+    uint32_t flags;
+    int64_t want;
+    int status;
+  } cases[] = {
+      {"2147483648", 4, LNX_SIGNED, 0x7FFFFFFF, 1},
+      {"-2147483648", 4, LNX_SIGNED, INT32_MIN, 0},
+      {"-2147483649", 4, LNX_SIGNED, INT32_MIN, 1},
+      {"-5", 4, LNX_UNSIGNED, 0, 1},
+      {"-0.5", 4, LNX_UNSIGNED, 0, 2},
+      {"12.99", 1, LNX_UNSIGNED, 12, 0},
+      {"12.99", 2, LNX_NONNEG, 12, 0},
+      {"-12.99", 8, LNX_SIGNED, -12, 0},
+      {"0.7", 8, LNX_SIGNED, 0, 2},
+      {"0", 2, LNX_SIGNED, 0, 0},
+      {"256", 1, LNX_UNSIGNED, 255, 1},
+      {"256", 1, LNX_UNSIGNED | LNX_WRAP, 0, 1},
+      {"257", 1, LNX_UNSIGNED | LNX_WRAP, 1, 1},
+      {"-129", 1, LNX_SIGNED, -128, 1},
+      {"-129", 1, LNX_SIGNED | LNX_WRAP, 127, 1},
+      {"40000", 2, LNX_NONNEG, 32767, 1},
+      {"18446744073709551615", 8, LNX_UNSIGNED, -1, 0},
+      {"18446744073709551616", 8, LNX_UNSIGNED, -1, 1},
+      {"18446744073709551617", 8, LNX_UNSIGNED | LNX_WRAP, 1, 1},
+      {"-9223372036854775808", 8, LNX_SIGNED, INT64_MIN, 0},
+      {"9223372036854775808", 8, LNX_SIGNED, INT64_MAX, 1},
+      {"1e30", 8, LNX_SIGNED | LNX_WRAP, static_cast<int64_t>(0x4674EDEA40000000ull), 1},  // 10^30 mod 2^64
+      {"1e200", 4, LNX_SIGNED, 0x7FFFFFFF, 1},           // positive infinity
+      {"-1e200", 2, LNX_SIGNED, INT16_MIN, 1},
+      {"5", 3, LNX_SIGNED, 0, 3},
+      {"5", 8, LNX_NONNEG, 0, 3},
+      {"5", 4, 7, 0, 3},
+  };
+  for (const auto &c : cases) {
+    uint8_t n[22];
+    size_t nl;
+    lnxcpn(c.text, strlen(c.text), n, &nl, 0, 0, 0, 0, nullptr, nullptr);
+    int64_t got = 0;
+    uint8_t raw[8] = {};
+    int st = lnxsni(n, nl, raw, c.size, c.flags);
+    EXPECT_EQ(st, c.status) << c.text;
+    if (st == 3) continue;
+    bool sgn = (c.flags & 0x7F) != LNX_UNSIGNED;
+    switch (c.size) {
+      case 1: got = sgn ? static_cast<int64_t>(static_cast<int8_t>(raw[0])) : raw[0]; break;
+      case 2: { int16_t s; uint16_t u; memcpy(&s, raw, 2); memcpy(&u, raw, 2); got = sgn ? int64_t{s} : int64_t{u}; break; }
+      case 4: { int32_t s; uint32_t u; memcpy(&s, raw, 4); memcpy(&u, raw, 4); got = sgn ? int64_t{s} : int64_t{u}; break; }
+      default: memcpy(&got, raw, 8); break;
+    }
+    EXPECT_EQ(got, c.want) << c.text;
+  }
+}
+
+TEST(NumberNative, MinAndRoundTripsAgainstPython) {
+  Gen g(555);
+  std::vector<std::string> lines;
+  const int64_t specials[] = {0, 1, -1, 99, 100, -100, INT8_MIN, INT8_MAX, INT16_MIN, INT16_MAX,
+                              INT32_MIN, INT32_MAX, INT64_MIN, INT64_MAX, 1000000000000000000};
+  for (int i = 0; i < 40000; ++i) {
+    int64_t v = i < 15 ? specials[i] : static_cast<int64_t>(g.rng() >> g.uni(0, 63));
+    if (i >= 15 && g.uni(0, 1)) v = -v;
+    size_t size = 8;
+    int kind = g.uni(0, 2);
+    if (kind == LNX_NONNEG) size = 4;
+    const size_t sizes[] = {1, 2, 4, 8};
+    if (g.uni(0, 1)) size = sizes[g.uni(0, kind == LNX_NONNEG ? 2 : 3)];
+    uint8_t raw[8];
+    memcpy(raw, &v, 8);
+    uint8_t out[22];
+    size_t ol;
+    ASSERT_EQ(lnxmin(raw, size, kind, out, &ol), 0);
+    ASSERT_EQ(lnxchk(out, ol), 1);
+    // The value lnxmin saw, as text, for the oracle.
+    char text[32];
+    if (kind == LNX_UNSIGNED) {
+      uint64_t u = 0;
+      memcpy(&u, raw, size);
+      snprintf(text, sizeof text, "%llu", static_cast<unsigned long long>(u));
+    } else {
+      int64_t s = size == 1 ? static_cast<int8_t>(raw[0]) : size == 2 ? static_cast<int16_t>(v) : size == 4 ? static_cast<int32_t>(v) : v;
+      snprintf(text, sizeof text, "%lld", static_cast<long long>(s));
+    }
+    lines.push_back(std::string("int ") + text + " " + hex(out, ol));
+    // Back again: exact, status 0 (the non-negative kind refuses negatives).
+    uint8_t back[8] = {};
+    int st = lnxsni(out, ol, back, size, static_cast<uint32_t>(kind));
+    if (kind == LNX_NONNEG && text[0] == '-') {
+      EXPECT_EQ(st, 1) << text;
+    } else {
+      EXPECT_EQ(st, 0) << text;
+      EXPECT_EQ(memcmp(back, raw, size), 0) << text;
+    }
+  }
+  // Binary strings up to 18 bytes (beyond 10^40 is refused).
+  for (int i = 0; i < 20000; ++i) {
+    size_t n = static_cast<size_t>(g.uni(0, 18));
+    Bytes b(n);
+    for (auto &x : b) x = static_cast<uint8_t>(g.uni(0, 3) == 0 ? 0 : g.uni(0, 255));
+    uint8_t out[22];
+    size_t ol;
+    int st = lnxr2n(b.data(), n, out, &ol);
+    ASSERT_EQ(lnxchk(out, ol), 1);
+    lines.push_back("r2n " + (n ? hex(b) : std::string("-")) + " " + std::to_string(st) + " " + hex(out, ol));
+    if (st == 0) {
+      Bytes back(n + 3, 0xEE);
+      ASSERT_EQ(lnxn2r(out, ol, back.data(), back.size()), 0);
+      Bytes want(3, 0);
+      want.insert(want.end(), b.begin(), b.end());
+      EXPECT_EQ(hex(back), hex(want));
+    }
+  }
+  bool ok = false;
+  std::string report = run_oracle("native", lines, ok);
+  EXPECT_TRUE(ok) << report;
+}
+
+TEST(NumberNative, BinaryStringsListed) {
+  const uint8_t b256[] = {0, 0, 1, 0};
+  uint8_t out[22];
+  size_t ol;
+  EXPECT_EQ(lnxr2n(b256, 4, out, &ol), 0);
+  EXPECT_EQ(num_hex(out, ol), "c20339");
+  EXPECT_EQ(lnxr2n(b256, 0, out, &ol), 0);
+  EXPECT_EQ(num_hex(out, ol), "80");
+  uint8_t r[4];
+  const uint8_t half[] = {0xC0, 0x33}, neg[] = {0x3E, 0x64, 0x66}, inf[] = {0xFF, 0x65};
+  EXPECT_EQ(lnxn2r(half, 2, r, 4), 1);
+  EXPECT_EQ(lnxn2r(neg, 3, r, 4), 1);
+  EXPECT_EQ(lnxn2r(inf, 2, r, 4), 1);
+  const uint8_t big[] = {0xC3, 0x02};  // 10000 = 0x2710
+  EXPECT_EQ(lnxn2r(big, 2, r, 1), 2);
+  EXPECT_EQ(lnxn2r(big, 2, r, 2), 0);
+  EXPECT_EQ(hex(r, 2), "2710");
+  // 10^120 fits in 50 bytes.
+  uint8_t e120[] = {0xFD, 0x02};
+  uint8_t wide[60];
+  EXPECT_EQ(lnxn2r(e120, 2, wide, sizeof wide), 0);
+  uint8_t rt[22];
+  EXPECT_EQ(lnxr2n(wide, sizeof wide, rt, &ol), 1);  // too many digits to come back
+}
+
+TEST(NumberNative, MinListed) {
+  uint8_t out[22];
+  size_t ol;
+  int64_t mn = INT64_MIN;
+  ASSERT_EQ(lnxmin(&mn, 8, LNX_SIGNED, out, &ol), 0);
+  char text[64];
+  size_t tl;
+  ASSERT_EQ(lnxn2t(out, ol, LNX_TEXT_PLAIN, 0, text, sizeof text, &tl), 0);
+  EXPECT_EQ(std::string(text, tl), "-9223372036854775808");
+  int32_t x = 5;
+  EXPECT_EQ(lnxmin(&x, 3, LNX_SIGNED, out, &ol), 3);
+  EXPECT_EQ(lnxmin(&x, 16, LNX_SIGNED, out, &ol), 3);
+  EXPECT_EQ(lnxmin(&x, 8, LNX_NONNEG, out, &ol), 3);
+}
+
+TEST(NumberFloat, ListedAndCanonical) {
+  uint8_t out[22] = {0xAB};
+  size_t ol = 77;
+  EXPECT_EQ(slfpd2lnx(nullptr, std::nan(""), out, &ol), 3);
+  EXPECT_EQ(out[0], 0xAB);
+  EXPECT_EQ(ol, 77u);
+  EXPECT_EQ(slfpd2lnx(nullptr, INFINITY, out, &ol), 0);
+  EXPECT_EQ(num_hex(out, ol), "ff65");
+  EXPECT_EQ(slfpd2lnx(nullptr, -INFINITY, out, &ol), 0);
+  EXPECT_EQ(num_hex(out, ol), "00");
+  EXPECT_EQ(slfpd2lnx(nullptr, -0.0, out, &ol), 0);
+  EXPECT_EQ(num_hex(out, ol), "80");
+  EXPECT_EQ(slfpd2lnx(nullptr, 0.1, out, &ol), 0);
+  EXPECT_EQ(num_hex(out, ol), "c00b010101010101010b");  // 0.10000000000000001
+  EXPECT_EQ(slfpf2lnx(nullptr, 0.1f, out, &ol), 0);
+  EXPECT_EQ(num_hex(out, ol), "c00b0101010b");  // 0.100000001
+
+  struct {
+    const char *num;
+    const char *cd, *cf;
+  } canon[] = {
+      {"80", "8000000000000000", "80000000"},
+      {"c102", "bff0000000000000", "bf800000"},
+      {"3e6466", "400fffffffffffff", "407fffff"},
+      {"ff65", "fff0000000000000", "ff800000"},
+      {"00", "000fffffffffffff", "007fffff"},
+  };
+  for (const auto &c : canon) {
+    Bytes n = hexbytes(c.num);
+    uint8_t cd[8], cf[4];
+    EXPECT_EQ(lfplnx2cd(nullptr, n.data(), n.size(), cd), 0);
+    EXPECT_EQ(hex(cd, 8), c.cd) << c.num;
+    EXPECT_EQ(lfplnx2cf(nullptr, n.data(), n.size(), cf), 0);
+    EXPECT_EQ(hex(cf, 4), c.cf) << c.num;
+    // And back.
+    EXPECT_EQ(lfpcd2lnx(nullptr, cd, out, &ol), 0);
+    EXPECT_EQ(num_hex(out, ol), c.num);
+    EXPECT_EQ(lfpcf2lnx(nullptr, cf, out, &ol), 0);
+    EXPECT_EQ(num_hex(out, ol), c.num);
+  }
+  // Canonical negative zero reads as zero; canonical NaN is refused.
+  const uint8_t negzero[8] = {0x7F, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+  EXPECT_EQ(lfpcd2lnx(nullptr, negzero, out, &ol), 0);
+  EXPECT_EQ(num_hex(out, ol), "80");
+  const uint8_t nan[8] = {0xFF, 0xF8, 0, 0, 0, 0, 0, 0};
+  EXPECT_EQ(lfpcd2lnx(nullptr, nan, out, &ol), 3);
+  // Beyond the double's range: infinity; below: zero.
+  const uint8_t huge[] = {0xFF, 0x02}, tiny[] = {0x81, 0x02};
+  EXPECT_EQ(slfplnx2d(huge, 2), 1e124);
+  EXPECT_EQ(slfplnx2d(tiny, 2), 1e-128);
+  EXPECT_EQ(slfplnx2f(tiny, 2), 0.0f);
+  EXPECT_TRUE(std::isinf(slfplnx2f(huge, 2)));
+}
+
+double random_double(Gen &g) {
+  int k = g.uni(0, 9);
+  if (k == 0) {  // any bit pattern (NaN excluded by the caller)
+    uint64_t b = g.rng();
+    double d;
+    memcpy(&d, &b, 8);
+    return d;
+  }
+  if (k == 1) return std::ldexp(static_cast<double>(g.rng() >> 11), g.uni(-1126, -1000));  // subnormal area
+  if (k == 2) return static_cast<double>(g.uni(-1000000, 1000000)) / std::pow(10.0, g.uni(0, 8));
+  return std::ldexp(static_cast<double>(g.rng() >> 11) * (g.uni(0, 1) ? 1 : -1), g.uni(-600, 500));
+}
+
+TEST(NumberFloat, DoublesAgainstPythonAndSnprintf) {
+  Gen g(8080);
+  std::vector<std::string> lines;
+  for (int i = 0; i < 30000; ++i) {
+    double d = random_double(g);
+    if (std::isnan(d)) continue;
+    int nd = i % 3 == 0 ? g.uni(1, 40) : 17;
+    uint8_t out[22];
+    size_t ol;
+    ASSERT_EQ(slfpd2lnxl(nullptr, d, nd, out, &ol), 0);
+    ASSERT_EQ(lnxchk(out, ol), 1);
+    uint64_t bits;
+    memcpy(&bits, &d, 8);
+    char bh[20];
+    snprintf(bh, sizeof bh, "%016llx", static_cast<unsigned long long>(bits));
+    lines.push_back(std::string("d2n ") + bh + " " + std::to_string(nd) + " " + hex(out, ol));
+    // Digits against the C library's correctly rounded %.*e.
+    if (std::isfinite(d) && d != 0) {
+      char dig[48];
+      int32_t n, e, neg;
+      ASSERT_EQ(slfpdtoa(d, nd, dig, &n, &e, &neg), 0);
+      char ref[128];
+      snprintf(ref, sizeof ref, "%.*e", nd - 1, std::fabs(d));
+      std::string mant;
+      for (const char *p = ref; *p && *p != 'e'; ++p)
+        if (*p != '.') mant += *p;
+      while (mant.size() > 1 && mant.back() == '0') mant.pop_back();
+      EXPECT_EQ(std::string(dig, static_cast<size_t>(n)), mant) << ref;
+      EXPECT_EQ(e, atoi(strchr(ref, 'e') + 1)) << ref;
+      EXPECT_EQ(neg, d < 0 ? 1 : 0);
+    }
+    // 17 digits come back to the same double exactly.
+    if (nd == 17 && std::isfinite(d)) {
+      double back = slfplnx2d(out, ol);
+      if (d == 0) {
+        EXPECT_EQ(back, 0.0);
+      } else if (std::fabs(d) < 1e-128 || std::fabs(d) >= 1e126) {
+        // outside the number's range: zero or infinity
+      } else {
+        EXPECT_EQ(memcmp(&back, &d, 8), 0) << bh;
+      }
+    }
+  }
+  for (int i = 0; i < 4000; ++i) {  // floats with 9 digits
+    uint32_t b = static_cast<uint32_t>(g.rng());
+    float f;
+    memcpy(&f, &b, 4);
+    if (std::isnan(f)) continue;
+    uint8_t out[22];
+    size_t ol;
+    ASSERT_EQ(slfpf2lnx(nullptr, f, out, &ol), 0);
+    char bh[20];
+    double d = f;
+    uint64_t db;
+    memcpy(&db, &d, 8);
+    snprintf(bh, sizeof bh, "%016llx", static_cast<unsigned long long>(db));
+    lines.push_back(std::string("d2n ") + bh + " 9 " + hex(out, ol));
+    if (std::isfinite(f) && f != 0) {
+      float back = slfplnx2f(out, ol);
+      EXPECT_EQ(memcmp(&back, &f, 4), 0) << bh;
+    }
+  }
+  // Numbers to the nearest double and float.
+  for (int i = 0; i < 30000; ++i) {
+    Bytes a = i % 2 ? g.any() : g.finite(g.uni(-170, 160) / 1 % 63);
+    double d = slfplnx2d(a.data(), a.size());
+    float f = slfplnx2f(a.data(), a.size());
+    uint64_t db;
+    uint32_t fb;
+    memcpy(&db, &d, 8);
+    memcpy(&fb, &f, 4);
+    char bh[40];
+    snprintf(bh, sizeof bh, "%016llx", static_cast<unsigned long long>(db));
+    lines.push_back("n2d " + hex(a) + " " + bh);
+    snprintf(bh, sizeof bh, "%08x", fb);
+    lines.push_back("n2f " + hex(a) + " " + bh);
+  }
+  bool ok = false;
+  std::string report = run_oracle("float", lines, ok);
+  EXPECT_TRUE(ok) << report;
+}
+
+}  // namespace
