@@ -6,6 +6,7 @@
 #include <map>
 #include <random>
 
+#include "lnx.h"
 #include "tests/param/param_fixture.h"
 
 namespace {
@@ -405,9 +406,6 @@ TEST_F(Values, ErrorPrefix) {
 
 }  // namespace
 
-#if __has_include("lnx.h")
-#include "lnx.h"
-
 namespace {
 
 TEST_F(Values, NumbersComeFromTheNumberParser) {
@@ -430,12 +428,3 @@ TEST_F(Values, NumbersComeFromTheNumberParser) {
 }
 
 }  // namespace
-#else
-namespace {
-TEST_F(Values, NumbersNeedTheNumberFamily) {
-  uint8_t num[22];
-  size_t len = 0;
-  EXPECT_EQ(lrmt2on(h, "1", 1, num, &len), 120u);
-}
-}  // namespace
-#endif
