@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <csetjmp>
 #include <cstring>
 #include <set>
 #include <string>
@@ -253,5 +254,67 @@ TEST_F(Grammar, TraceShowsStackActionsAndRules) {
   EXPECT_EQ(g.live, 0);
 }
 
+
+}  // namespace
+
+namespace {
+
+// A token source that raises an error after two tokens, as the scanner does.
+struct Raiser {
+  lcorectx *ctx;
+  lemfac *fac;
+  int32_t code;
+  int given = 0;
+  int live = 0;
+};
+
+lrmpztok *raising_source(void *src, int32_t op, lrmpztok *tok) {
+  auto *r = static_cast<Raiser *>(src);
+  if (op == 4) {
+    delete[] tok->text;
+    delete tok;
+    r->live--;
+    return nullptr;
+  }
+  if (r->given == 2) lemsec(r->ctx->lemctx, r->fac, r->code, 2, LEM_ARG_END);
+  auto *t = new lrmpztok{};
+  t->code = 262;
+  t->text = new char[2]{'x', 0};
+  r->given++;
+  r->live++;
+  return t;
+}
+
+TEST_F(Grammar, ErrorsRaisedIntoTheParse) {
+  struct Case {
+    const char *product, *facility;
+    bool passed_on;
+  } cases[] = {{"lrmpzp", "par", false}, {"KELCORE", "LRM", true}};
+  for (const Case &c : cases) {
+    Raiser r{ctx, lemfaa(ctx->lemctx, nullptr, c.product, c.facility, 10000, 10000), 109};
+    ASSERT_NE(r.fac, nullptr);
+    lrmpzcb cb{};
+    cb.token = raising_source;
+    cb.ctx = ctx;
+    cb.user = &r;
+    lemfctx *fc = lemgfc(ctx->lemctx);
+    lemframe fr;
+    lemptfs(fc, &fr);
+    volatile bool caught = false;
+    volatile int rc = 0;
+    if (setjmp(*static_cast<jmp_buf *>(LEM_FRAME_JB(&fr))) == 0) {
+      rc = lrmpzpparse(&r, &cb, 0, 0);
+      lemptfr(fc, &fr);
+    } else {
+      caught = true;
+    }
+    EXPECT_EQ(caught, c.passed_on) << c.facility;
+    if (!c.passed_on) EXPECT_EQ(rc, -1);
+    EXPECT_EQ(r.live, 0) << "tokens held by the parse were not released";
+    EXPECT_EQ(fc->depth, 0);
+    lemces(ctx->lemctx);
+    lemfaf(ctx->lemctx, r.fac);
+  }
+}
 
 }  // namespace
