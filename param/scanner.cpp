@@ -31,8 +31,14 @@ inline int get(lrmsource &s) {
 
 // ----------------------------------------------------------- token records
 
+// A token record has room for a short text behind it, so that most tokens
+// cost one allocation.
+constexpr size_t kInlineText = 64;
+
+inline char *inline_text(lrmpztok *t) { return reinterpret_cast<char *>(t + 1); }
+
 lrmpztok *new_token(lrmctx_rec *c) {
-  auto *t = static_cast<lrmpztok *>(hmalloc(c, sizeof(lrmpztok)));
+  auto *t = static_cast<lrmpztok *>(hmalloc(c, sizeof(lrmpztok) + kInlineText));
   if (t == nullptr) {
     perr(c, kNoMemory, LEM_ARG_TEXT, "allocating a token", LEM_ARG_END);
     raise(c, kNoMemory);
@@ -45,7 +51,7 @@ lrmpztok *new_token(lrmctx_rec *c) {
 void free_token(lrmctx_rec *c, lrmpztok *t) {
   if (t == nullptr) return;
   c->live_tokens--;
-  hfree(c, t->text);
+  if (t->text != inline_text(t)) hfree(c, t->text);
   hfree(c, t);
 }
 
@@ -85,7 +91,7 @@ void buf_start(lrmctx_rec *c, lrmpztok *t, textbuf &b, size_t cap) {
 }
 
 void set_text(lrmctx_rec *c, lrmpztok *t, const char *s, size_t n) {
-  t->text = static_cast<char *>(hmalloc(c, n + 1));
+  t->text = n < kInlineText ? inline_text(t) : static_cast<char *>(hmalloc(c, n + 1));
   if (t->text == nullptr) {
     free_token(c, t);
     perr(c, kNoMemory, LEM_ARG_TEXT, "copying a token's text", LEM_ARG_END);

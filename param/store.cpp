@@ -54,16 +54,17 @@ bool grow_buckets(lrmctx_rec *c) {
 lrmentry *make_entry(lrmctx_rec *c, const char *qual, size_t quallen, const char *name, size_t namelen,
                      int32_t keyidx, uint8_t type) {
   if ((c->nentries + 1) * 2 > c->nbuckets && !grow_buckets(c)) return nullptr;
-  auto *e = static_cast<lrmentry *>(hmalloc(c, sizeof(lrmentry)));
+  // One block: the entry, then its name and qualifier.
+  auto *e = static_cast<lrmentry *>(hmalloc(c, sizeof(lrmentry) + namelen + quallen + 2));
   if (e == nullptr) return nullptr;
   memset(e, 0, sizeof *e);
-  e->name = hstrdup(c, name, namelen);
-  e->qual = quallen > 0 ? hstrdup(c, qual, quallen) : nullptr;
-  if (e->name == nullptr || (quallen > 0 && e->qual == nullptr)) {
-    hfree(c, e->name);
-    hfree(c, e->qual);
-    hfree(c, e);
-    return nullptr;
+  e->name = reinterpret_cast<char *>(e + 1);
+  memcpy(e->name, name, namelen);
+  e->name[namelen] = '\0';
+  if (quallen > 0) {
+    e->qual = e->name + namelen + 1;
+    memcpy(e->qual, qual, quallen);
+    e->qual[quallen] = '\0';
   }
   e->namelen = namelen;
   e->quallen = quallen;
@@ -84,7 +85,6 @@ lrmentry *make_entry(lrmctx_rec *c, const char *qual, size_t quallen, const char
 void free_values(lrmctx_rec *c, lrmentry *e) {
   for (lrmval *v = e->first; v != nullptr;) {
     lrmval *n = v->next;
-    hfree(c, v->text);
     hfree(c, v->comment);
     hfree(c, v);
     v = n;
@@ -99,8 +99,6 @@ void clear_values(lrmctx_rec *c) {
   for (lrmentry *e = c->head; e != nullptr;) {
     lrmentry *n = e->next;
     free_values(c, e);
-    hfree(c, e->name);
-    hfree(c, e->qual);
     hfree(c, e);
     e = n;
   }
@@ -156,18 +154,22 @@ uint32_t store(lrmctx_rec *c, const char *qual, size_t quallen, const char *key,
   lrmentry *e = find_entry(c, qual, quallen, name, namelen);
   if (e == nullptr) e = make_entry(c, qual, quallen, name, namelen, idx, type);
   if (e == nullptr) return perr(c, kNoMemory, LEM_ARG_TEXT, "storing a value", LEM_ARG_END);
-  auto *v = static_cast<lrmval *>(hmalloc(c, sizeof(lrmval)));
+  // One block: the value record, then its text.
+  auto *v = static_cast<lrmval *>(hmalloc(c, sizeof(lrmval) + len + 1));
   if (v == nullptr) return perr(c, kNoMemory, LEM_ARG_TEXT, "storing a value", LEM_ARG_END);
   *v = tmp;
   v->next = nullptr;
   v->len = len;
-  v->text = hstrdup(c, text, len);
-  v->comment = comment != nullptr ? hstrdup(c, comment, strlen(comment)) : nullptr;
-  if (v->text == nullptr || (comment != nullptr && v->comment == nullptr)) {
-    hfree(c, v->text);
-    hfree(c, v->comment);
-    hfree(c, v);
-    return perr(c, kNoMemory, LEM_ARG_TEXT, "storing a value", LEM_ARG_END);
+  v->text = reinterpret_cast<char *>(v + 1);
+  memcpy(v->text, text, len);
+  v->text[len] = '\0';
+  v->comment = nullptr;
+  if (comment != nullptr) {
+    v->comment = hstrdup(c, comment, strlen(comment));
+    if (v->comment == nullptr) {
+      hfree(c, v);
+      return perr(c, kNoMemory, LEM_ARG_TEXT, "storing a value", LEM_ARG_END);
+    }
   }
   if (type == LRM_T_NAME && !(c->set != nullptr && (c->set->flags & LRM_KS_CASE)))
     for (size_t i = 0; i < len; i++) v->text[i] = static_cast<char>(c->upper[static_cast<uint8_t>(v->text[i])]);
