@@ -14,6 +14,7 @@
 // calls back.
 #include <cstring>
 
+#include "kelmsg_kelcore_lpm.h"
 #include "context/lpm_impl.h"
 #include "lem.h"
 #include "lfi.h"
@@ -81,11 +82,11 @@ int32_t init_package(lcorectx *ctx, lpmreg *reg, lpminst *inst, uint8_t *flag) n
       lpmpchex(ctx, depth, flag);
       rc = -1;
     } else if (inst->priv == nullptr) {
-      lpmprec(ctx, flag, 32, 0, LEM_ARG_TEXT, b->name, LEM_ARG_END);
+      lpmprec(ctx, flag, kelmsg::LPM_NOPRIV, 0, LEM_ARG_TEXT, b->name, LEM_ARG_END);
       rc = -1;
     } else if (b->ift == nullptr) {
       b->flags |= kBlkTried;
-      lpmprec(ctx, flag, 33, 0, LEM_ARG_TEXT, b->name, LEM_ARG_END);
+      lpmprec(ctx, flag, kelmsg::LPM_NOIFACE, 0, LEM_ARG_TEXT, b->name, LEM_ARG_END);
       rc = -1;
     } else {
       b->flags |= kBlkInit | kBlkTried;
@@ -100,7 +101,7 @@ int32_t init_package(lcorectx *ctx, lpmreg *reg, lpminst *inst, uint8_t *flag) n
 int32_t locate(lcorectx *ctx, lpmreg *reg, lpmpblk *b, uint8_t *flag) noexcept {
   if (b->flags & kBlkLocated) return 0;
   if (slpmloc(ctx, reg->table, &b->module, b->name, b->namel, &b->entry) != 0) {
-    lpmprec(ctx, flag, 31, 0, LEM_ARG_TEXT, b->name, LEM_ARG_END);
+    lpmprec(ctx, flag, kelmsg::LPM_NOTFOUND, 0, LEM_ARG_TEXT, b->name, LEM_ARG_END);
     return -1;
   }
   b->flags |= kBlkLocated;
@@ -119,13 +120,13 @@ int32_t lpmpali(lcorectx *ctx, lpmreg *reg, lpminst **out, bool wantblock, const
   size_t reclen = child ? sizeof(lcorectxc) : sizeof(lcorectx);
   auto *inst = static_cast<lpminst *>(ss_mem_calc(sizeof(lpminst)));
   if (inst == nullptr) {
-    lpmprec(ctx, flag, 2, 0, LEM_ARG_TEXT, "lpmpali()", LEM_ARG_END);
+    lpmprec(ctx, flag, kelmsg::LPM_NOMEM, 0, LEM_ARG_TEXT, "lpmpali()", LEM_ARG_END);
     return -1;
   }
   auto *rec = static_cast<lcorectx *>(ss_mem_calc(reclen));
   auto *h = rec ? static_cast<lpminsth *>(ss_mem_calc(sizeof(lpminsth))) : nullptr;
   if (h == nullptr) {
-    lpmprec(ctx, flag, 2, 0, LEM_ARG_TEXT, "lpmpali().", LEM_ARG_END);
+    lpmprec(ctx, flag, kelmsg::LPM_NOMEM, 0, LEM_ARG_TEXT, "lpmpali().", LEM_ARG_END);
     ss_mem_fre(rec);
     ss_mem_fre(inst);
     return -1;
@@ -137,7 +138,7 @@ int32_t lpmpali(lcorectx *ctx, lpmreg *reg, lpminst **out, bool wantblock, const
     if (b != nullptr) b->users++;  // held by this instance from now on
     sltsmnr(reg->ts, &reg->blockmx);
     if (b == nullptr) {
-      lpmprec(ctx, flag, 4, 0, LEM_ARG_TEXT, "llpmpali().", LEM_ARG_END);
+      lpmprec(ctx, flag, kelmsg::LPM_STEP, 0, LEM_ARG_TEXT, "llpmpali().", LEM_ARG_END);
       ss_mem_fre(h);
       ss_mem_fre(rec);
       ss_mem_fre(inst);
@@ -157,7 +158,7 @@ int32_t lpmpali(lcorectx *ctx, lpmreg *reg, lpminst **out, bool wantblock, const
   // Undo ladder for the rest.
   int stage = 0;
   if (sltsmxi(reg->ts, &inst->mx) != 0) {
-    lpmprec(ctx, flag, 8, 0, LEM_ARG_TEXT, "lpmpali(): failure to initialize mutex", LEM_ARG_END);
+    lpmprec(ctx, flag, kelmsg::LPM_THREAD, 0, LEM_ARG_TEXT, "lpmpali(): failure to initialize mutex", LEM_ARG_END);
   } else {
     stage = 1;
     if (!instlocked) sltsmna(reg->ts, &reg->instmx);
@@ -165,13 +166,13 @@ int32_t lpmpali(lcorectx *ctx, lpmreg *reg, lpminst **out, bool wantblock, const
     if (!instlocked) sltsmnr(reg->ts, &reg->instmx);
     stage = 2;
     if (slpmali(ctx, &inst->sldata) != 0) {
-      lpmprec(ctx, flag, 4, 0, LEM_ARG_TEXT, "lpmpali() - slpmali().", LEM_ARG_END);
+      lpmprec(ctx, flag, kelmsg::LPM_STEP, 0, LEM_ARG_TEXT, "lpmpali() - slpmali().", LEM_ARG_END);
     } else if (stage = 3, lmmcis(ctx, &inst->memsub, rec, memopt) != 0) {
-      lpmprec(ctx, flag, 210, 0, LEM_ARG_END);
+      lpmprec(ctx, flag, kelmsg::LPM_NOMEMSUB, 0, LEM_ARG_END);
     } else if (stage = 4, lficis(ctx, &inst->filesub, rec) != 0) {
-      lpmprec(ctx, flag, 212, 0, LEM_ARG_END);
+      lpmprec(ctx, flag, kelmsg::LPM_NOFILESUB, 0, LEM_ARG_END);
     } else if (stage = 5, lemcis(ctx, &inst->errsub, rec) != 0) {
-      lpmprec(ctx, flag, 211, 0, LEM_ARG_END);
+      lpmprec(ctx, flag, kelmsg::LPM_NOERRSUB, 0, LEM_ARG_END);
     } else {
       rec->lmmctx = inst->memsub;
       rec->lfictx = inst->filesub;
@@ -200,7 +201,7 @@ int32_t lpmpfin(lcorectx *ctx, lpmreg *reg, lpminst *inst, uint8_t *flag, bool i
   int32_t rc = 0;
   if (inst->block != nullptr) {
     if (lpmpfpb(ctx, reg, inst->block, flag) < 0) {
-      lpmprec(ctx, flag, 4, 0, LEM_ARG_TEXT, "lpmpfin() - lpmpfpb().", LEM_ARG_END);
+      lpmprec(ctx, flag, kelmsg::LPM_STEP, 0, LEM_ARG_TEXT, "lpmpfin() - lpmpfpb().", LEM_ARG_END);
       rc = -1;
     }
   }
@@ -208,7 +209,7 @@ int32_t lpmpfin(lcorectx *ctx, lpmreg *reg, lpminst *inst, uint8_t *flag, bool i
   bool last = true;
   if (inst->flags & kInstShared) last = --inst->refs <= 0;
   if (last && lpmllre(&reg->insts, &inst->link) != 0) {
-    lpmprec(ctx, flag, 4, 0, LEM_ARG_TEXT, "lpmpfin() - lpmprec().", LEM_ARG_END);
+    lpmprec(ctx, flag, kelmsg::LPM_STEP, 0, LEM_ARG_TEXT, "lpmpfin() - lpmprec().", LEM_ARG_END);
     rc = -1;
   }
   if (!instlocked) sltsmnr(reg->ts, &reg->instmx);
@@ -217,23 +218,23 @@ int32_t lpmpfin(lcorectx *ctx, lpmreg *reg, lpminst *inst, uint8_t *flag, bool i
   // instance goes now, every step tried.
   inst->block = nullptr;
   if (slpmfin(ctx, inst->sldata) != 0) {
-    lpmprec(ctx, flag, 4, 0, LEM_ARG_TEXT, "lpmpfin() - slpmfin().", LEM_ARG_END);
+    lpmprec(ctx, flag, kelmsg::LPM_STEP, 0, LEM_ARG_TEXT, "lpmpfin() - slpmfin().", LEM_ARG_END);
     rc = -1;
   }
   if (sltsmxd(reg->ts, &inst->mx) != 0) {
-    lpmprec(ctx, flag, 8, 0, LEM_ARG_TEXT, "lpmpfin(): failure to terminate mutex", LEM_ARG_END);
+    lpmprec(ctx, flag, kelmsg::LPM_THREAD, 0, LEM_ARG_TEXT, "lpmpfin(): failure to terminate mutex", LEM_ARG_END);
     rc = -1;
   }
   if (lemcit(ctx, inst->errsub, inst->rec) != 0) {
-    lpmprec(ctx, flag, 4, 0, LEM_ARG_TEXT, "lpmpfin() - lemcit().", LEM_ARG_END);
+    lpmprec(ctx, flag, kelmsg::LPM_STEP, 0, LEM_ARG_TEXT, "lpmpfin() - lemcit().", LEM_ARG_END);
     rc = -1;
   }
   if (lficit(ctx, inst->filesub, inst->rec) != 0) {
-    lpmprec(ctx, flag, 4, 0, LEM_ARG_TEXT, "lpmpfin() - lficit().", LEM_ARG_END);
+    lpmprec(ctx, flag, kelmsg::LPM_STEP, 0, LEM_ARG_TEXT, "lpmpfin() - lficit().", LEM_ARG_END);
     rc = -1;
   }
   if (lmmcit(ctx, inst->memsub, inst->rec) != 0) {
-    lpmprec(ctx, flag, 4, 0, LEM_ARG_TEXT, "lpmpfin() - lmmcit().", LEM_ARG_END);
+    lpmprec(ctx, flag, kelmsg::LPM_STEP, 0, LEM_ARG_TEXT, "lpmpfin() - lmmcit().", LEM_ARG_END);
     rc = -1;
   }
   ss_mem_fre(inst->priv);
@@ -253,7 +254,7 @@ KELAPI lpmiftab *lpmloadpkg(lcorectx *ctx, const char *name) {
   lpmreg *reg = reg_of(ctx);
   uint8_t flag = 0;
   if (reg == nullptr || name == nullptr) {
-    lpmprec(ctx, &flag, 6, 0, LEM_ARG_TEXT, "lpmloadpkg().", LEM_ARG_END);
+    lpmprec(ctx, &flag, kelmsg::LPM_NULLARG, 0, LEM_ARG_TEXT, "lpmloadpkg().", LEM_ARG_END);
     return nullptr;
   }
   size_t len = strlen(name);
@@ -270,7 +271,7 @@ KELAPI lpmiftab *lpmloadpkg(lcorectx *ctx, const char *name) {
   if (inst == nullptr) {
     sltsmnr(reg->ts, &reg->blockmx);
     if (lpmpali(ctx, reg, &inst, true, name, len, &flag, false, 0, true) != 0) {
-      lpmprec(ctx, &flag, 30, 0, LEM_ARG_END);
+      lpmprec(ctx, &flag, kelmsg::LPM_NOINST, 0, LEM_ARG_END);
       sltsmnr(reg->ts, &reg->instmx);
       lpmpce(ctx);
       return nullptr;
@@ -305,7 +306,7 @@ KELAPI int32_t lpmdelete(lcorectx *ctx, const char *name) {
   lpmreg *reg = reg_of(ctx);
   uint8_t flag = 0;
   if (reg == nullptr || name == nullptr) {
-    lpmprec(ctx, &flag, 6, 0, LEM_ARG_TEXT, "lpmdelete().", LEM_ARG_END);
+    lpmprec(ctx, &flag, kelmsg::LPM_NULLARG, 0, LEM_ARG_TEXT, "lpmdelete().", LEM_ARG_END);
     return -1;
   }
   size_t len = strlen(name);
@@ -322,10 +323,10 @@ KELAPI int32_t lpmdelete(lcorectx *ctx, const char *name) {
   sltsmnr(reg->ts, &reg->blockmx);
   int32_t rc = 0;
   if (inst == nullptr) {
-    lpmprec(ctx, &flag, 60, 0, LEM_ARG_TEXT, name, LEM_ARG_END);
+    lpmprec(ctx, &flag, kelmsg::LPM_NOTLOADED, 0, LEM_ARG_TEXT, name, LEM_ARG_END);
     rc = -1;
   } else if (lpmpfin(ctx, reg, inst, &flag, true) != 0) {
-    lpmprec(ctx, &flag, 12, 0, LEM_ARG_END);
+    lpmprec(ctx, &flag, kelmsg::LPM_NOFINISH, 0, LEM_ARG_END);
     rc = -1;
   }
   sltsmnr(reg->ts, &reg->instmx);
@@ -339,12 +340,12 @@ KELAPI int32_t lpmcall(lcorectx *ctx, const char *name, int32_t code, void *arg,
   lpmreg *reg = reg_of(ctx);
   uint8_t flag = 0;
   if (reg == nullptr || name == nullptr) {
-    lpmprec(ctx, &flag, 6, 0, LEM_ARG_TEXT, "lpmcall().", LEM_ARG_END);
+    lpmprec(ctx, &flag, kelmsg::LPM_NULLARG, 0, LEM_ARG_TEXT, "lpmcall().", LEM_ARG_END);
     return -1;
   }
   lpminst *inst = nullptr;
   if (lpmpali(ctx, reg, &inst, true, name, strlen(name), &flag, false, 0, false) != 0) {
-    lpmprec(ctx, &flag, 30, 0, LEM_ARG_END);
+    lpmprec(ctx, &flag, kelmsg::LPM_NOINST, 0, LEM_ARG_END);
     lpmpce(ctx);
     return -1;
   }
@@ -358,13 +359,13 @@ KELAPI int32_t lpmcall(lcorectx *ctx, const char *name, int32_t code, void *arg,
   }
   auto *cse = static_cast<lpmcse *>(ss_mem_calc(sizeof(lpmcse)));
   if (cse == nullptr) {
-    lpmprec(ctx, &flag, 2, 0, LEM_ARG_TEXT, "lpmcall(): Out of Memory.", LEM_ARG_END);
+    lpmprec(ctx, &flag, kelmsg::LPM_NOMEM, 0, LEM_ARG_TEXT, "lpmcall(): Out of Memory.", LEM_ARG_END);
     lpmpfin(ctx, reg, inst, &flag, false);
     lpmpce(ctx);
     return -1;
   }
   if (sltstidinit(reg->ts, &cse->tid) != 0 || sltstgi(reg->ts, &cse->tid) != 0) {
-    lpmprec(ctx, &flag, 8, 0, LEM_ARG_TEXT, "lpmcspu(): failure to initialize Thread ID", LEM_ARG_END);
+    lpmprec(ctx, &flag, kelmsg::LPM_THREAD, 0, LEM_ARG_TEXT, "lpmcspu(): failure to initialize Thread ID", LEM_ARG_END);
     ss_mem_fre(cse);
     lpmpfin(ctx, reg, inst, &flag, false);
     lpmpce(ctx);
@@ -386,7 +387,7 @@ KELAPI int32_t lpmcall(lcorectx *ctx, const char *name, int32_t code, void *arg,
     int32_t popped = lpmllre(&reg->calls, &cse->link);
     sltsmnr(reg->ts, &reg->callmx);
     if (popped != 0)
-      lpmprec(ctx, &flag, 3, 10, LEM_ARG_TEXT, "Invalid call stack structure or stack element pointer.", LEM_ARG_END);
+      lpmprec(ctx, &flag, kelmsg::LPM_INTERNAL, 10, LEM_ARG_TEXT, "Invalid call stack structure or stack element pointer.", LEM_ARG_END);
     sltstiddestroy(reg->ts, &cse->tid);
     inst->flags &= ~kInstInCall;
   } else {
@@ -421,16 +422,16 @@ KELAPI void lpmexitprog(lcorectx *ctx, int32_t status) {
   if (cse != nullptr) lpmllre(&reg->calls, &cse->link);
   sltsmnr(reg->ts, &reg->callmx);
   if (cse == nullptr) {
-    lpmprec(ctx, &flag, 120, 0, LEM_ARG_END);
+    lpmprec(ctx, &flag, kelmsg::LPM_EXITNOCALL, 0, LEM_ARG_END);
     slzexit(1);
   }
   if (sltstiddestroy(reg->ts, &cse->tid) != 0) {
-    lpmprec(ctx, &flag, 8, 0, LEM_ARG_TEXT, "lpmexitprog(): failure to destroy Thread ID", LEM_ARG_END);
+    lpmprec(ctx, &flag, kelmsg::LPM_THREAD, 0, LEM_ARG_TEXT, "lpmexitprog(): failure to destroy Thread ID", LEM_ARG_END);
     slzexit(1);
   }
   lpminst *inst = inst_of(cse->ctx);
   if (inst == nullptr || (inst->flags & kInstInCall) == 0 || inst->call != cse) {
-    lpmprec(ctx, &flag, 121, 0, LEM_ARG_END);
+    lpmprec(ctx, &flag, kelmsg::LPM_EXITNOINST, 0, LEM_ARG_END);
     slzexit(1);
   }
   inst->exitstatus = status;
@@ -443,7 +444,7 @@ KELAPI lpmiftab *lpmarrfuncs(lcorectx *ctx, void *object, int32_t count, const l
   lpminst *inst = inst_of(ctx);
   uint8_t flag = 0;
   if (inst == nullptr || inst->block == nullptr || count < 0 || (count > 0 && functions == nullptr)) {
-    lpmprec(ctx, &flag, 6, 0, LEM_ARG_TEXT, "lpmarrfuncs().", LEM_ARG_END);
+    lpmprec(ctx, &flag, kelmsg::LPM_NULLARG, 0, LEM_ARG_TEXT, "lpmarrfuncs().", LEM_ARG_END);
     return nullptr;
   }
   lpmpblk *b = inst->block;
@@ -451,7 +452,7 @@ KELAPI lpmiftab *lpmarrfuncs(lcorectx *ctx, void *object, int32_t count, const l
   size_t n = count > 0 ? static_cast<size_t>(count) : 1;
   auto *ift = static_cast<lpmiftab *>(ss_mem_calc(offsetof(lpmiftab, funcs) + n * sizeof(lpmfunc)));
   if (ift == nullptr) {
-    lpmprec(ctx, &flag, 2, 0, LEM_ARG_TEXT, "lpmarrfuncs(): Out of Memory.", LEM_ARG_END);
+    lpmprec(ctx, &flag, kelmsg::LPM_NOMEM, 0, LEM_ARG_TEXT, "lpmarrfuncs(): Out of Memory.", LEM_ARG_END);
     return nullptr;
   }
   ift->object = object;
@@ -465,13 +466,13 @@ KELAPI void *lpmmkpri(lcorectx *ctx, size_t size) {
   lpminst *inst = inst_of(ctx);
   uint8_t flag = 0;
   if (inst == nullptr) {
-    lpmprec(ctx, &flag, 6, 0, LEM_ARG_TEXT, "lpmmkpri().", LEM_ARG_END);
+    lpmprec(ctx, &flag, kelmsg::LPM_NULLARG, 0, LEM_ARG_TEXT, "lpmmkpri().", LEM_ARG_END);
     return nullptr;
   }
   if (inst->priv != nullptr) return nullptr;
   inst->priv = ss_mem_calc(size);
   if (inst->priv == nullptr)
-    lpmprec(ctx, &flag, 2, 0, LEM_ARG_TEXT, "lpmmkpri(): Out of Memory.", LEM_ARG_END);
+    lpmprec(ctx, &flag, kelmsg::LPM_NOMEM, 0, LEM_ARG_TEXT, "lpmmkpri(): Out of Memory.", LEM_ARG_END);
   return inst->priv;
 }
 

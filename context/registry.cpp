@@ -10,6 +10,7 @@
 // at-term callbacks; saved contexts.
 #include <cstring>
 
+#include "kelmsg_kelcore_lpm.h"
 #include "context/lpm_impl.h"
 
 using namespace lpm_internal;
@@ -112,7 +113,7 @@ KELAPI int32_t lpmrist(lcorectx *ctx, void *handle, int32_t mode) {
     if (reg->self == nullptr) goto free_h;
     reg->ts = sltsini();
     if (reg->ts == nullptr) goto free_self;
-    reg->fac = lwemfaa(lwe, nullptr, "KELCORE", "LPM", 3, 4);
+    reg->fac = lwemfaa(lwe, nullptr, "KELCORE", "LPM", kelmsg::LPM_INTERNAL, kelmsg::LPM_STEP);
     if (reg->fac == nullptr) goto free_ts;
     lpmllil(&reg->blocks);
     if (sltsmxi(reg->ts, &reg->blockmx) != 0) goto free_fac;
@@ -169,7 +170,7 @@ KELAPI int32_t lpmrist(lcorectx *ctx, void *handle, int32_t mode) {
   if (sltsmxd(reg->ts, &reg->self->mx) != 0) rc = -1;
   if (sltsmxd(reg->ts, &reg->savedmx) != 0) rc = -1;
   if (reg->calls.count != 0) {
-    lpmprec(ctx, &flag, 4, 0, LEM_ARG_TEXT, "lpmcste().the stack is not empty", LEM_ARG_END);
+    lpmprec(ctx, &flag, kelmsg::LPM_STEP, 0, LEM_ARG_TEXT, "lpmcste().the stack is not empty", LEM_ARG_END);
     rc = -1;
   }
   if (sltsmxd(reg->ts, &reg->callmx) != 0) rc = -1;
@@ -190,13 +191,13 @@ KELAPI int32_t lpmapd(lcorectx *ctx, const lpmpdesc *rows, int32_t count, int32_
   lpmreg *reg = reg_of(ctx);
   uint8_t flag = 0;
   if (reg == nullptr || rows == nullptr) {
-    lpmprec(ctx, &flag, 6, 0, LEM_ARG_TEXT, "lpmapd().", LEM_ARG_END);
+    lpmprec(ctx, &flag, kelmsg::LPM_NULLARG, 0, LEM_ARG_TEXT, "lpmapd().", LEM_ARG_END);
     return -1;
   }
   sltsmna(reg->ts, &reg->blockmx);
   int32_t rc = slpmadp(ctx, reg->table, rows, count, where, reserved, 1, 1);
   sltsmnr(reg->ts, &reg->blockmx);
-  if (rc == -1) lpmprec(ctx, &flag, 2, 0, LEM_ARG_TEXT, "lpmapd(): Out of Memory.", LEM_ARG_END);
+  if (rc == -1) lpmprec(ctx, &flag, kelmsg::LPM_NOMEM, 0, LEM_ARG_TEXT, "lpmapd(): Out of Memory.", LEM_ARG_END);
   return rc;
 }
 
@@ -215,12 +216,12 @@ KELAPI int32_t lpmsavecompctx(lcorectx *ctx, const char *name, void *context, in
   lpmreg *reg = reg_of(ctx);
   uint8_t flag = 0;
   if (reg == nullptr || name == nullptr) {
-    lpmprec(ctx, &flag, 6, 0, LEM_ARG_TEXT, "lpmsavecompctx().", LEM_ARG_END);
+    lpmprec(ctx, &flag, kelmsg::LPM_NULLARG, 0, LEM_ARG_TEXT, "lpmsavecompctx().", LEM_ARG_END);
     return -1;
   }
   size_t len = strlen(name);
   if (len > kMaxSavedName) {
-    lpmprec(ctx, &flag, 150, 0, LEM_ARG_TEXT, name, LEM_ARG_NUM, int64_t{16}, LEM_ARG_END);
+    lpmprec(ctx, &flag, kelmsg::LPM_SAVELONG, 0, LEM_ARG_TEXT, name, LEM_ARG_NUM, int64_t{16}, LEM_ARG_END);
     return -1;
   }
   int32_t rc = 0;
@@ -238,11 +239,11 @@ KELAPI int32_t lpmsavecompctx(lcorectx *ctx, const char *name, void *context, in
       if (found->saved == nullptr || replace) {
         found->saved = context;
       } else {
-        lpmprec(ctx, &flag, 151, 0, LEM_ARG_TEXT, name, LEM_ARG_END);
+        lpmprec(ctx, &flag, kelmsg::LPM_SAVETAKEN, 0, LEM_ARG_TEXT, name, LEM_ARG_END);
         rc = -1;
       }
     } else if (lpmllre(&reg->saved, &found->link) != 0) {
-      lpmprec(ctx, &flag, 3, 92, LEM_ARG_TEXT, "Invalid list structure or list elelment pointer", LEM_ARG_END);
+      lpmprec(ctx, &flag, kelmsg::LPM_INTERNAL, 92, LEM_ARG_TEXT, "Invalid list structure or list elelment pointer", LEM_ARG_END);
       rc = -1;
     } else {
       ss_mem_fre(found);
@@ -250,7 +251,7 @@ KELAPI int32_t lpmsavecompctx(lcorectx *ctx, const char *name, void *context, in
   } else if (context != nullptr) {
     auto *s = static_cast<lpmsce *>(ss_mem_calc(sizeof(lpmsce)));
     if (s == nullptr) {
-      lpmprec(ctx, &flag, 2, 0, LEM_ARG_TEXT, "lpmsavecompctx(): Out of Memory.", LEM_ARG_END);
+      lpmprec(ctx, &flag, kelmsg::LPM_NOMEM, 0, LEM_ARG_TEXT, "lpmsavecompctx(): Out of Memory.", LEM_ARG_END);
       rc = -1;
     } else {
       s->saved = context;
@@ -268,12 +269,12 @@ KELAPI void *lpmgetcompctx(lcorectx *ctx, const char *name) {
   lpmreg *reg = reg_of(ctx);
   uint8_t flag = 0;
   if (reg == nullptr || name == nullptr) {
-    lpmprec(ctx, &flag, 6, 0, LEM_ARG_TEXT, "lpmgetcompctx().", LEM_ARG_END);
+    lpmprec(ctx, &flag, kelmsg::LPM_NULLARG, 0, LEM_ARG_TEXT, "lpmgetcompctx().", LEM_ARG_END);
     return nullptr;
   }
   size_t len = strlen(name);
   if (len > kMaxSavedName) {
-    lpmprec(ctx, &flag, 91, 0, LEM_ARG_TEXT, name, LEM_ARG_NUM, int64_t{16}, LEM_ARG_END);
+    lpmprec(ctx, &flag, kelmsg::LPM_GETLONG, 0, LEM_ARG_TEXT, name, LEM_ARG_NUM, int64_t{16}, LEM_ARG_END);
     return nullptr;
   }
   void *out = nullptr;
@@ -288,7 +289,7 @@ KELAPI void *lpmgetcompctx(lcorectx *ctx, const char *name) {
     }
   }
   sltsmnr(reg->ts, &reg->savedmx);
-  if (!found) lpmprec(ctx, &flag, 90, 0, LEM_ARG_TEXT, name, LEM_ARG_END);
+  if (!found) lpmprec(ctx, &flag, kelmsg::LPM_NOCTX, 0, LEM_ARG_TEXT, name, LEM_ARG_END);
   lpmpce(ctx);
   return out;
 }

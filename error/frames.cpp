@@ -7,6 +7,7 @@
 #include <csetjmp>
 #include <cstring>
 
+#include "kelmsg_kelcore_lem.h"
 #include "error/lem_impl.h"
 
 using namespace lwem_internal;
@@ -69,7 +70,7 @@ KELAPI lemfctx *lemgfc(void *ctx) {
 KELAPI void lemptfs(lemfctx *fc, lemframe *frame) {
   if (fc == nullptr) return;
   if (frame == nullptr) {
-    own(shared_of(fc->lemctx), 30, "fr", "lemptfs");
+    own(shared_of(fc->lemctx), kelmsg::LEM_BADARG, "fr", "lemptfs");
     return;
   }
   frame->prev = fc->top;
@@ -80,7 +81,7 @@ KELAPI void lemptfs(lemfctx *fc, lemframe *frame) {
 KELAPI void lemptfr(lemfctx *fc, lemframe *frame) {
   if (fc == nullptr) return;
   if (frame == nullptr) {
-    own(shared_of(fc->lemctx), 30, "fr", "lemptfr");
+    own(shared_of(fc->lemctx), kelmsg::LEM_BADARG, "fr", "lemptfr");
     return;
   }
   if (fc->top != frame) return;
@@ -111,7 +112,7 @@ KELAPI void lemptrs(lemfctx *fc) {
   }
   if (msg < 0) {
     // Sub-code 1: the internal-error message with sub-code 0 is refused.
-    lwemrec(sh->lwe, sh->fac, 900, 1, 1, LEM_ARG_TEXT, "lemptrs", LEM_ARG_END);
+    lwemrec(sh->lwe, sh->fac, kelmsg::LEM_RETHROW, 1, 1, LEM_ARG_TEXT, "lemptrs", LEM_ARG_END);
     return;
   }
   throw_to(fc, fac, msg, 0);
@@ -136,11 +137,11 @@ KELAPI void lemtiv(lemfctx *fc, lemfac *fac, int32_t subcode, int32_t sev, va_li
   if (fc == nullptr) return;
   lemshared *sh = shared_of(fc->lemctx);
   if (subcode == 0) {
-    own(sh, 30, "ec", "lemtic");
+    own(sh, kelmsg::LEM_BADARG, "ec", "lemtic");
     return;
   }
   if (sev <= 0) {
-    own(sh, 30, "sv", "lemtic");
+    own(sh, kelmsg::LEM_BADARG, "sv", "lemtic");
     return;
   }
   lemriv(fc->lemctx, fac, subcode, sev, ap);

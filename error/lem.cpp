@@ -15,6 +15,7 @@
 #include <cstring>
 #include <new>
 
+#include "kelmsg_kelcore_lem.h"
 #include "error/lem_impl.h"
 #include "error/lsf_impl.h"
 #include "lx.h"
@@ -81,7 +82,7 @@ KELAPI int32_t lemrist(lcorectx *ctx, void *handle, int32_t mode) {
       ss_mem_fre(sh);
       return -1;
     }
-    sh->fac = lwemfaa(lwe, nullptr, "KELCORE", "LEM", 900, 901);
+    sh->fac = lwemfaa(lwe, nullptr, "KELCORE", "LEM", kelmsg::LEM_RETHROW, kelmsg::LEM_FAIL);
     lemctx *h = sh->fac ? make_handle(sh) : nullptr;
     if (h == nullptr) {
       if (sh->fac) lwemfaf(lwe, sh->fac);
@@ -352,7 +353,7 @@ KELAPI int32_t lemgem(void *ctx, int32_t i, char *buf, size_t len) {
   lemshared *sh = shared_of(ctx);
   if (sh == nullptr || i < 1) return 0;
   if (len < 1 || buf == nullptr) {
-    own(sh, 30, "length", "lempgem");
+    own(sh, kelmsg::LEM_BADARG, "length", "lempgem");
     return 0;
   }
   buf[0] = '\0';
@@ -361,11 +362,11 @@ KELAPI int32_t lemgem(void *ctx, int32_t i, char *buf, size_t len) {
   if (r == nullptr) return 0;
   if (r->type == LEM_TYPE_OSERR) return static_cast<int32_t>(slcgems(static_cast<int32_t>(r->syserr), buf, len));
   if (r->type != LEM_TYPE_MSG) {
-    own(sh, 33, "lempgem", "Unknown exception type");
+    own(sh, kelmsg::LEM_BADREC, "lempgem", "Unknown exception type");
     return 0;
   }
   if (r->fac == nullptr) {
-    own(sh, 33, "lempgem", "NULL facility name");
+    own(sh, kelmsg::LEM_BADREC, "lempgem", "NULL facility name");
     return 0;
   }
   char fac[11] = {0}, prod[11] = {0};

@@ -4,6 +4,7 @@
 // instance gets a context of its own that points at the library's, so that
 // files it opens can later be tracked and closed with the instance.
 #include "error/lwem_impl.h"
+#include "kelmsg_kelcore_lfi.h"
 #include "lfi.h"
 #include "sl.h"
 
@@ -36,7 +37,7 @@ KELAPI int32_t lfirist(lcorectx *ctx, void *handle, int32_t mode) {
   if (mode == 0) {
     auto *c = static_cast<lfictx *>(ss_mem_calc(sizeof(lfictx)));
     if (c == nullptr) return -1;
-    c->fac = lwemfaa(lwe, nullptr, "KELCORE", "LFI", 3, 4);
+    c->fac = lwemfaa(lwe, nullptr, "KELCORE", "LFI", kelmsg::LFI_INTERNAL, kelmsg::LFI_FAIL);
     if (c->fac == nullptr) {
       ss_mem_fre(c);
       return -1;

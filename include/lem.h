@@ -15,6 +15,11 @@
  *
  * Thread safety: every function may be called from many threads at once;
  * each thread sees only its own records. Frame contexts are per thread.
+ *
+ * Capacity: the stacks of all threads together hold at most 4096 records;
+ * beyond that the oldest record of any thread is dropped, so that a program
+ * that never clears its stacks cannot grow them without bound. Text pointers
+ * returned by lemgnp are valid while their record exists.
  */
 #ifndef LEM_H
 #define LEM_H

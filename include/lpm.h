@@ -8,6 +8,20 @@
  * not thread-safe: call them from one thread while no other thread uses the
  * library. Everything else in this header is thread-safe.
  *
+ * A typical program:
+ *
+ *   lcorectx *ctx = lpminit();
+ *   void *mctx = ctx->lmmctx;                    (memory: lmm.h)
+ *   void *p = lmmmalloc(mctx, lmmtophp(mctx), 100, 0, __FILE__, __LINE__);
+ *   lemfac *fac = lemfaa(ctx->lemctx, NULL, "MYPROD", "MYF", 3, 4);   (errors: lem.h)
+ *   if (p == NULL) {
+ *     char msg[512];
+ *     lemgem(ctx->lemctx, 1, msg, sizeof msg);   (newest record of this thread)
+ *   }
+ *   lmmfree(mctx, lmmtophp(mctx), p, 0);
+ *   lemfaf(ctx->lemctx, fac);
+ *   lpmterm(ctx);
+ *
  * Results: 0 for success and -1 for failure unless a function says otherwise;
  * pointer results are null on failure. The reason of a failure is recorded on
  * the calling thread's error stack (facility "LPM" of product "KELCORE", read

@@ -2,6 +2,12 @@
  * lx.h - kelnls10, the national-language-support library: character sets and
  * classes, language environments, territory information and message
  * catalogues. kelcore10 imports it; applications may call it directly.
+ *
+ * Thread safety: every function may be called from many threads at once.
+ * Environments and catalogue handles do not change once made, so many
+ * threads may share one; a global context may be used by many threads until
+ * lxlterm, which must not race with other use of it. No function here keeps
+ * an error state: failures are the results described at each declaration.
  */
 #ifndef LX_H
 #define LX_H

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <new>
 
+#include "kelmsg_kelcore_lmm.h"
 #include "memory/lmm_impl.h"
 #include "memory/models_impl.h"
 
@@ -30,7 +31,7 @@ void rec(lmmctx *c, uint8_t *flag, int32_t msg, int32_t sub, ...) noexcept {
 }
 
 void fail(lmmctx *c, int32_t sub, const char *text) noexcept {
-  rec(c, nullptr, 3, sub, LEM_ARG_TEXT, text, LEM_ARG_END);
+  rec(c, nullptr, kelmsg::LMM_INTERNAL, sub, LEM_ARG_TEXT, text, LEM_ARG_END);
 }
 
 // ------------------------------------------------ extents and model state
@@ -92,7 +93,7 @@ class HeapLock {
 };
 
 // Quick paths of a heap without a lock: a small request of a standard heap
-// that its class list can serve, a request that a fast heap's current
+// that its class list or its current chunk can serve, a request that a fast heap's current
 // extent can hold, and the free of a small block that leaves its chunk in
 // use. Everything else goes through the model's table.
 inline void *quick_alloc(lmmheap *h, size_t n) noexcept {
@@ -102,7 +103,19 @@ inline void *quick_alloc(lmmheap *h, size_t n) noexcept {
   auto *m = static_cast<stmodel *>(h->model);
   int k = class_of(n);
   sfree *f = m->cls[k];
-  if (f == nullptr) return nullptr;
+  if (f == nullptr) {
+    // Carve from the current chunk while it has room.
+    chunk *ch = m->clast;
+    size_t need = kClassSize[k] + kSmallHdr;
+    if (ch == nullptr || ch->room < need) return nullptr;
+    ch->inuse++;
+    ch->room -= need;
+    char *user = ch->free + kSmallHdr;
+    ch->free += need;
+    chunk_of(user) = ch;
+    tag_of(user) = static_cast<uint8_t>(k | kInUse);
+    return user;
+  }
   m->cls[k] = f->next;
   if (f->next) f->next->prev = nullptr;
   chunk_of(f)->inuse++;
@@ -132,15 +145,16 @@ inline bool quick_free(lmmheap *h, void *p) noexcept {
 
 enum class Call { Malloc, Calloc, Valloc };
 
-void *alloc_call(Call kind, void *mctx, lmmheap *heap, size_t size, uint32_t flags, const char *name) {
+[[gnu::noinline]] void *alloc_call(Call kind, void *mctx, lmmheap *heap, size_t size, uint32_t flags,
+                                   const char *name) {
   lmmctx *c = ctx_of(mctx);
   uint8_t flag = 0;
   if (c == nullptr || heap == nullptr || size == 0) {
-    rec(c, op_flag(flags, &flag), 33, 0, LEM_ARG_TEXT, name, LEM_ARG_END);
+    rec(c, op_flag(flags, &flag), kelmsg::LMM_BADARG, 0, LEM_ARG_TEXT, name, LEM_ARG_END);
     return nullptr;
   }
   if (size > LMM_MAX_REQUEST) {
-    rec(c, op_flag(flags, &flag), 34, 0, LEM_ARG_TEXT, name, LEM_ARG_END);
+    rec(c, op_flag(flags, &flag), kelmsg::LMM_TOOBIG, 0, LEM_ARG_TEXT, name, LEM_ARG_END);
     return nullptr;
   }
   void *p;
@@ -151,7 +165,7 @@ void *alloc_call(Call kind, void *mctx, lmmheap *heap, size_t size, uint32_t fla
                                : heap->ops->valloc(c, heap, size, flags);
   }
   if (p == nullptr)
-    rec(c, op_flag(flags, &flag), 3, 120, LEM_ARG_TEXT, "Underlying model-specific malloc call failed", LEM_ARG_END);
+    rec(c, op_flag(flags, &flag), kelmsg::LMM_INTERNAL, 120, LEM_ARG_TEXT, "Underlying model-specific malloc call failed", LEM_ARG_END);
   return p;
 }
 
@@ -166,7 +180,7 @@ KELAPI int32_t lmmhpinit(void *mctx, lmmheap **heap, lmmheap *parent, uint32_t f
   lmmctx *c = ctx_of(mctx);
   uint8_t flag = 0;
   if (c == nullptr || heap == nullptr || parent == nullptr) {
-    rec(c, &flag, 33, 0, LEM_ARG_TEXT, "lmmhpinit", LEM_ARG_END);
+    rec(c, &flag, kelmsg::LMM_BADARG, 0, LEM_ARG_TEXT, "lmmhpinit", LEM_ARG_END);
     return -1;
   }
   lmmheap *h = *heap;
@@ -174,7 +188,7 @@ KELAPI int32_t lmmhpinit(void *mctx, lmmheap **heap, lmmheap *parent, uint32_t f
   if (own) {
     h = static_cast<lmmheap *>(lmmmalloc(c, parent, sizeof(lmmheap), kOwnAlloc, "lmmhpinit", line));
     if (h == nullptr) {
-      rec(c, &flag, 3, 61, LEM_ARG_TEXT, "Unable to allocate memory in lmmhpinit", LEM_ARG_END);
+      rec(c, &flag, kelmsg::LMM_INTERNAL, 61, LEM_ARG_TEXT, "Unable to allocate memory in lmmhpinit", LEM_ARG_END);
       return -1;
     }
   }
@@ -185,14 +199,14 @@ KELAPI int32_t lmmhpinit(void *mctx, lmmheap **heap, lmmheap *parent, uint32_t f
   if ((flags & LMM_HP_NOLOCK) == 0) {
     h->locking = 1;
     if (sltsmxi(c->ts, &h->mutex) != 0) {
-      rec(c, &flag, 3, 330, LEM_ARG_TEXT, "Unable to initialize mutex in lmmhpinit", LEM_ARG_END);
+      rec(c, &flag, kelmsg::LMM_INTERNAL, 330, LEM_ARG_TEXT, "Unable to initialize mutex in lmmhpinit", LEM_ARG_END);
       if (own) lmmfree(c, parent, h, kOwnFree);
       return -1;
     }
   }
   h->ops = model != nullptr ? model : lmmgetstmfp();
   if (h->ops->inithp(c, h, flags) != 0) {
-    rec(c, &flag, 3, 60, LEM_ARG_TEXT, "lmmhpinit fail due to underlying init heap fail", LEM_ARG_END);
+    rec(c, &flag, kelmsg::LMM_INTERNAL, 60, LEM_ARG_TEXT, "lmmhpinit fail due to underlying init heap fail", LEM_ARG_END);
     if (h->locking) sltsmxd(c->ts, &h->mutex);
     if (own) lmmfree(c, parent, h, kOwnFree);
     return -1;
@@ -205,7 +219,7 @@ KELAPI int32_t lmmhpfree(void *mctx, lmmheap *heap, uint32_t flags) {
   lmmctx *c = ctx_of(mctx);
   uint8_t flag = 0;
   if (c == nullptr || heap == nullptr) {
-    rec(c, &flag, 33, 0, LEM_ARG_TEXT, "lmmhpfree", LEM_ARG_END);
+    rec(c, &flag, kelmsg::LMM_BADARG, 0, LEM_ARG_TEXT, "lmmhpfree", LEM_ARG_END);
     return -1;
   }
   int32_t rc = 0;
@@ -222,23 +236,12 @@ KELAPI int32_t lmmhpfree(void *mctx, lmmheap *heap, uint32_t flags) {
 // -------------------------------------------------------- allocation calls
 
 KELAPI void *lmmmalloc(void *mctx, lmmheap *heap, size_t size, uint32_t flags, const char *comment, int32_t line) {
-  // The common case straight through; anything unusual takes the checked
-  // path, which records what is wrong.
+  // The common case inline; everything else (locking heaps, new chunks and
+  // extents, bad arguments, failures) takes the checked path out of line.
   auto *c = static_cast<lmmctx *>(mctx);
-  if (c != nullptr && heap != nullptr && size - 1 < LMM_MAX_REQUEST && c->magic == kCtxMagic) [[likely]] {
-    void *p;
-    if (!heap->locking) {
-      if ((p = quick_alloc(heap, size)) != nullptr) [[likely]] return p;
-      p = heap->ops->malloc(c, heap, size, flags);
-    } else {
-      sltsmna(c->ts, &heap->mutex);
-      p = heap->ops->malloc(c, heap, size, flags);
-      sltsmnr(c->ts, &heap->mutex);
-    }
-    if (p != nullptr) [[likely]] return p;
-    uint8_t flag = 0;
-    rec(c, op_flag(flags, &flag), 3, 120, LEM_ARG_TEXT, "Underlying model-specific malloc call failed", LEM_ARG_END);
-    return nullptr;
+  if (c != nullptr && heap != nullptr && size - 1 < LMM_MAX_REQUEST && !heap->locking && c->magic == kCtxMagic)
+      [[likely]] {
+    if (void *p = quick_alloc(heap, size)) [[likely]] return p;
   }
   return alloc_call(Call::Malloc, mctx, heap, size, flags, "lmmmalloc");
 }
@@ -256,11 +259,11 @@ KELAPI void *lmmrealloc(void *mctx, lmmheap *heap, void *ptr, size_t size, uint3
   lmmctx *c = ctx_of(mctx);
   uint8_t flag = 0;
   if (c == nullptr || heap == nullptr || size == 0) {
-    rec(c, &flag, 33, 0, LEM_ARG_TEXT, "lmmrealloc", LEM_ARG_END);
+    rec(c, &flag, kelmsg::LMM_BADARG, 0, LEM_ARG_TEXT, "lmmrealloc", LEM_ARG_END);
     return nullptr;
   }
   if (size > LMM_MAX_REQUEST) {
-    rec(c, &flag, 34, 0, LEM_ARG_TEXT, "lmmrealloc", LEM_ARG_END);
+    rec(c, &flag, kelmsg::LMM_TOOBIG, 0, LEM_ARG_TEXT, "lmmrealloc", LEM_ARG_END);
     return nullptr;
   }
   void *p;
@@ -269,20 +272,23 @@ KELAPI void *lmmrealloc(void *mctx, lmmheap *heap, void *ptr, size_t size, uint3
     p = heap->ops->realloc(c, heap, ptr, size, flags);
   }
   if (p == nullptr)
-    rec(c, &flag, 3, 120, LEM_ARG_TEXT, "Underlying model-specific malloc call failed", LEM_ARG_END);
+    rec(c, &flag, kelmsg::LMM_INTERNAL, 120, LEM_ARG_TEXT, "Underlying model-specific malloc call failed", LEM_ARG_END);
   return p;
 }
 
-KELAPI int32_t lmmfree(void *mctx, lmmheap *heap, void *ptr, uint32_t flags) {
+}  // extern "C"
+
+namespace {
+
+[[gnu::noinline]] int32_t free_call(void *mctx, lmmheap *heap, void *ptr, uint32_t flags) {
   lmmctx *c = ctx_of(mctx);
   uint8_t flag = 0;
   if (c == nullptr || heap == nullptr || ptr == nullptr) {
-    rec(c, op_flag(flags, &flag), 33, 0, LEM_ARG_TEXT, "lmmfree", LEM_ARG_END);
+    rec(c, op_flag(flags, &flag), kelmsg::LMM_BADARG, 0, LEM_ARG_TEXT, "lmmfree", LEM_ARG_END);
     return -1;
   }
   int32_t rc;
-  if (!heap->locking && heap->objlist == nullptr) [[likely]] {
-    if (quick_free(heap, ptr)) [[likely]] return 0;
+  if (!heap->locking && heap->objlist == nullptr) {
     rc = heap->ops->free(c, heap, ptr, flags);
   } else {
     HeapLock lock(c, heap);
@@ -290,10 +296,21 @@ KELAPI int32_t lmmfree(void *mctx, lmmheap *heap, void *ptr, uint32_t flags) {
     if (rc == 1) rc = heap->ops->free(c, heap, ptr, flags);
   }
   if (rc != 0) {
-    rec(c, op_flag(flags, &flag), 3, 240, LEM_ARG_TEXT, "Underyling model-specific free call fail", LEM_ARG_END);
+    rec(c, op_flag(flags, &flag), kelmsg::LMM_INTERNAL, 240, LEM_ARG_TEXT, "Underyling model-specific free call fail", LEM_ARG_END);
     return -1;
   }
   return 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+KELAPI int32_t lmmfree(void *mctx, lmmheap *heap, void *ptr, uint32_t flags) {
+  if (mctx != nullptr && heap != nullptr && ptr != nullptr && !heap->locking && heap->objlist == nullptr &&
+      quick_free(heap, ptr)) [[likely]]
+    return 0;
+  return free_call(mctx, heap, ptr, flags);
 }
 
 KELAPI lmmheap *lmmtophp(void *mctx) {
@@ -307,7 +324,7 @@ KELAPI int32_t lmmrist(lcorectx *ctx, void *handle, int32_t mode) {
   if (ctx == nullptr) return -1;
   auto *lwe = static_cast<lwectx *>(ctx->lwemctx);
   if (mode == 0) {
-    lemfac *fac = lwemfaa(lwe, nullptr, "KELCORE", "LMM", 3, 4);
+    lemfac *fac = lwemfaa(lwe, nullptr, "KELCORE", "LMM", kelmsg::LMM_INTERNAL, kelmsg::LMM_FAIL);
     if (fac == nullptr) return -1;
     // The records are built in a fixed order; a failure undoes them all.
     void *product = ss_mem_calc(64);
@@ -350,8 +367,8 @@ KELAPI int32_t lmmrist(lcorectx *ctx, void *handle, int32_t mode) {
       }
     }
     if (why != nullptr) {
-      rec(&tmp, &flag, 3, sub, LEM_ARG_TEXT, why, LEM_ARG_END);
-      rec(&tmp, &flag, 35, 0, LEM_ARG_TEXT, "lmmrist", LEM_ARG_END);
+      rec(&tmp, &flag, kelmsg::LMM_INTERNAL, sub, LEM_ARG_TEXT, why, LEM_ARG_END);
+      rec(&tmp, &flag, kelmsg::LMM_START, 0, LEM_ARG_TEXT, "lmmrist", LEM_ARG_END);
       ss_mem_fre(primary);
       ss_mem_fre(priv);
       ss_mem_fre(c);
@@ -373,7 +390,7 @@ KELAPI int32_t lmmrist(lcorectx *ctx, void *handle, int32_t mode) {
     fail(c, 331, "Unable to destroy lock in lmmrist");
     rc = -1;
   }
-  if (rc != 0) rec(c, &flag, 36, 0, LEM_ARG_TEXT, "lmmrist", LEM_ARG_END);
+  if (rc != 0) rec(c, &flag, kelmsg::LMM_STOP, 0, LEM_ARG_TEXT, "lmmrist", LEM_ARG_END);
   lemfac *fac = c->fac;
   ss_mem_fre(c->primary);
   ss_mem_fre(c->priv);

@@ -5,6 +5,7 @@
 // that never used the lists answers at once.
 #include <cstring>
 
+#include "kelmsg_kelcore_lmm.h"
 #include "memory/lmm_impl.h"
 
 using namespace lmm_internal;
@@ -59,14 +60,14 @@ class Lock {
 void *listed(void *mctx, lmmheap *heap, size_t size, size_t align, bool zero, uint32_t flags) {
   lmmctx *c = ctx_of(mctx);
   if (c == nullptr || heap == nullptr || size == 0 || size > LMM_MAX_REQUEST) {
-    rec(c, nullptr, 33, 0, LEM_ARG_TEXT, "lmmomallocblklist", LEM_ARG_END);
+    rec(c, nullptr, kelmsg::LMM_BADARG, 0, LEM_ARG_TEXT, "lmmomallocblklist", LEM_ARG_END);
     return nullptr;
   }
   Lock lock(c, heap);
   size_t total = size + sizeof(objnode) + align;
   auto *real = static_cast<char *>(heap->ops->malloc(c, heap, total, flags));
   if (real == nullptr) {
-    rec(c, nullptr, 3, 120, LEM_ARG_TEXT, "Underlying model-specific malloc call failed", LEM_ARG_END);
+    rec(c, nullptr, kelmsg::LMM_INTERNAL, 120, LEM_ARG_TEXT, "Underlying model-specific malloc call failed", LEM_ARG_END);
     return nullptr;
   }
   char *user = real + sizeof(objnode);
@@ -128,7 +129,7 @@ KELAPI void *lmmoreallocblklist(void *mctx, lmmheap *heap, void *ptr, size_t siz
     Lock lock(c, heap);
     objnode *n = find_node(heap, ptr);
     if (n == nullptr) {
-      rec(c, nullptr, 33, 0, LEM_ARG_TEXT, "lmmoreallocblklist", LEM_ARG_END);
+      rec(c, nullptr, kelmsg::LMM_BADARG, 0, LEM_ARG_TEXT, "lmmoreallocblklist", LEM_ARG_END);
       return nullptr;
     }
     have = n->size;

@@ -30,6 +30,7 @@
 #include <bit>
 #include <cstring>
 
+#include "kelmsg_kelcore_lmm.h"
 #include "memory/lmm_impl.h"
 #include "memory/models_impl.h"
 
@@ -374,14 +375,14 @@ int32_t st_free(void *mctx, lmmheap *heap, void *p, uint32_t flags) {
   auto *m = static_cast<stmodel *>(heap->model);
   uint8_t t = tag_of(p);
   if (!valid_tag(t)) {
-    rec(c, nullptr, 33, 0, LEM_ARG_TEXT, "lmmfree", LEM_ARG_END);
+    rec(c, nullptr, kelmsg::LMM_BADARG, 0, LEM_ARG_TEXT, "lmmfree", LEM_ARG_END);
     return -1;
   }
   if ((t & 7) == kAligned) {
     p = static_cast<char *>(p) - *reinterpret_cast<size_t *>(static_cast<char *>(p) - 8);
     t = tag_of(p);
     if (!valid_tag(t) || (t & 7) == kAligned) {
-      rec(c, nullptr, 33, 0, LEM_ARG_TEXT, "lmmfree", LEM_ARG_END);
+      rec(c, nullptr, kelmsg::LMM_BADARG, 0, LEM_ARG_TEXT, "lmmfree", LEM_ARG_END);
       return -1;
     }
   }

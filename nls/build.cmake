@@ -1,14 +1,28 @@
 # The message catalogues: every nls/messages/<product>_<facility>.msg is
-# compiled into kelnls10 as its built-in text; an installation may replace a
-# file under $KELTAR_HOME/<product>/mesg/.
+# compiled into kelnls10 as its built-in text (an installation may replace a
+# file under $KELTAR_HOME/<product>/mesg/), and gives a header of named
+# message numbers, kelmsg_<product>_<facility>.h, for the code that records
+# those messages.
 find_package(Python3 COMPONENTS Interpreter REQUIRED)
 file(GLOB KEL_MSG_FILES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/nls/messages/*.msg)
+set(KEL_MSG_DIR ${PROJECT_BINARY_DIR}/nls/gen)
 set(KEL_MSG_CPP ${PROJECT_BINARY_DIR}/nls/catalogues.cpp)
+set(KEL_MSG_HEADERS)
+foreach(f IN LISTS KEL_MSG_FILES)
+  get_filename_component(stem ${f} NAME_WE)
+  string(TOLOWER ${stem} stem)
+  list(APPEND KEL_MSG_HEADERS ${KEL_MSG_DIR}/kelmsg_${stem}.h)
+endforeach()
+file(MAKE_DIRECTORY ${KEL_MSG_DIR})
 add_custom_command(
-  OUTPUT ${KEL_MSG_CPP}
-  COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/nls
-  COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/nls/gen_catalogues.py ${KEL_MSG_CPP} ${KEL_MSG_FILES}
+  OUTPUT ${KEL_MSG_CPP} ${KEL_MSG_HEADERS}
+  COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/nls/gen_catalogues.py ${KEL_MSG_CPP} ${KEL_MSG_DIR}
+          ${KEL_MSG_FILES}
   DEPENDS ${PROJECT_SOURCE_DIR}/nls/gen_catalogues.py ${KEL_MSG_FILES}
   COMMENT "Compiling message catalogues"
   VERBATIM)
+add_custom_target(kel_messages DEPENDS ${KEL_MSG_CPP} ${KEL_MSG_HEADERS})
 target_sources(kelnls10_objs PRIVATE ${KEL_MSG_CPP})
+add_dependencies(kelcore10_objs kel_messages)
+target_include_directories(kelcore10_objs PRIVATE ${KEL_MSG_DIR})
+target_include_directories(kelcore10_static PUBLIC ${KEL_MSG_DIR})

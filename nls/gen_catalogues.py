@@ -1,12 +1,17 @@
 #!/usr/bin/env python3
 """Compiles the message files (nls/messages/<product>_<facility>.msg) into a
-C++ source holding the built-in catalogues. Each line of a message file is
-"number, text"; '#' starts a comment line. Numbers must be unique and are
-emitted in ascending order so that the library can search them."""
+C++ source holding the built-in catalogues, and one header per file with the
+message numbers as named constants, so that code and catalogue share one
+list. Each line of a message file is "number, text"; '#' starts a comment
+line, and a comment "#: NAME" names the message on the next line. Numbers
+must be unique and are emitted in ascending order so that the library can
+search them.
+
+usage: gen_catalogues.py OUT.cpp HEADER_DIR FILE.msg..."""
 import pathlib
 import sys
 
-out, *files = sys.argv[1:]
+out, hdrdir, *files = sys.argv[1:]
 cats = []
 for f in sorted(files):
     p = pathlib.Path(f)
@@ -14,7 +19,14 @@ for f in sorted(files):
     if not product:
         sys.exit(f"{f}: file name must be <product>_<facility>.msg")
     seen = {}
+    names = {}
+    pending = None
     for n, line in enumerate(p.read_text(encoding="ascii").splitlines(), 1):
+        if line.startswith("#:"):
+            pending = line[2:].strip()
+            if not pending.isidentifier():
+                sys.exit(f"{f}:{n}: bad message name {pending!r}")
+            continue
         if not line.strip() or line.lstrip().startswith("#"):
             continue
         num, sep, text = line.partition(",")
@@ -24,7 +36,21 @@ for f in sorted(files):
         if k in seen:
             sys.exit(f"{f}:{n}: message {k} defined twice")
         seen[k] = text[1:] if text.startswith(" ") else text
+        if pending:
+            if pending in names:
+                sys.exit(f"{f}:{n}: message name {pending} used twice")
+            names[pending] = k
+            pending = None
     cats.append((product.lower(), facility.lower(), sorted(seen.items())))
+    guard = f"KEL_MSG_{product.upper()}_{facility.upper()}_H"
+    hdr = [f"// Generated from nls/messages/{p.name} by nls/gen_catalogues.py; do not edit.",
+           f"#ifndef {guard}", f"#define {guard}", "", "#include <cstdint>", "", "namespace kelmsg {"]
+    hdr += [f"constexpr int32_t {name} = {num};" for name, num in names.items()]
+    hdr += ["}  // namespace kelmsg", "", "#endif"]
+    hpath = pathlib.Path(hdrdir) / f"kelmsg_{product.lower()}_{facility.lower()}.h"
+    text = "\n".join(hdr) + "\n"
+    if not hpath.exists() or hpath.read_text() != text:
+        hpath.write_text(text)
 
 def cstr(s):
     return '"' + s.replace("\\", "\\\\").replace('"', '\\"') + '"'

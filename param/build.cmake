@@ -1,6 +1,5 @@
 # Parameter family: the parser tables come from the grammar through bison and
-# are packed by gen_tables.py; the status constants come from the LRM
-# message file. Both are generated into the build tree at build time.
+# are packed by gen_tables.py into the build tree at build time.
 find_package(Python3 COMPONENTS Interpreter REQUIRED)
 find_program(KEL_BISON bison REQUIRED)
 set(KEL_PARAM_GEN ${PROJECT_BINARY_DIR}/gen)
@@ -14,13 +13,6 @@ add_custom_command(
   DEPENDS ${PROJECT_SOURCE_DIR}/param/lrmpzp.y ${PROJECT_SOURCE_DIR}/param/gen_tables.py
   COMMENT "Generating the parameter parser tables"
   VERBATIM)
-add_custom_command(
-  OUTPUT ${KEL_PARAM_GEN}/param/lrm_status_impl.h
-  COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/param/gen_status.py
-          ${PROJECT_SOURCE_DIR}/nls/messages/kelcore_lrm.msg ${KEL_PARAM_GEN}/param/lrm_status_impl.h
-  DEPENDS ${PROJECT_SOURCE_DIR}/param/gen_status.py ${PROJECT_SOURCE_DIR}/nls/messages/kelcore_lrm.msg
-  COMMENT "Generating the parameter status constants"
-  VERBATIM)
-target_sources(kelcore10_objs PRIVATE ${KEL_PARAM_GEN}/param/lrmpzp_tables.cpp ${KEL_PARAM_GEN}/param/lrm_status_impl.h)
+target_sources(kelcore10_objs PRIVATE ${KEL_PARAM_GEN}/param/lrmpzp_tables.cpp)
 target_include_directories(kelcore10_objs PRIVATE ${KEL_PARAM_GEN})
 target_include_directories(kelcore10_static PUBLIC ${KEL_PARAM_GEN})

@@ -90,6 +90,7 @@ TEST(Start, MemoryOptionSetsTheExtentOfTheCallersHeap) {
 // (families already started stay so, deliberately), or succeeds. Run in a
 // child so that what a failed start leaves behind is not reported as lost.
 TEST(Start, FailingStartReturnsNull) {
+  if (slfaultarm(SL_FAULT_MEM, 0, 0) != 0) GTEST_SKIP() << "a build without fault points";
   for (int64_t nth = 1; nth < 40; nth++) {
     EXPECT_EXIT(
         {
@@ -327,6 +328,7 @@ TEST_F(Package, ConcurrentCallsFromManyThreads) {
 // gives null or -1 with a record on the stack, and the package manager is
 // usable afterwards (nothing left half-made; asan checks for leaks).
 TEST_F(Package, EveryFailureOfLoadAndCallIsClean) {
+  if (slfaultarm(SL_FAULT_MEM, 0, 0) != 0) GTEST_SKIP() << "a build without fault points";
   for (int32_t point : {SL_FAULT_MEM, SL_FAULT_CS_INIT, SL_FAULT_TID, SL_FAULT_DLOPEN}) {
     int64_t nth = 1;
     for (;; nth++) {

@@ -217,6 +217,13 @@ TEST_F(Errors, ThreadsSeeOnlyTheirOwnRecords) {
   EXPECT_EQ(lemged(lem), 1) << "other threads' records are not ours";
 }
 
+TEST_F(Errors, OldestRecordsGoPastTheCapacity) {
+  for (int k = 1; k <= 5000; k++) lemrec(lem, fac, 31, k, LEM_ARG_END);
+  EXPECT_EQ(lemged(lem), 4096);
+  EXPECT_EQ(lemgsv(lem, 1), 5000) << "the newest stays";
+  EXPECT_EQ(lemgsv(lem, 4096), 5000 - 4095) << "the oldest went";
+}
+
 // ------------------------------------------------------------------ frames
 
 TEST_F(Errors, ThrowIntoFrame) {

@@ -372,6 +372,7 @@ TEST_F(Heaps, SharedHeapFromManyThreads) {
 // fails cleanly with LMM's record on the stack, or succeeds; the heap stays
 // usable and nothing leaks.
 TEST_F(Heaps, EveryAllocationFailureIsClean) {
+  if (slfaultarm(SL_FAULT_MEM, 0, 0) != 0) GTEST_SKIP() << "a build without fault points";
   for (const lmmmfp *model : {lmmgetstmfp(), lmmgetfsmfp()}) {
     for (int64_t nth = 1;; nth++) {
       SCOPED_TRACE(nth);

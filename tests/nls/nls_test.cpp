@@ -142,7 +142,7 @@ TEST(Nls, AmericanItems) {
 // Conversions from UTF-8 into every set, compared with Python's encoders
 // (errors='replace'), and back.
 TEST(Nls, ConversionsMatchPython) {
-  const char *samples[] = {"plain ASCII text 0123", "Caf\xc3\xa9 cr\xc3\xa8me br\xc3\xbbl\xc3\xa9e \xc3\x9f\xc3\xbf",
+  const char *samples[] = {"plain ASCII text 0123", "Caf\xc3\xa9 cr\xc3\xa8me br\xc3\xbbl\xc3\xa9" "e \xc3\x9f\xc3\xbf",
                            "\xe2\x82\xac and \xe4\xb8\xad\xe6\x96\x87", "astral \xf0\x9f\x98\x80!", "",
                            "{[|]}~^`\\@#$%&*"};
   struct Set {
