@@ -1,0 +1,429 @@
+// Key sets: declaration, name matching with abbreviations and built-in
+// keys, the help listing, and the conversions of value text to typed values.
+#include <cstdio>
+#include <cstring>
+
+#include "lsr.h"
+#include "param/lrm_impl.h"
+
+namespace lrm_internal {
+
+const char *const kBuiltinNames[kBuiltins] = {"help", "usage", "?", "version"};
+
+namespace {
+
+inline bool case_sensitive(const lrmctx_rec *c) { return c->set != nullptr && (c->set->flags & LRM_KS_CASE); }
+
+inline uint8_t fold(const lrmctx_rec *c, uint8_t b) { return c->upper[b]; }
+
+// Compares the first n bytes of a and b by the set's rules.
+bool prefix_equal(const lrmctx_rec *c, const char *a, const char *b, size_t n) {
+  if (case_sensitive(c)) return memcmp(a, b, n) == 0;
+  for (size_t i = 0; i < n; i++)
+    if (fold(c, static_cast<uint8_t>(a[i])) != fold(c, static_cast<uint8_t>(b[i]))) return false;
+  return true;
+}
+
+}  // namespace
+
+bool names_equal(const lrmctx_rec *c, const char *a, size_t alen, const char *b, size_t blen) {
+  return alen == blen && prefix_equal(c, a, b, alen);
+}
+
+uint32_t name_hash(const lrmctx_rec *c, const char *qual, size_t quallen, const char *s, size_t n) {
+  uint32_t h = 2166136261u;
+  bool cs = case_sensitive(c);
+  for (size_t i = 0; i < quallen; i++) h = (h ^ (cs ? static_cast<uint8_t>(qual[i]) : fold(c, qual[i]))) * 16777619u;
+  h = (h ^ 0xFFu) * 16777619u;
+  for (size_t i = 0; i < n; i++) h = (h ^ (cs ? static_cast<uint8_t>(s[i]) : fold(c, s[i]))) * 16777619u;
+  return h;
+}
+
+uint32_t resolve(lrmctx_rec *c, const char *name, size_t len, int32_t *idx) {
+  const lrmkeyset *set = c->set;
+  uint32_t flags = set != nullptr ? set->flags : LRM_KS_ANYKEY;
+  int32_t found = -1;
+  bool ambiguous = false;
+  if (set != nullptr) {
+    for (uint32_t k = 0; k < set->count; k++) {
+      const char *kn = set->keys[k].name;
+      size_t kl = strlen(kn);
+      if (kl == len && prefix_equal(c, kn, name, len)) {
+        *idx = static_cast<int32_t>(k);
+        return 0;
+      }
+      if ((flags & LRM_KS_ABBREV) && len > 0 && len < kl && prefix_equal(c, kn, name, len)) {
+        if (found >= 0) ambiguous = true;
+        found = static_cast<int32_t>(k);
+      }
+    }
+  }
+  if (ambiguous) return kAmbiguous;
+  if (found >= 0) {
+    *idx = found;
+    return 0;
+  }
+  for (int b = 0; b < kBuiltins; b++) {
+    if (b <= kQuestion && (flags & LRM_KS_NOHELP)) continue;
+    if (b == kVersion && (flags & LRM_KS_NOVERSION)) continue;
+    size_t bl = strlen(kBuiltinNames[b]);
+    if (len == 0 || len > bl) continue;
+    if (len == bl || (flags & LRM_KS_ABBREV)) {
+      // Built-in names compare case-insensitively in any set.
+      bool eq = true;
+      for (size_t i = 0; i < len && eq; i++)
+        eq = (name[i] | 0x20) == (kBuiltinNames[b][i] | 0x20) || name[i] == kBuiltinNames[b][i];
+      if (eq) {
+        *idx = -2 - b;
+        return 0;
+      }
+    }
+  }
+  if (flags & LRM_KS_ANYKEY) {
+    *idx = -1;
+    return 0;
+  }
+  return kUnknownKey;
+}
+
+// ------------------------------------------------------------ conversions
+
+namespace {
+
+bool word_in(const char *const *words, const char *text, size_t len) {
+  for (; *words != nullptr; words++) {
+    size_t wl = strlen(*words);
+    if (wl != len) continue;
+    size_t i = 0;
+    while (i < len && ((*words)[i] | 0x20) == (text[i] | 0x20) &&
+           ((((*words)[i] | 0x20) >= 'a' && ((*words)[i] | 0x20) <= 'z') || (*words)[i] == text[i]))
+      i++;
+    if (i == len) return true;
+  }
+  return false;
+}
+
+// First character of the text as the character set sees it.
+uint32_t first_char(const lrmctx_rec *c, const char *text, size_t len) {
+  if (len == 0) return 0;
+  return static_cast<uint8_t>(text[0]);
+}
+
+}  // namespace
+
+uint32_t to_bool(lrmctx_rec *c, const char *text, size_t len, uint8_t *out) {
+  const lrmkeyset *set = c->set;
+  uint32_t ch = first_char(c, text, len);
+  bool t = set != nullptr && set->truewords != nullptr ? word_in(set->truewords, text, len)
+                                                         : (ch == 'T' || ch == 't' || ch == 'Y' || ch == 'y');
+  if (t) {
+    *out = 1;
+    return 0;
+  }
+  bool f = set != nullptr && set->falsewords != nullptr ? word_in(set->falsewords, text, len)
+                                                          : (ch == 'F' || ch == 'f' || ch == 'N' || ch == 'n');
+  if (f) {
+    *out = 0;
+    return 0;
+  }
+  return kBadBoolean;
+}
+
+uint32_t to_int(const char *text, size_t len, uint32_t *out) {
+  uint32_t base = 10;
+  if (len >= 1 && text[0] == '%') {
+    if (len < 2) return kBadBase;
+    char b = text[1];
+    if (b == 'd' || b == 'D')
+      base = 10;
+    else if (b == 'h' || b == 'H')
+      base = 16;
+    else
+      return kBadBase;
+    text += 2;
+    len -= 2;
+  }
+  bool neg = false;
+  if (len > 0 && (text[0] == '-' || text[0] == '+')) {
+    neg = text[0] == '-';
+    text++;
+    len--;
+  }
+  if (len == 0) return kBadInteger;
+  uint64_t v = 0;
+  for (size_t i = 0; i < len; i++) {
+    int ch = static_cast<uint8_t>(text[i]);
+    uint32_t d;
+    if (ch >= '0' && ch <= '9')
+      d = ch - '0';
+    else if (base == 16 && (ch | 0x20) >= 'a' && (ch | 0x20) <= 'f')
+      d = (ch | 0x20) - 'a' + 10;
+    else
+      return kBadInteger;
+    v = v * base + d;
+    if (v > 0xFFFFFFFFull) return kBadInteger;
+  }
+  // A negative value is kept as its 32-bit two's complement, as strtol into
+  // an unsigned 32-bit field would, but only within the signed range.
+  if (neg) {
+    if (v > 0x80000000ull) return kBadInteger;
+    v = static_cast<uint32_t>(-static_cast<int64_t>(v));
+  }
+  *out = static_cast<uint32_t>(v);
+  return 0;
+}
+
+uint32_t to_int8(const char *text, size_t len, int64_t *out) {
+  if (len == 0) return kBadInteger;
+  int shift = 0;
+  size_t digits = len;
+  switch (text[len - 1]) {
+    case 'K':
+    case 'k':
+      shift = 10;
+      digits--;
+      break;
+    case 'M':
+    case 'm':
+      shift = 20;
+      digits--;
+      break;
+    case 'G':
+    case 'g':
+      shift = 30;
+      digits--;
+      break;
+    default:
+      break;
+  }
+  if (digits == 0) return kBadInteger;
+  uint64_t v = 0;
+  for (size_t i = 0; i < digits; i++) {
+    if (text[i] < '0' || text[i] > '9') return kBadInteger;
+    v = v * 10 + static_cast<uint64_t>(text[i] - '0');
+    if (v > static_cast<uint64_t>(INT64_MAX)) return kBadInteger;
+  }
+  if (shift != 0 && v > (static_cast<uint64_t>(INT64_MAX) >> shift)) return kBadInteger;
+  *out = static_cast<int64_t>(v << shift);
+  return 0;
+}
+
+// The number conversion lives behind this one function so that the number
+// family's parser can be connected without touching the rest.
+uint32_t to_number(lrmctx_rec *c, const char *text, size_t len, uint8_t *out, size_t *outlen);
+
+uint32_t convert(lrmctx_rec *c, int32_t keyidx, uint8_t type, const char *text, size_t len, lrmval *v) {
+  const lrmkey *k = keyidx >= 0 && c->set != nullptr ? &c->set->keys[keyidx] : nullptr;
+  uint32_t st = 0;
+  switch (type) {
+    case LRM_T_BOOL:
+      return to_bool(c, text, len, &v->boolv);
+    case LRM_T_STRING:
+    case LRM_T_NAME:
+      return 0;
+    case LRM_T_INT:
+      st = to_int(text, len, &v->u32);
+      if (st == 0 && k != nullptr && k->hasrange &&
+          (static_cast<int64_t>(v->u32) < k->min || static_cast<int64_t>(v->u32) > k->max))
+        st = kOutOfRange;
+      return st;
+    case LRM_T_INT8:
+      st = to_int8(text, len, &v->i64);
+      if (st == 0 && k != nullptr && k->hasrange && (v->i64 < k->min || v->i64 > k->max)) st = kOutOfRange;
+      return st;
+    case LRM_T_NUMBER: {
+      size_t n = 0;
+      st = to_number(c, text, len, v->num, &n);
+      v->numlen = static_cast<uint8_t>(n);
+      return st;
+    }
+    default:
+      return kBadDeclaration;
+  }
+}
+
+}  // namespace lrm_internal
+
+using namespace lrm_internal;
+
+namespace {
+
+// Records a conversion failure with its arguments.
+uint32_t report_conversion(lrmctx_rec *c, uint32_t st, const char *key, const char *text) {
+  if (st == kOutOfRange) return perr(c, st, LEM_ARG_TEXT, text, LEM_ARG_TEXT, key, LEM_ARG_END);
+  return perr(c, st, LEM_ARG_TEXT, text, LEM_ARG_END);
+}
+
+int32_t by_name(void *ctx, const void *a, const void *b) {
+  const auto *c = static_cast<const lrmctx_rec *>(ctx);
+  const char *x = c->set->keys[*static_cast<const uint32_t *>(a)].name;
+  const char *y = c->set->keys[*static_cast<const uint32_t *>(b)].name;
+  for (;; x++, y++) {
+    int u = c->upper[static_cast<uint8_t>(*x)], v = c->upper[static_cast<uint8_t>(*y)];
+    if (u != v) return u < v ? -1 : 1;
+    if (*x == '\0') return 0;
+  }
+}
+
+}  // namespace
+
+extern "C" {
+
+KELAPI uint32_t lrmpsvp(lrmctx *h, const lrmkeyset *set) {
+  if (h == nullptr || set == nullptr || (set->keys == nullptr && set->count > 0)) {
+    if (h != nullptr) perr(rec(h), kNullArgument, LEM_ARG_TEXT, "key set", LEM_ARG_END);
+    return kNullArgument;
+  }
+  lrmctx_rec *c = rec(h);
+  const lrmkeyset *old = c->set;
+  c->set = set;
+  uint32_t st = 0;
+  for (uint32_t k = 0; k < set->count && st == 0; k++) {
+    const lrmkey &key = set->keys[k];
+    if (key.name == nullptr || key.name[0] == '\0') {
+      st = perr(c, kBadDeclaration, LEM_ARG_TEXT, "", LEM_ARG_TEXT, "no name", LEM_ARG_END);
+    } else if (key.type < LRM_T_BOOL || key.type > LRM_T_INT8) {
+      st = perr(c, kBadDeclaration, LEM_ARG_TEXT, key.name, LEM_ARG_TEXT, "unknown type", LEM_ARG_END);
+    } else if (key.hasrange && key.min > key.max) {
+      st = perr(c, kBadDeclaration, LEM_ARG_TEXT, key.name, LEM_ARG_TEXT, "empty range", LEM_ARG_END);
+    } else {
+      for (uint32_t j = 0; j < k; j++) {
+        if (names_equal(c, key.name, strlen(key.name), set->keys[j].name, strlen(set->keys[j].name))) {
+          st = perr(c, kDuplicateKey, LEM_ARG_TEXT, key.name, LEM_ARG_END);
+          break;
+        }
+      }
+    }
+  }
+  if (st == 0) {
+    for (uint32_t k = 0; k < set->count; k++) {
+      const lrmkey &key = set->keys[k];
+      if (key.defval == nullptr) continue;
+      lrmval v{};
+      uint32_t cs = convert(c, static_cast<int32_t>(k), key.type, key.defval, strlen(key.defval), &v);
+      if (cs != 0) {
+        report_conversion(c, cs, key.name, key.defval);
+        st = perr(c, kBadDeclaration, LEM_ARG_TEXT, key.name, LEM_ARG_TEXT, "bad default", LEM_ARG_END);
+        break;
+      }
+    }
+  }
+  if (st != 0) {
+    c->set = old;
+    return st;
+  }
+  clear_values(c);
+  for (uint32_t k = 0; k < set->count; k++) {
+    const lrmkey &key = set->keys[k];
+    if (key.defval == nullptr) continue;
+    st = store(c, nullptr, 0, key.name, strlen(key.name), key.defval, strlen(key.defval), nullptr, false);
+    if (st != 0) return st;
+  }
+  return 0;
+}
+
+KELAPI uint32_t lrmckv(lrmctx *h, const char *name, size_t len, uint8_t *type) {
+  if (h == nullptr || name == nullptr) {
+    if (h != nullptr) perr(rec(h), kNullArgument, LEM_ARG_TEXT, "name", LEM_ARG_END);
+    return kNullArgument;
+  }
+  lrmctx_rec *c = rec(h);
+  int32_t idx = -1;
+  uint32_t st = resolve(c, name, len, &idx);
+  char shown[128];
+  snprintf(shown, sizeof shown, "%.*s", static_cast<int>(len < 100 ? len : 100), name);
+  if (st != 0) return perr(c, st, LEM_ARG_TEXT, shown, LEM_ARG_END);
+  uint8_t t = LRM_T_STRING;
+  if (idx >= 0) {
+    t = c->set->keys[idx].type;
+  } else if (idx <= -2) {
+    t = LRM_T_BOOL;
+    int b = -2 - idx;
+    if (b == kVersion) {
+      if (c->set != nullptr && c->set->version != nullptr) c->set->version(c->set->versionarg, h);
+    } else {
+      st = lrmprh(h);
+      if (st == kNoKeySet) st = 0;
+    }
+  }
+  if (type != nullptr) *type = t;
+  return st;
+}
+
+KELAPI uint32_t lrmpatk(lrmctx *h, const char *name, size_t len, uint32_t *index) {
+  if (h == nullptr || name == nullptr || index == nullptr) return kNullArgument;
+  lrmctx_rec *c = rec(h);
+  if (c->set == nullptr) return perr(c, kNoKeySet, LEM_ARG_END);
+  if (!(c->set->flags & LRM_KS_ABBREV)) return perr(c, kNotAbbreviable, LEM_ARG_END);
+  int32_t idx = -1;
+  uint32_t st = resolve(c, name, len, &idx);
+  if (st == 0 && idx < 0) st = kUnknownKey;
+  if (st != 0) {
+    char shown[128];
+    snprintf(shown, sizeof shown, "%.*s", static_cast<int>(len < 100 ? len : 100), name);
+    return perr(c, st, LEM_ARG_TEXT, shown, LEM_ARG_END);
+  }
+  *index = static_cast<uint32_t>(idx);
+  return 0;
+}
+
+KELAPI uint32_t lrmprh(lrmctx *h) {
+  if (h == nullptr) return kNullArgument;
+  lrmctx_rec *c = rec(h);
+  if (c->set == nullptr) return kNoKeySet;
+  uint32_t n = c->set->count;
+  auto *order = static_cast<uint32_t *>(hmalloc(c, sizeof(uint32_t) * (n + 1)));
+  if (order == nullptr) return perr(c, kNoMemory, LEM_ARG_TEXT, "listing help", LEM_ARG_END);
+  for (uint32_t k = 0; k < n; k++) order[k] = k;
+  lsrsrx(order, n, sizeof(uint32_t), by_name, c);
+  char line[1024];
+  for (uint32_t k = 0; k < n; k++) {
+    const lrmkey &key = c->set->keys[order[k]];
+    const char *help = key.help != nullptr ? key.help : "";
+    const char *nl = strchr(help, '\n');
+    size_t first = nl != nullptr ? static_cast<size_t>(nl - help) : strlen(help);
+    int m = snprintf(line, sizeof line, "%s\t\t%.*s\n", key.name, static_cast<int>(first), help);
+    emit(c, line, static_cast<size_t>(m) < sizeof line ? static_cast<size_t>(m) : sizeof line - 1);
+    while (nl != nullptr) {
+      const char *p = nl + 1;
+      nl = strchr(p, '\n');
+      size_t l = nl != nullptr ? static_cast<size_t>(nl - p) : strlen(p);
+      m = snprintf(line, sizeof line, "\t\t%.*s\n", static_cast<int>(l), p);
+      emit(c, line, static_cast<size_t>(m) < sizeof line ? static_cast<size_t>(m) : sizeof line - 1);
+    }
+  }
+  hfree(c, order);
+  return 0;
+}
+
+KELAPI uint32_t lrmt2b(lrmctx *h, const char *text, size_t len, uint8_t *out) {
+  if (h == nullptr || text == nullptr || out == nullptr) return kNullArgument;
+  uint8_t v = 0;
+  uint32_t st = to_bool(rec(h), text, len, &v);
+  if (st == 0) *out = v;
+  return st;
+}
+
+KELAPI uint32_t lrmt2i(lrmctx *h, const char *text, size_t len, uint32_t *out) {
+  if (h == nullptr || text == nullptr || out == nullptr) return kNullArgument;
+  return to_int(text, len, out);
+}
+
+KELAPI uint32_t lrmt2i8(lrmctx *h, const char *text, size_t len, int64_t *out) {
+  if (h == nullptr || text == nullptr || out == nullptr) return kNullArgument;
+  return to_int8(text, len, out);
+}
+
+KELAPI uint32_t lrmt2on(lrmctx *h, const char *text, size_t len, uint8_t *out, size_t *outlen) {
+  if (h == nullptr || text == nullptr || out == nullptr) return kNullArgument;
+  uint8_t num[22];
+  size_t n = 0;
+  uint32_t st = to_number(rec(h), text, len, num, &n);
+  if (st == 0) {
+    memcpy(out, num, n);
+    if (outlen != nullptr) *outlen = n;
+  }
+  return st;
+}
+
+}  // extern "C"

@@ -1,0 +1,34 @@
+// paramfile_impl.h - the file access of the parameter manager: whole-file
+// reads, writes of dumps, and the standard output for help listings.
+#ifndef KEL_SYS_PARAMFILE_IMPL_H
+#define KEL_SYS_PARAMFILE_IMPL_H
+
+#include <cstddef>
+#include <cstdint>
+
+namespace sys_param {
+
+// Allocator the reader fills (the caller's heap); null on failure.
+using allocfn = void *(*)(void *arg, size_t size);
+
+// Reads the whole file `path` into a new block from `alloc` with a NUL
+// after the last byte. 0 on success (*data, *len set); 1 when the file
+// cannot be opened, 2 when reading fails, 3 when `alloc` fails; *syserr
+// receives the system error number for 1 and 2.
+int32_t read_file(const char *path, allocfn alloc, void *arg, char **data, size_t *len, int32_t *syserr);
+
+// An open output file for dumps.
+struct outfile;
+// Creates or truncates `path`; null with *syserr set on failure.
+outfile *create_file(const char *path, int32_t *syserr);
+// Writes len bytes; 0 / -1 (the error is remembered and given by close_file).
+int32_t write_file(outfile *f, const char *data, size_t len);
+// Flushes and closes; 0, or the first system error met.
+int32_t close_file(outfile *f);
+
+// Writes to the process's standard output (help listings).
+void write_stdout(const char *data, size_t len);
+
+}  // namespace sys_param
+
+#endif

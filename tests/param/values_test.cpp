@@ -1,0 +1,430 @@
+// Key sets, storage, conversions and getters: what a caller sees.
+#include <algorithm>
+#include <cinttypes>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <random>
+
+#include "lnx.h"
+#include "tests/param/param_fixture.h"
+
+namespace {
+
+const lrmkey kKeys[] = {
+    {"verbose", LRM_T_BOOL, 0, 0, 0, 0, 0, nullptr, "print more\nand more"},
+    {"name", LRM_T_STRING, 0, 0, 0, 0, 0, nullptr, "the name"},
+    {"count", LRM_T_INT, 0, 1, 0, 0, 1000, "7", "how many"},
+    {"mode", LRM_T_NAME, 1, 0, 0, 0, 0, nullptr, nullptr},
+    {"size", LRM_T_INT8, 0, 0, 0, 0, 0, nullptr, "bytes"},
+    {"value", LRM_T_STRING, 0, 0, 0, 0, 0, nullptr, nullptr},
+    {"values", LRM_T_STRING, 0, 0, 0, 0, 0, nullptr, nullptr},
+    {"amount", LRM_T_NUMBER, 0, 0, 0, 0, 0, nullptr, nullptr},
+};
+const lrmkeyset kSet = {kKeys, 8, 0, nullptr, nullptr, nullptr, nullptr};
+
+class Values : public ParamTest {
+ protected:
+  void Declare(const lrmkeyset *set = &kSet) { ASSERT_EQ(lrmpsvp(h, set), 0u); }
+};
+
+TEST_F(Values, LanguageEdgeCases) {
+  Declare();
+  struct Case {
+    const char *in;
+    const char *key;
+    Strings want;
+  } cases[] = {
+      {"", "", {}},
+      {"a b c", "", {"a", "b", "c"}},
+      {"value=1 -name a b", "name", {"a", "b"}},
+      {"-name=5", "name", {"5"}},
+      {"-name 5", "name", {"5"}},
+      {"-verbose x", "", {"x"}},
+      {"-verbose x", "verbose", {"<status 202>"}},
+      {"-name -5", "name", {"-5"}},
+      {"-5", "", {"-5"}},
+      {"\"a\"\"b\"", "", {"a\"b"}},
+      {"'it''s'", "", {"it's"}},
+      {"'say \"hi\"'", "", {"say \"hi\""}},
+      {"name=\"ab\\\ncd\" \\\n  values=x", "name", {"abcd"}},
+      {"name=\"ab\\\ncd\" \\\n  values=x", "values", {"x"}},
+      {"values=(a (b c) d)", "values", {"a", "b", "c", "d"}},
+      {"values=a)b", "values", {"a)b"}},
+      {"values=(a)b)", "values", {"a", "b)"}},
+      {"a#b", "", {"a#b"}},
+      {"name=x name=y", "name", {"x", "y"}},
+      {"mode=fast mode=slow", "mode", {"SLOW"}},
+      {"p q name=x -values a b", "", {"p", "q"}},
+      {"p q name=x -values a b", "values", {"a", "b"}},
+      {"-values=(a b) c", "values", {"a", "b", "c"}},
+      {"sec:name=x name=y", "name", {"y"}},
+  };
+  for (const Case &c : cases) {
+    Declare();
+    ASSERT_EQ(Parse(c.in), 0u) << c.in << ": " << LastText();
+    EXPECT_EQ(All(c.key), c.want) << c.in;
+  }
+}
+
+TEST_F(Values, QualifiedKeys) {
+  Declare();
+  ASSERT_EQ(Parse("name=plain db:name=q1 db:name=q2 web:count=9"), 0u);
+  EXPECT_EQ(All("name", "db"), (Strings{"q1", "q2"}));
+  EXPECT_EQ(All("name"), (Strings{"plain"}));
+  char qname[LRM_QNAME_MAX];
+  char buf[32];
+  ASSERT_EQ(lrmgsv(h, "db", qname, "name", 4, 1, buf, sizeof buf, nullptr), 0u);
+  EXPECT_STREQ(buf, "q2");
+  EXPECT_STREQ(qname, "db:name");
+  // A qualifier without its own value falls back to the plain key.
+  ASSERT_EQ(lrmgsv(h, "other", qname, "name", 4, 0, buf, sizeof buf, nullptr), 0u);
+  EXPECT_STREQ(buf, "plain");
+  EXPECT_STREQ(qname, "name");
+  uint32_t n = 0;
+  ASSERT_EQ(lrmgiv(h, "web", nullptr, "count", 5, 0, &n), 0u);
+  EXPECT_EQ(n, 9u);
+  ASSERT_EQ(lrmgiv(h, nullptr, nullptr, "count", 5, 0, &n), 0u);
+  EXPECT_EQ(n, 7u);
+}
+
+TEST_F(Values, BooleanWords) {
+  Declare();
+  struct Case {
+    const char *text;
+    uint32_t status;
+    uint8_t value;
+  } cases[] = {{"Yes", 0, 1},  {"y", 0, 1},    {"TRUE", 0, 1},   {"tomato", 0, 1}, {"No", 0, 0},
+               {"FALSE", 0, 0}, {"f", 0, 0},    {"maybe", 105, 9}, {"", 105, 9},    {"1", 105, 9}};
+  for (const Case &c : cases) {
+    uint8_t v = 9;
+    EXPECT_EQ(lrmt2b(h, c.text, strlen(c.text), &v), c.status) << c.text;
+    EXPECT_EQ(v, c.value) << c.text;
+  }
+  static const char *const on[] = {"on", nullptr};
+  static const char *const off[] = {"off", nullptr};
+  static const lrmkeyset words = {kKeys, 8, 0, on, off, nullptr, nullptr};
+  Declare(&words);
+  struct Case2 {
+    const char *text;
+    uint32_t status;
+    uint8_t value;
+  } cases2[] = {{"On", 0, 1}, {"ON", 0, 1}, {"off", 0, 0}, {"yes", 105, 9}, {"o", 105, 9}, {"onn", 105, 9}};
+  for (const Case2 &c : cases2) {
+    uint8_t v = 9;
+    EXPECT_EQ(lrmt2b(h, c.text, strlen(c.text), &v), c.status) << c.text;
+    EXPECT_EQ(v, c.value) << c.text;
+  }
+}
+
+TEST_F(Values, IntegersAgainstStrtoul) {
+  struct Case {
+    const char *text;
+    uint32_t status;
+  } cases[] = {{"%h1F", 0},  {"%H1f", 0},   {"%d10", 0}, {"%D10", 0}, {"%x10", 103}, {"%", 103},
+               {"12", 0},    {"4294967295", 0}, {"4294967296", 104}, {"12a", 104}, {"", 104}, {"%d", 104},
+               {"%hFFFFFFFF", 0}, {"%h", 104}, {" 1", 104}, {"0x10", 104}, {"%h-1", 0}};
+  for (const Case &c : cases) {
+    uint32_t v = 12345;
+    EXPECT_EQ(lrmt2i(h, c.text, strlen(c.text), &v), c.status) << c.text;
+    if (c.status != 0) {
+      EXPECT_EQ(v, 12345u);
+      continue;
+    }
+    const char *t = c.text;
+    int base = 10;
+    if (t[0] == '%') {
+      base = (t[1] | 0x20) == 'h' ? 16 : 10;
+      t += 2;
+    }
+    EXPECT_EQ(v, static_cast<uint32_t>(strtol(t, nullptr, base))) << c.text;
+  }
+  // Random decimal and hex texts against strtoul.
+  std::mt19937 rng(7);
+  for (int i = 0; i < 2000; i++) {
+    uint32_t x = rng();
+    char text[32];
+    bool hex = i % 2;
+    snprintf(text, sizeof text, hex ? "%%h%" PRIX32 : "%" PRIu32, x);
+    uint32_t v = 0;
+    ASSERT_EQ(lrmt2i(h, text, strlen(text), &v), 0u) << text;
+    EXPECT_EQ(v, static_cast<uint32_t>(strtoul(text + (hex ? 2 : 0), nullptr, hex ? 16 : 10)));
+  }
+}
+
+TEST_F(Values, SizedIntegers) {
+  struct Case {
+    const char *text;
+    uint32_t status;
+    int64_t value;
+  } cases[] = {{"4K", 0, 4096},         {"1m", 0, 1048576},   {"2G", 0, 2147483648LL},
+               {"1K2", 104, 0},        {"12", 0, 12},        {"k", 104, 0},
+               {"", 104, 0},           {"-1", 104, 0},       {"9223372036854775807", 0, INT64_MAX},
+               {"9223372036854775808", 104, 0}, {"8589934592G", 104, 0}, {"3T", 104, 0}};
+  for (const Case &c : cases) {
+    int64_t v = -7;
+    EXPECT_EQ(lrmt2i8(h, c.text, strlen(c.text), &v), c.status) << c.text;
+    EXPECT_EQ(v, c.status == 0 ? c.value : -7) << c.text;
+  }
+}
+
+TEST_F(Values, GettersCheckTypesAndCapacity) {
+  Declare();
+  ASSERT_EQ(Parse("name=abcdefgh size=4K verbose=yes count=%h10"), 0u) << LastText();
+  uint32_t n = 0;
+  EXPECT_EQ(lrmgiv(h, nullptr, nullptr, "name", 4, 0, &n), 202u);
+  EXPECT_EQ(LastError(), 202);
+  uint8_t b = 0;
+  EXPECT_EQ(lrmgbv(h, nullptr, nullptr, "count", 5, 0, &b), 202u);
+  int64_t s = 0;
+  EXPECT_EQ(lrmg8v(h, nullptr, nullptr, "size", 4, 0, &s), 0u);
+  EXPECT_EQ(s, 4096);
+  EXPECT_EQ(lrmgbv(h, nullptr, nullptr, "verbose", 7, 0, &b), 0u);
+  EXPECT_EQ(b, 1);
+  EXPECT_EQ(lrmgiv(h, nullptr, nullptr, "count", 5, 1, &n), 0u);
+  EXPECT_EQ(n, 16u);
+  char buf[9];
+  size_t len = 0;
+  EXPECT_EQ(lrmgsv(h, nullptr, nullptr, "name", 4, 0, buf, 9, &len), 0u);
+  EXPECT_STREQ(buf, "abcdefgh");
+  EXPECT_EQ(len, 8u);
+  memset(buf, 'z', sizeof buf);
+  EXPECT_EQ(lrmgsv(h, nullptr, nullptr, "name", 4, 0, buf, 8, nullptr), 206u);
+  EXPECT_EQ(buf[0], 'z');
+  // No such occurrence: success, result untouched.
+  n = 77;
+  EXPECT_EQ(lrmgiv(h, nullptr, nullptr, "count", 5, 5, &n), 0u);
+  EXPECT_EQ(n, 77u);
+  const char *p = nullptr;
+  EXPECT_EQ(lrmgsp(h, nullptr, nullptr, "name", 4, 0, &p), 0u);
+  EXPECT_STREQ(p, "abcdefgh");
+  EXPECT_EQ(lrmgsp(h, nullptr, nullptr, "size", 4, 0, &p), 202u);
+  EXPECT_EQ(lrmgsv(nullptr, nullptr, nullptr, "name", 4, 0, buf, 8, nullptr), 201u);
+}
+
+TEST_F(Values, StorageFailuresKeepEarlierValues) {
+  Declare();
+  struct Case {
+    const char *in;
+    uint32_t status;
+    const char *arg;
+  } cases[] = {
+      {"count=2000", 102, "2000"}, {"count=%q1", 103, "%q1"}, {"count=1x", 104, "1x"},
+      {"verbose=perhaps", 105, "perhaps"}, {"nosuch=1", 101, "nosuch"}, {"size=1K2", 104, "1K2"},
+  };
+  for (const Case &c : cases) {
+    Declare();
+    lemces(lem);
+    ASSERT_EQ(Parse(std::string("name=kept ") + c.in), c.status) << c.in;
+    EXPECT_EQ(LastError(), static_cast<int32_t>(c.status)) << c.in;
+    EXPECT_EQ(Arg(1, 1), c.arg) << c.in;
+    EXPECT_EQ(All("name"), (Strings{"kept"})) << c.in;
+  }
+}
+
+TEST_F(Values, AbbreviationsAndBuiltIns) {
+  static const lrmkeyset abbrev = {kKeys, 8, LRM_KS_ABBREV, nullptr, nullptr, nullptr, nullptr};
+  Declare(&abbrev);
+  uint8_t type = 0;
+  EXPECT_EQ(lrmckv(h, "verb", 4, &type), 0u);
+  EXPECT_EQ(type, LRM_T_BOOL);
+  EXPECT_EQ(lrmckv(h, "cou", 3, &type), 0u);
+  EXPECT_EQ(type, LRM_T_INT);
+  EXPECT_EQ(lrmckv(h, "value", 5, &type), 0u);  // exact beats the longer "values"
+  EXPECT_EQ(lrmckv(h, "val", 3, &type), 107u);
+  EXPECT_EQ(LastError(), 107);
+  EXPECT_EQ(Arg(1, 1), "val");
+  uint32_t idx = 99;
+  EXPECT_EQ(lrmpatk(h, "si", 2, &idx), 0u);
+  EXPECT_EQ(idx, 4u);
+  EXPECT_EQ(lrmpatk(h, "zz", 2, &idx), 101u);
+  out.clear();
+  EXPECT_EQ(lrmckv(h, "hel", 3, &type), 0u);
+  EXPECT_EQ(type, LRM_T_BOOL);
+  EXPECT_NE(out.find("verbose\t\tprint more\n\t\tand more\n"), std::string::npos) << out;
+  // Help lines come sorted by name.
+  Strings names;
+  for (size_t p = 0; p < out.size();) {
+    size_t e = out.find('\n', p);
+    if (out[p] != '\t') names.push_back(out.substr(p, out.find('\t', p) - p));
+    p = e + 1;
+  }
+  Strings sorted = names;
+  std::sort(sorted.begin(), sorted.end());
+  EXPECT_EQ(names, sorted);
+  EXPECT_EQ(names.size(), 8u);
+  Declare();
+  EXPECT_EQ(lrmpatk(h, "si", 2, &idx), 211u);
+  EXPECT_EQ(lrmckv(h, "verb", 4, &type), 101u);
+  EXPECT_EQ(LastError(), 101);
+  out.clear();
+  EXPECT_EQ(lrmckv(h, "?", 1, &type), 0u);
+  EXPECT_FALSE(out.empty());
+  static int versions = 0;
+  static const lrmkeyset nohelp = {kKeys, 8, LRM_KS_NOHELP, nullptr, nullptr,
+                                   [](void *, lrmctx *) { versions++; }, nullptr};
+  Declare(&nohelp);
+  EXPECT_EQ(lrmckv(h, "usage", 5, &type), 101u);
+  EXPECT_EQ(lrmckv(h, "version", 7, &type), 0u);
+  EXPECT_EQ(versions, 1);
+  static const lrmkeyset none = {kKeys, 8, LRM_KS_NOVERSION | LRM_KS_ANYKEY, nullptr, nullptr, nullptr, nullptr};
+  Declare(&none);
+  EXPECT_EQ(lrmckv(h, "version", 7, &type), 0u);
+  EXPECT_EQ(type, LRM_T_STRING);
+  EXPECT_EQ(lrmckv(nullptr, "x", 1, &type), 201u);
+  // Command line with the built-in: stored as a flag the caller can test.
+  Declare();
+  out.clear();
+  ASSERT_EQ(ParseCmd("-help"), 0u);
+  uint8_t b = 0;
+  EXPECT_EQ(lrmgbv(h, nullptr, nullptr, "help", 4, 0, &b), 0u);
+  EXPECT_EQ(b, 1);
+  EXPECT_FALSE(out.empty());
+}
+
+TEST_F(Values, CaseRules) {
+  Declare();
+  ASSERT_EQ(Parse("NAME=a Name=b"), 0u);
+  EXPECT_EQ(All("name"), (Strings{"a", "b"}));
+  static const lrmkey k2[] = {{"Key", LRM_T_STRING, 0, 0, 0, 0, 0, nullptr, nullptr},
+                              {"key", LRM_T_STRING, 0, 0, 0, 0, 0, nullptr, nullptr}};
+  static const lrmkeyset cs = {k2, 2, LRM_KS_CASE, nullptr, nullptr, nullptr, nullptr};
+  Declare(&cs);
+  ASSERT_EQ(Parse("Key=1 key=2"), 0u);
+  EXPECT_EQ(All("Key"), (Strings{"1"}));
+  EXPECT_EQ(All("key"), (Strings{"2"}));
+  static const lrmkeyset ci = {k2, 2, 0, nullptr, nullptr, nullptr, nullptr};
+  EXPECT_EQ(lrmpsvp(h, &ci), 213u);
+  static const lrmkey bad[] = {{"x", 9, 0, 0, 0, 0, 0, nullptr, nullptr}};
+  static const lrmkeyset badset = {bad, 1, 0, nullptr, nullptr, nullptr, nullptr};
+  EXPECT_EQ(lrmpsvp(h, &badset), 212u);
+  static const lrmkey baddef[] = {{"x", LRM_T_INT, 0, 0, 0, 0, 0, "seven", nullptr}};
+  static const lrmkeyset baddefset = {baddef, 1, 0, nullptr, nullptr, nullptr, nullptr};
+  EXPECT_EQ(lrmpsvp(h, &baddefset), 212u);
+  // The failed declarations left the case-sensitive set in place.
+  EXPECT_EQ(All("Key"), (Strings{"1"}));
+}
+
+TEST_F(Values, SetAndListFunctions) {
+  Declare();
+  EXPECT_EQ(lrmspv(h, "name", 4, "one", 3), 0u);
+  const char *more[] = {"two", "three"};
+  EXPECT_EQ(lrmavla(h, "name", 4, reinterpret_cast<const void *const *>(more), 2), 0u);
+  EXPECT_EQ(All("name"), (Strings{"one", "two", "three"}));
+  EXPECT_EQ(lrmspv2(h, "s", "name", 4, "q", 1), 0u);
+  EXPECT_EQ(All("name", "s"), (Strings{"q"}));
+  EXPECT_EQ(lrmavlc(h, nullptr, "name", 4), 0u);
+  EXPECT_EQ(Count("name"), 0u);
+  EXPECT_EQ(All("name", "s"), (Strings{"q"}));
+  uint8_t type = 0;
+  EXPECT_EQ(lrmvskv(h, "count", 5, "5000", 4, &type), 102u);
+  EXPECT_EQ(type, LRM_T_INT);
+  EXPECT_EQ(lrmvskv(h, "count", 5, "50", 2, &type), 0u);
+  EXPECT_EQ(Count("count"), 1u);
+  EXPECT_EQ(lrmspv(h, "nope", 4, "1", 1), 101u);
+}
+
+TEST_F(Values, UnicodeInterface) {
+  ASSERT_EQ(lrmtrm(h), 0);
+  h = lrminiu(ctx, nullptr, LRM_F_UNICODE, nullptr, nullptr);
+  ASSERT_NE(h, nullptr);
+  Declare();
+  const char *utf8 = "name=\xC3\xA9t\xC3\xA9 values=\xF0\x9F\x98\x80";
+  ASSERT_EQ(Parse(utf8), 0u) << LastText();
+  const uint16_t key[] = {'n', 'a', 'm', 'e'};
+  uint16_t buf[16];
+  size_t units = 0;
+  ASSERT_EQ(lrmgsv(h, nullptr, nullptr, key, 4, 0, buf, sizeof buf, &units), 0u);
+  ASSERT_EQ(units, 3u);
+  EXPECT_EQ(buf[0], 0xE9);
+  EXPECT_EQ(buf[1], 't');
+  EXPECT_EQ(buf[3], 0);
+  const uint16_t key2[] = {'v', 'a', 'l', 'u', 'e', 's'};
+  ASSERT_EQ(lrmgsv(h, nullptr, nullptr, key2, 6, 0, buf, sizeof buf, &units), 0u);
+  ASSERT_EQ(units, 2u);
+  EXPECT_EQ(buf[0], 0xD83D);
+  EXPECT_EQ(buf[1], 0xDE00);
+  EXPECT_EQ(lrmgsv(h, nullptr, nullptr, key2, 6, 0, buf, 4, &units), 206u);
+  const uint16_t val[] = {0x4E2D, 0x6587};
+  ASSERT_EQ(lrmspv(h, key, 4, val, 2), 0u);
+  const char *p = nullptr;
+  ASSERT_EQ(lrmgsp(h, nullptr, nullptr, key, 4, 1, &p), 0u);
+  EXPECT_STREQ(p, "\xE4\xB8\xAD\xE6\x96\x87");
+  const uint16_t lone[] = {0xD800, 'x'};
+  EXPECT_EQ(lrmspv(h, key, 4, lone, 2), 221u);
+  // Round trips through the exported conversions.
+  char *u8 = nullptr;
+  size_t n8 = 0;
+  ASSERT_EQ(lrmpu16to8(h, val, 2, &u8, &n8), 0u);
+  uint16_t *u16 = nullptr;
+  size_t n16 = 0;
+  ASSERT_EQ(lrmpu8to16(h, u8, n8, &u16, &n16), 0u);
+  EXPECT_EQ(n16, 2u);
+  EXPECT_EQ(memcmp(u16, val, 4), 0);
+  lrmpufree(h, u8);
+  lrmpufree(h, u16);
+  EXPECT_EQ(lrmpu8to16(h, "\xC0\x80", 2, &u16, &n16), 221u);
+  EXPECT_EQ(lrmpu8to16(h, "\xE4\xB8", 2, &u16, &n16), 221u);
+}
+
+TEST_F(Values, InitialisationCallbackAndFailures) {
+  EXPECT_EQ(lrmini(nullptr, nullptr, nullptr), nullptr);
+  auto refuse = [](void *, char *) -> int32_t { return 1; };
+  EXPECT_EQ(lrmini(ctx, refuse, nullptr), nullptr);
+  auto name = [](void *, char *buf) -> int32_t {
+    strcpy(buf, "tool");
+    return 0;
+  };
+  lrmctx *g = lrmini(ctx, name, nullptr);
+  ASSERT_NE(g, nullptr);
+  EXPECT_EQ(lrmtrm(g), 0);
+  const lxenv *latin = lxhLangEnv(nullptr, "AMERICAN_AMERICA.WE8ISO8859P1", 29);
+  ASSERT_NE(latin, nullptr);
+  g = lrminit(ctx, latin, nullptr, nullptr);
+  ASSERT_NE(g, nullptr);
+  // Latin-1 names fold by the character set's rules.
+  static const lrmkey k[] = {{"\xE9t\xE9", LRM_T_STRING, 0, 0, 0, 0, 0, nullptr, nullptr}};
+  static const lrmkeyset set = {k, 1, 0, nullptr, nullptr, nullptr, nullptr};
+  ASSERT_EQ(lrmpsvp(g, &set), 0u);
+  ASSERT_EQ(lrmpst(g, "\xC9T\xC9=x", 5), 0u);
+  const char *p = nullptr;
+  EXPECT_EQ(lrmgsp(g, nullptr, nullptr, "\xE9t\xE9", 3, 0, &p), 0u);
+  EXPECT_STREQ(p, "x");
+  EXPECT_EQ(lrmtrm(g), 0);
+}
+
+TEST_F(Values, ErrorPrefix) {
+  Declare();
+  ASSERT_EQ(Parse("nosuch=1"), 101u);
+  char buf[256];
+  lrmpfmt(h, buf, sizeof buf);
+  EXPECT_EQ(std::string(buf).substr(0, 11), "LRM-00101: ") << buf;
+  EXPECT_NE(std::string(buf).find("nosuch"), std::string::npos) << buf;
+  EXPECT_EQ(lrmperr(h, 206, LEM_ARG_TEXT, "k", LEM_ARG_END), 206u);
+  EXPECT_EQ(LastError(), 206);
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(Values, NumbersComeFromTheNumberParser) {
+  ASSERT_EQ(lrmpsvp(h, &kSet), 0u);
+  for (const char *text : {"12.5", "-0.001", "1e10", "0", "123456789012345678901234567890"}) {
+    uint8_t want[22], got[22];
+    size_t wantlen = 0, gotlen = 0, consumed = 0;
+    ASSERT_NE(lnxcpn(text, strlen(text), want, &wantlen, 0, 0, 0, 0, &consumed, nullptr), nullptr);
+    ASSERT_EQ(lrmt2on(h, text, strlen(text), got, &gotlen), 0u) << text;
+    ASSERT_EQ(gotlen, wantlen) << text;
+    EXPECT_EQ(memcmp(got, want, wantlen), 0) << text;
+    ASSERT_EQ(lrmspv(h, "amount", 6, text, strlen(text)), 0u);
+  }
+  uint8_t num[22];
+  size_t len = 0;
+  EXPECT_EQ(lrmgonv(h, nullptr, nullptr, "amount", 6, 1, num, &len), 0u);
+  EXPECT_GT(len, 0u);
+  for (const char *bad : {"", "abc", "1.2.3", "12x"}) EXPECT_EQ(lrmt2on(h, bad, strlen(bad), num, &len), 120u) << bad;
+  EXPECT_EQ(lrmgonv(h, nullptr, nullptr, "name", 4, 0, num, &len), 202u);
+}
+
+}  // namespace
