@@ -69,26 +69,98 @@ inline bool raw(const uint8_t *p, size_t len, Raw &o) {
   return o.n > 0;
 }
 
-// Places the digits of `o` (as values 0..99) at byte `off` of a 32-byte
-// window of four words, zeros elsewhere. Needs off + o.n <= 32. The window
-// is first filled with the byte that encodes digit 0 in the operand's
-// encoding, so that one subtraction per word decodes everything.
-inline void window(const Raw &o, int off, uint64_t w[4]) {
-  uint8_t b[32];
-  std::memset(b, o.neg ? 101 : 1, sizeof b);
-  copy_short(b + off, o.p, static_cast<size_t>(o.n));
+// The digits of `o` as values 0..99 in four words, the first digit in the
+// top byte of w[0], zeros after the last. Reads only the operand's own
+// bytes (overlapping loads, no staging copy: a copy read back in words
+// stalls on store forwarding).
+inline void digits(const Raw &o, uint64_t w[4]) {
+  const uint8_t *p = o.p;
+  const int n = o.n;
+  w[0] = w[1] = w[2] = w[3] = 0;
+  if (n >= 8) {
+    int j = 0;
+    for (; 8 * j + 8 <= n; ++j) w[j] = load_be(p + 8 * j);
+    if (8 * j < n) w[j] = load_be(p + n - 8) << (8 * (8 * j + 8 - n));
+  } else if (n >= 4) {
+    uint32_t hi, lo;
+    std::memcpy(&hi, p, 4);
+    std::memcpy(&lo, p + n - 4, 4);
+    w[0] = (static_cast<uint64_t>(__builtin_bswap32(hi)) << 32) |
+           (static_cast<uint64_t>(__builtin_bswap32(lo)) << (64 - 8 * n));
+  } else {
+    uint64_t v = 0;
+    for (int i = 0; i < n; ++i) v |= static_cast<uint64_t>(p[i]) << (56 - 8 * i);
+    w[0] = v;
+  }
+  // Decode only the bytes that hold digits; the rest stay zero.
+  for (int j = 0; j < 4; ++j) {
+    const int c = n - 8 * j;
+    if (c <= 0) break;
+    const uint64_t mask = c >= 8 ? ~0ull : ~0ull << (64 - 8 * c);
+    w[j] = o.neg ? (kNegBias & mask) - w[j] : w[j] - (kOnes & mask);
+  }
+}
+
+// Shifts four words of digits towards the less significant end by `s`
+// bytes (0..31); digits shifted past the end are lost.
+inline void shift_down(const uint64_t in[4], int s, uint64_t out[4]) {
+  const int q = s >> 3, r = (s & 7) * 8;
   for (int k = 0; k < 4; ++k) {
-    const uint64_t v = load_be(b + 8 * k);
-    w[k] = o.neg ? kNegBias - v : v - kOnes;
+    const uint64_t hi = k - q >= 0 ? in[k - q] : 0;
+    const uint64_t lo = k - q - 1 >= 0 ? in[k - q - 1] : 0;
+    out[k] = r == 0 ? hi : (hi >> r) | (lo << (64 - r));
+  }
+}
+
+// Base-100 addition of two words of digits plus a carry, with the carry out
+// in *c: each byte of x is biased by 156 so that a digit sum of 100 or more
+// overflows the byte and carries into the next one by itself; the bytes
+// that did not carry give back their bias afterwards.
+inline uint64_t add100(uint64_t x, uint64_t y, uint64_t &c) {
+  const uint64_t xb = x + kFix * kOnes;
+  uint64_t t, s;
+  const bool o1 = __builtin_add_overflow(xb, y, &t);
+  const bool o2 = __builtin_add_overflow(t, c, &s);
+  c = o1 | o2;
+  const uint64_t cin = xb ^ y ^ s;  // carry into every bit
+  const uint64_t cout = ((cin >> 8) & kOnes) | (c << 56);
+  return s - (~cout & kOnes) * kFix;
+}
+
+// Base-100 subtraction with a borrow: a byte that borrowed holds its digit
+// plus 256 and gives back 156.
+inline uint64_t sub100(uint64_t x, uint64_t y, uint64_t &c) {
+  uint64_t t, s;
+  const bool o1 = __builtin_sub_overflow(x, y, &t);
+  const bool o2 = __builtin_sub_overflow(t, c, &s);
+  c = o1 | o2;
+  const uint64_t bin = x ^ y ^ s;  // borrow into every bit
+  const uint64_t bout = ((bin >> 8) & kOnes) | (c << 56);
+  return s - bout * kFix;
+}
+
+// Writes the first t bytes (1..32) of the big-endian words o[] to dst.
+inline void store_exact(uint8_t *dst, const uint64_t o[4], int t) {
+  if (t >= 8) {
+    int j = 0;
+    for (; 8 * j + 8 <= t; ++j) store_be(dst + 8 * j, o[j]);
+    const int r = (t & 7) * 8;
+    if (r != 0) store_be(dst + t - 8, (o[j - 1] << r) | (o[j] >> (64 - r)));
+  } else if (t >= 4) {
+    const uint32_t hi = __builtin_bswap32(static_cast<uint32_t>(o[0] >> 32));
+    const uint32_t lo = __builtin_bswap32(static_cast<uint32_t>(o[0] >> (64 - 8 * t)));
+    std::memcpy(dst, &hi, 4);
+    std::memcpy(dst + t - 4, &lo, 4);
+  } else {
+    for (int i = 0; i < t; ++i) dst[i] = static_cast<uint8_t>(o[0] >> (56 - 8 * i));
   }
 }
 
 // ---------------------------------------------------------------- finishing
-// r[0..32) holds base-100 digits, r[0] at base-100 exponent `exp0`, and
-// r[32..64) is zero. Writes the number they make, rounded to twenty digits.
-void finish(bool neg, int exp0, uint8_t *r, uint8_t *out, size_t *outlen) {
-  uint64_t w[4];
-  for (int k = 0; k < 4; ++k) w[k] = load_be(r + 8 * k);
+// w[0..4) holds base-100 digits, the top byte of w[0] at base-100 exponent
+// `exp0`. Writes the number they make, rounded to twenty digits. Does
+// everything in registers: no digit is stored before the output.
+void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t *outlen) {
   int k = 0;
   while (k < 4 && w[k] == 0) ++k;
   if (k == 4) {
@@ -96,26 +168,34 @@ void finish(bool neg, int exp0, uint8_t *r, uint8_t *out, size_t *outlen) {
     return;
   }
   const int lead = 8 * k + __builtin_clzll(w[k]) / 8;
-  k = 3;
-  while (w[k] == 0) --k;
-  const int last = 8 * k + 7 - __builtin_ctzll(w[k]) / 8;
-  uint8_t *d = r + lead;
-  int n = last - lead + 1;
   int exp = exp0 - lead;
-  if (n > kMaxDigits) {
-    n = kMaxDigits;
-    if (d[kMaxDigits] >= 50) {
-      int i = kMaxDigits - 1;
-      while (i >= 0 && d[i] == 99) d[i--] = 0;
-      if (i >= 0) {
-        ++d[i];
-      } else {  // 99..99 became 100..00
-        d[0] = 1;
-        ++exp;
-      }
+  // Twenty-one digits from the first non-zero one: d[0..2] hold digits
+  // 0..23 of the result, the twenty-first (index 20) in byte 4 of d[2].
+  uint64_t d[3];
+  {
+    const int q = lead >> 3, r = (lead & 7) * 8;
+    for (int j = 0; j < 3; ++j) {
+      const uint64_t hi = j + q < 4 ? w[j + q] : 0;
+      const uint64_t lo = j + q + 1 < 4 ? w[j + q + 1] : 0;
+      d[j] = r == 0 ? hi : (hi << r) | (lo >> (64 - r));
     }
-    while (d[n - 1] == 0) --n;  // stops at the first digit, never zero
   }
+  const bool up = ((d[2] >> 24) & 0xFF) >= 50;
+  d[2] &= 0xFFFFFFFF00000000ull;
+  if (up) {  // one unit at digit 19, carries through 99s
+    uint64_t c = 0;
+    d[2] = add100(d[2], 1ull << 32, c);
+    d[2] &= 0xFFFFFFFF00000000ull;  // the biased empty bytes are not digits
+    d[1] = add100(d[1], 0, c);
+    d[0] = add100(d[0], 0, c);
+    if (c) {  // 99..99 became 100..00
+      d[0] = 1ull << 56;
+      ++exp;
+    }
+  }
+  k = 2;
+  while (d[k] == 0) --k;
+  const int n = 8 * k + 8 - __builtin_ctzll(d[k]) / 8;
   if (exp > kMaxExp) {
     emit_inf(neg, out, outlen);
     return;
@@ -124,31 +204,32 @@ void finish(bool neg, int exp0, uint8_t *r, uint8_t *out, size_t *outlen) {
     emit_zero(out, outlen);
     return;
   }
-  uint8_t st[1 + 1 + 24 + 8];
-  uint8_t *b = st + 1;
+  uint64_t e[3];
+  uint8_t eb;
   if (neg) {
-    b[0] = static_cast<uint8_t>(62 - exp);
-    for (int j = 0; j < 3; ++j) store_be(b + 1 + 8 * j, kNegBias - load_be(d + 8 * j));
+    eb = static_cast<uint8_t>(62 - exp);
+    for (int j = 0; j < 3; ++j) e[j] = kNegBias - d[j];
+    if (n < kMaxDigits) e[n >> 3] += 1ull << (56 - 8 * (n & 7));  // 101 -> terminator 102
   } else {
-    b[0] = static_cast<uint8_t>(exp + 193);
-    for (int j = 0; j < 3; ++j) store_be(b + 1 + 8 * j, load_be(d + 8 * j) + kOnes);
+    eb = static_cast<uint8_t>(exp + 193);
+    for (int j = 0; j < 3; ++j) e[j] = d[j] + kOnes;
   }
-  size_t len = static_cast<size_t>(n) + 1;
-  if (neg && n < kMaxDigits) b[len++] = kTerm;
-  if (outlen == nullptr) {
-    st[0] = static_cast<uint8_t>(len);
-    copy_short(out, st, len + 1);
-  } else {
-    copy_short(out, b, len);
-    *outlen = len;
-  }
+  const int len = n + 1 + (neg && n < kMaxDigits ? 1 : 0);
+  const int h = outlen == nullptr ? 2 : 1;  // header bytes: length, exponent
+  const uint64_t hdr = h == 2 ? (static_cast<uint64_t>(len) << 56) | (static_cast<uint64_t>(eb) << 48)
+                              : static_cast<uint64_t>(eb) << 56;
+  const int sh = 8 * h;
+  const uint64_t o[4] = {hdr | (e[0] >> sh), (e[0] << (64 - sh)) | (e[1] >> sh),
+                         (e[1] << (64 - sh)) | (e[2] >> sh), e[2] << (64 - sh)};
+  store_exact(out, o, len + h - 1);
+  if (outlen != nullptr) *outlen = static_cast<size_t>(len);
 }
 
 // Base-10^8 limbs of an operand, most significant first; the last is padded
 // with zero digits. Returns their count.
 inline int limbs8(const Raw &o, uint32_t *l) {
   uint64_t w[4];
-  window(o, 0, w);
+  digits(o, w);
   const int k = (o.n + 3) / 4;
   for (int j = 0; 2 * j < k; ++j) {
     // eight digits -> four pairs (below 10^4) -> two quadruples (below 10^8)
@@ -160,13 +241,61 @@ inline int limbs8(const Raw &o, uint32_t *l) {
   return k;
 }
 
-// Four base-100 digits of a limb below 10^8.
-inline void split8(uint32_t v, uint8_t *d) {
+// The four base-100 digits of a limb below 10^8, one per byte, the first
+// in the top byte.
+inline uint64_t split8(uint32_t v) {
   const uint32_t hi = v / 10000, lo = v - hi * 10000;
-  d[0] = static_cast<uint8_t>(hi / 100);
-  d[1] = static_cast<uint8_t>(hi - d[0] * 100u);
-  d[2] = static_cast<uint8_t>(lo / 100);
-  d[3] = static_cast<uint8_t>(lo - d[2] * 100u);
+  const uint32_t d0 = hi / 100, d2 = lo / 100;
+  return (d0 << 24) | ((hi - d0 * 100) << 16) | (d2 << 8) | (lo - d2 * 100);
+}
+
+// Long division q[0..m] = u / v in base 10^8 on little-endian limbs, u with
+// m + n limbs and a zero limb above them, v with n >= 2 limbs whose top limb
+// is at least 10^6 (it starts with a non-zero base-100 digit). Unlike the
+// general routine no normalising pass is needed: each quotient limb is
+// estimated from three limbs of the remainder over two of the divisor in
+// double precision, where the error is below 10^-6, and nudged up by
+// 2 * 10^-6 so that the estimate is the true limb or one more, never less;
+// the rare excess is taken back by adding the divisor once. The partial
+// remainder stays in [0, v) after every step, so the limbs are exact.
+inline void div_limbs(uint32_t *u, int m, const uint32_t *v, int n, uint32_t *q) {
+  constexpr uint64_t B = 100000000;
+  constexpr double Bd = 1e8;
+  u[m + n] = 0;
+  const double rden = 1.0 / (static_cast<double>(v[n - 1]) * Bd + static_cast<double>(v[n - 2]));
+  for (int j = m; j >= 0; --j) {
+    const double num = (static_cast<double>(u[j + n]) * Bd + static_cast<double>(u[j + n - 1])) * Bd +
+                       static_cast<double>(u[j + n - 2]);
+    uint64_t qhat = static_cast<uint64_t>(num * rden + 2e-6);
+    if (qhat == 0) {
+      q[j] = 0;
+      continue;
+    }
+    uint64_t carry = 0, borrow = 0;
+    for (int i = 0; i < n; ++i) {
+      const uint64_t p = qhat * v[i] + carry;
+      carry = p / B;
+      const uint64_t lo = p - carry * B;
+      const uint64_t ui = u[i + j];
+      const uint64_t sub = lo + borrow;
+      borrow = ui < sub;
+      u[i + j] = static_cast<uint32_t>(borrow ? ui + B - sub : ui - sub);
+    }
+    const uint64_t top = u[j + n], sub = carry + borrow;
+    if (top < sub) {  // one too many: add the divisor back once
+      --qhat;
+      uint64_t c = 0;
+      for (int i = 0; i < n; ++i) {
+        const uint64_t t = u[i + j] + static_cast<uint64_t>(v[i]) + c;
+        c = t >= B;
+        u[i + j] = static_cast<uint32_t>(c ? t - B : t);
+      }
+      u[j + n] = static_cast<uint32_t>(top + c - sub);  // back to [0, B)
+    } else {
+      u[j + n] = static_cast<uint32_t>(top - sub);
+    }
+    q[j] = static_cast<uint32_t>(qhat);
+  }
 }
 
 }  // namespace
@@ -186,26 +315,16 @@ bool add_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, bool
   }
   const int diff = x.exp - y.exp;
   if (diff + y.n > 31) return false;
-  uint64_t X[4], Y[4];
-  window(x, 1, X);
-  window(y, 1 + diff, Y);
-  alignas(8) uint8_t r[64];
+  uint64_t X[4], Y[4], t[4];
+  digits(x, t);
+  shift_down(t, 1, X);
+  digits(y, t);
+  shift_down(t, 1 + diff, Y);
+  uint64_t R[4];
   bool resneg = xneg;
   if (xneg == yneg) {
-    // Each byte of X is biased by 156 so that a digit sum of 100 or more
-    // overflows the byte and carries into the next one by itself; the bytes
-    // that did not carry give back their bias afterwards.
     uint64_t c = 0;
-    for (int k = 3; k >= 0; --k) {
-      const uint64_t xb = X[k] + kFix * kOnes;
-      uint64_t t, s;
-      const bool o1 = __builtin_add_overflow(xb, Y[k], &t);
-      const bool o2 = __builtin_add_overflow(t, c, &s);
-      c = o1 | o2;
-      const uint64_t cin = xb ^ Y[k] ^ s;  // carry into every bit
-      const uint64_t cout = ((cin >> 8) & kOnes) | (c << 56);
-      store_be(r + 8 * k, s - (~cout & kOnes) * kFix);
-    }
+    for (int k = 3; k >= 0; --k) R[k] = add100(X[k], Y[k], c);
   } else {
     if (diff == 0) {  // the larger magnitude goes first
       int k = 0;
@@ -219,20 +338,10 @@ bool add_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, bool
         resneg = yneg;
       }
     }
-    // A byte that borrowed holds its digit plus 256 and gives back 156.
     uint64_t c = 0;
-    for (int k = 3; k >= 0; --k) {
-      uint64_t t, s;
-      const bool o1 = __builtin_sub_overflow(X[k], Y[k], &t);
-      const bool o2 = __builtin_sub_overflow(t, c, &s);
-      c = o1 | o2;
-      const uint64_t bin = X[k] ^ Y[k] ^ s;  // borrow into every bit
-      const uint64_t bout = ((bin >> 8) & kOnes) | (c << 56);
-      store_be(r + 8 * k, s - bout * kFix);
-    }
+    for (int k = 3; k >= 0; --k) R[k] = sub100(X[k], Y[k], c);
   }
-  std::memset(r + 32, 0, 32);
-  finish(resneg, x.exp + 1, r, out, outlen);
+  finish(resneg, x.exp + 1, R, out, outlen);
   return true;
 }
 
@@ -259,9 +368,9 @@ bool mul_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint
   }
   const int s0 = p[0] == 0 ? 1 : 0;
   const int s1 = K < s0 + 6 ? K : s0 + 6;
-  alignas(8) uint8_t r[64] = {};
-  for (int m = s0; m < s1; ++m) split8(p[m], r + 4 * (m - s0));
-  finish(x.neg != y.neg, x.exp + y.exp + 1 - 4 * s0, r, out, outlen);
+  uint64_t w[4] = {};
+  for (int m = s0; m < s1; ++m) w[(m - s0) >> 1] |= split8(p[m]) << ((m - s0) & 1 ? 0 : 32);
+  finish(x.neg != y.neg, x.exp + y.exp + 1 - 4 * s0, w, out, outlen);
   return true;
 }
 
@@ -287,11 +396,11 @@ bool div_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint
       rem = cur - static_cast<uint64_t>(q[j]) * v[0];
     }
   } else {
-    knuth_div<100000000>(u, M, v, kb, q);
+    div_limbs(u, M, v, kb, q);
   }
-  alignas(8) uint8_t r[64] = {};
-  for (int i = 0; i <= M; ++i) split8(q[M - i], r + 4 * i);
-  finish(x.neg != y.neg, x.exp - y.exp + 3, r, out, outlen);
+  uint64_t w[4] = {};
+  for (int i = 0; i <= M; ++i) w[i >> 1] |= split8(q[M - i]) << (i & 1 ? 0 : 32);
+  finish(x.neg != y.neg, x.exp - y.exp + 3, w, out, outlen);
   return true;
 }
 

@@ -137,6 +137,10 @@ TEST(NumberFastPath, WordBoundaryEdges) {
       {Op::Div, make(true, 62, nines(20)), make(false, -64, {1})},
       {Op::Div, make(false, -64, {1}), make(false, 62, nines(20))},
       {Op::Div, make(false, 0, nines(20)), make(false, 0, {99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 98})},
+      // quotient limbs just below a whole number: the estimate overshoots
+      {Op::Div, make(false, 0, {99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 98}), make(false, 0, nines(20))},
+      {Op::Div, make(true, 3, {33, 33, 33, 33, 33, 33, 33, 33, 33, 33, 33, 33, 33, 33, 33, 33, 33, 33, 33, 32}), make(false, 0, {33, 33, 33, 33, 33, 33, 33, 33, 33, 33, 33, 33, 33, 33, 33, 33, 33, 33, 33, 33})},
+      {Op::Div, make(false, 0, {1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}), make(false, 0, {1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2})},
   };
   for (const auto &c : cases) {
     uint8_t want[22], got[22];
