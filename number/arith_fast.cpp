@@ -76,28 +76,33 @@ inline bool raw(const uint8_t *p, size_t len, Raw &o) {
 inline void digits(const Raw &o, uint64_t w[4]) {
   const uint8_t *p = o.p;
   const int n = o.n;
-  w[0] = w[1] = w[2] = w[3] = 0;
-  if (n >= 8) {
-    int j = 0;
-    for (; 8 * j + 8 <= n; ++j) w[j] = load_be(p + 8 * j);
-    if (8 * j < n) w[j] = load_be(p + n - 8) << (8 * (8 * j + 8 - n));
-  } else if (n >= 4) {
-    uint32_t hi, lo;
-    std::memcpy(&hi, p, 4);
-    std::memcpy(&lo, p + n - 4, 4);
-    w[0] = (static_cast<uint64_t>(__builtin_bswap32(hi)) << 32) |
-           (static_cast<uint64_t>(__builtin_bswap32(lo)) << (64 - 8 * n));
+  // Every byte loaded below is a digit byte, so whole words are decoded
+  // before the shifts that clear the places past the last digit.
+  auto dec = [&o](uint64_t v) { return o.neg ? kNegBias - v : v - kOnes; };
+  w[3] = 0;
+  if (n > 16) {
+    w[0] = dec(load_be(p));
+    w[1] = dec(load_be(p + 8));
+    w[2] = dec(load_be(p + n - 8)) << (8 * (24 - n));
+  } else if (n >= 8) {
+    w[0] = dec(load_be(p));
+    w[1] = n > 8 ? dec(load_be(p + n - 8)) << (8 * (16 - n)) : 0;
+    w[2] = 0;
   } else {
-    uint64_t v = 0;
-    for (int i = 0; i < n; ++i) v |= static_cast<uint64_t>(p[i]) << (56 - 8 * i);
-    w[0] = v;
-  }
-  // Decode only the bytes that hold digits; the rest stay zero.
-  for (int j = 0; j < 4; ++j) {
-    const int c = n - 8 * j;
-    if (c <= 0) break;
-    const uint64_t mask = c >= 8 ? ~0ull : ~0ull << (64 - 8 * c);
-    w[j] = o.neg ? (kNegBias & mask) - w[j] : w[j] - (kOnes & mask);
+    uint64_t v;
+    if (n >= 4) {
+      uint32_t hi, lo;
+      std::memcpy(&hi, p, 4);
+      std::memcpy(&lo, p + n - 4, 4);
+      v = (static_cast<uint64_t>(__builtin_bswap32(hi)) << 32) |
+          (static_cast<uint64_t>(__builtin_bswap32(lo)) << (64 - 8 * n));
+    } else {
+      v = 0;
+      for (int i = 0; i < n; ++i) v |= static_cast<uint64_t>(p[i]) << (56 - 8 * i);
+    }
+    const uint64_t mask = ~0ull << (64 - 8 * n);
+    w[0] = o.neg ? (kNegBias & mask) - v : v - (kOnes & mask);
+    w[1] = w[2] = 0;
   }
 }
 
@@ -225,20 +230,19 @@ void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t *outle
   if (outlen != nullptr) *outlen = static_cast<size_t>(len);
 }
 
-// Base-10^8 limbs of an operand, most significant first; the last is padded
-// with zero digits. Returns their count.
+// Base-10^8 limbs of an operand, most significant first, always six (the
+// digits are followed by zeros). Returns how many hold digits.
 inline int limbs8(const Raw &o, uint32_t *l) {
   uint64_t w[4];
   digits(o, w);
-  const int k = (o.n + 3) / 4;
-  for (int j = 0; 2 * j < k; ++j) {
+  for (int j = 0; j < 3; ++j) {
     // eight digits -> four pairs (below 10^4) -> two quadruples (below 10^8)
     const uint64_t p = ((w[j] >> 8) & 0x00FF00FF00FF00FFull) * 100 + (w[j] & 0x00FF00FF00FF00FFull);
     const uint64_t q = ((p >> 16) & 0x0000FFFF0000FFFFull) * 10000 + (p & 0x0000FFFF0000FFFFull);
     l[2 * j] = static_cast<uint32_t>(q >> 32);
     l[2 * j + 1] = static_cast<uint32_t>(q);
   }
-  return k;
+  return (o.n + 3) / 4;
 }
 
 // The four base-100 digits of a limb below 10^8, one per byte, the first
@@ -249,52 +253,54 @@ inline uint64_t split8(uint32_t v) {
   return (d0 << 24) | ((hi - d0 * 100) << 16) | (d2 << 8) | (lo - d2 * 100);
 }
 
-// Long division q[0..m] = u / v in base 10^8 on little-endian limbs, u with
-// m + n limbs and a zero limb above them, v with n >= 2 limbs whose top limb
+// Long division q[0..m] = u / v in base 10^8 on little-endian limbs: u has
+// m + n + 1 limbs with u / B^m < v * B, v has n >= 2 limbs whose top limb
 // is at least 10^6 (it starts with a non-zero base-100 digit). Unlike the
 // general routine no normalising pass is needed: each quotient limb is
 // estimated from three limbs of the remainder over two of the divisor in
 // double precision, where the error is below 10^-6, and nudged up by
 // 2 * 10^-6 so that the estimate is the true limb or one more, never less;
 // the rare excess is taken back by adding the divisor once. The partial
-// remainder stays in [0, v) after every step, so the limbs are exact.
-inline void div_limbs(uint32_t *u, int m, const uint32_t *v, int n, uint32_t *q) {
-  constexpr uint64_t B = 100000000;
+// remainder is in [0, v) after every step, so the limbs are exact.
+// The products of a step are split into limbs independently of each other
+// and only a small borrow runs along them: the steps form one long chain of
+// dependent operations, and this keeps each link short.
+template <int m, int n>
+inline void div_limbs(uint32_t *u, const uint32_t *v, uint32_t *q) {
+  constexpr int64_t B = 100000000;
   constexpr double Bd = 1e8;
-  u[m + n] = 0;
   const double rden = 1.0 / (static_cast<double>(v[n - 1]) * Bd + static_cast<double>(v[n - 2]));
+#pragma GCC unroll 6
   for (int j = m; j >= 0; --j) {
     const double num = (static_cast<double>(u[j + n]) * Bd + static_cast<double>(u[j + n - 1])) * Bd +
                        static_cast<double>(u[j + n - 2]);
-    uint64_t qhat = static_cast<uint64_t>(num * rden + 2e-6);
-    if (qhat == 0) {
-      q[j] = 0;
-      continue;
-    }
-    uint64_t carry = 0, borrow = 0;
+    const uint64_t qhat = static_cast<uint64_t>(num * rden + 2e-6);
+    int64_t borrow = 0, hi_prev = 0;
+#pragma GCC unroll 5
     for (int i = 0; i < n; ++i) {
-      const uint64_t p = qhat * v[i] + carry;
-      carry = p / B;
-      const uint64_t lo = p - carry * B;
-      const uint64_t ui = u[i + j];
-      const uint64_t sub = lo + borrow;
-      borrow = ui < sub;
-      u[i + j] = static_cast<uint32_t>(borrow ? ui + B - sub : ui - sub);
+      const uint64_t p = qhat * v[i];
+      const int64_t hi = static_cast<int64_t>(p / B);
+      const int64_t lo = static_cast<int64_t>(p) - hi * B;
+      int64_t t = static_cast<int64_t>(u[i + j]) - lo - hi_prev + borrow;  // > -2B - 1
+      const int64_t k = (t < 0) + (t < -B);
+      u[i + j] = static_cast<uint32_t>(t + k * B);
+      borrow = -k;
+      hi_prev = hi;
     }
-    const uint64_t top = u[j + n], sub = carry + borrow;
-    if (top < sub) {  // one too many: add the divisor back once
-      --qhat;
-      uint64_t c = 0;
+    const int64_t top = static_cast<int64_t>(u[j + n]) - hi_prev + borrow;
+    if (top < 0) {  // one too many: add the divisor back once (top becomes 0)
+      uint32_t c = 0;
       for (int i = 0; i < n; ++i) {
-        const uint64_t t = u[i + j] + static_cast<uint64_t>(v[i]) + c;
-        c = t >= B;
-        u[i + j] = static_cast<uint32_t>(c ? t - B : t);
+        const uint32_t t = u[i + j] + v[i] + c;
+        c = t >= static_cast<uint32_t>(B);
+        u[i + j] = c ? t - static_cast<uint32_t>(B) : t;
       }
-      u[j + n] = static_cast<uint32_t>(top + c - sub);  // back to [0, B)
+      u[j + n] = 0;
+      q[j] = static_cast<uint32_t>(qhat - 1);
     } else {
-      u[j + n] = static_cast<uint32_t>(top - sub);
+      u[j + n] = static_cast<uint32_t>(top);
+      q[j] = static_cast<uint32_t>(qhat);
     }
-    q[j] = static_cast<uint32_t>(qhat);
   }
 }
 
@@ -355,52 +361,60 @@ bool mul_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint
   Raw x, y;
   if (!raw(a, alen, x) || !raw(b, blen, y)) return false;
   uint32_t la[6], lb[6];
-  const int ka = limbs8(x, la), kb = limbs8(y, lb);
-  const int K = ka + kb;
+  limbs8(x, la);
+  limbs8(y, lb);
+  // Always five limbs by five (short operands are padded with zero limbs at
+  // the bottom, which leaves the leading product limbs as they are): a fixed
+  // shape the compiler lays out without loops or branches.
   uint32_t p[10];
   uint64_t carry = 0;
-  for (int m = K - 1; m >= 0; --m) {
+#pragma GCC unroll 10
+  for (int m = 9; m >= 0; --m) {
     uint64_t acc = carry;
-    const int lo = m - kb > 0 ? m - kb : 0, hi = m - 1 < ka - 1 ? m - 1 : ka - 1;
-    for (int i = lo; i <= hi; ++i) acc += static_cast<uint64_t>(la[i]) * lb[m - 1 - i];
+#pragma GCC unroll 5
+    for (int i = 0; i < 5; ++i)
+      if (m - 1 - i >= 0 && m - 1 - i < 5) acc += static_cast<uint64_t>(la[i]) * lb[m - 1 - i];
     carry = acc / 100000000;
     p[m] = static_cast<uint32_t>(acc - carry * 100000000);
   }
   const int s0 = p[0] == 0 ? 1 : 0;
-  const int s1 = K < s0 + 6 ? K : s0 + 6;
   uint64_t w[4] = {};
-  for (int m = s0; m < s1; ++m) w[(m - s0) >> 1] |= split8(p[m]) << ((m - s0) & 1 ? 0 : 32);
+  for (int m = 0; m < 6; ++m) w[m >> 1] |= split8(p[s0 + m]) << (m & 1 ? 0 : 32);
   finish(x.neg != y.neg, x.exp + y.exp + 1 - 4 * s0, w, out, outlen);
   return true;
 }
 
 // ---------------------------------------------------------------- divide
-// Long division in base 10^8, developing seven quotient limbs: at least 24
-// significant base-100 digits, so the twenty-first is exact.
+// Long division in base 10^8. With A and B the operands' digits as
+// integers of five limbs, q = floor(100 * A * 10^40 / B) lies in
+// [100^20, 100^23): six quotient limbs hold every digit of it, at least
+// the twenty-one significant ones that rounding reads, all exact.
 bool div_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
               size_t *outlen) {
   Raw x, y;
   if (!raw(a, alen, x) || !raw(b, blen, y)) return false;
   uint32_t la[6], lb[6];
-  const int ka = limbs8(x, la), kb = limbs8(y, lb);
-  constexpr int M = 6;
-  const int k = kb - ka + M;
-  uint32_t u[M + 5 + 1] = {}, v[5], q[M + 1];
-  for (int t = 0; t < ka; ++t) u[k + t] = la[ka - 1 - t];
-  for (int t = 0; t < kb; ++t) v[t] = lb[kb - 1 - t];
-  if (kb == 1) {
-    uint64_t rem = 0;
-    for (int j = M; j >= 0; --j) {
-      const uint64_t cur = rem * 100000000 + u[j];
-      q[j] = static_cast<uint32_t>(cur / v[0]);
-      rem = cur - static_cast<uint64_t>(q[j]) * v[0];
-    }
-  } else {
-    div_limbs(u, M, v, kb, q);
+  limbs8(x, la);
+  limbs8(y, lb);
+  // Both operands are always taken as five limbs, zero limbs below shorter
+  // ones (which leaves the quotient as it is): a fixed shape the compiler
+  // lays out without loops.
+  constexpr int M = 5, N = 5;
+  uint32_t u[M + N + 1] = {}, v[N], q[M + 1];
+  // u = 100 * A * 10^(8M), little-endian; the top limb takes the carry.
+  uint64_t c = 0;
+#pragma GCC unroll 5
+  for (int t = 0; t < N; ++t) {
+    const uint64_t s = static_cast<uint64_t>(la[N - 1 - t]) * 100 + c;
+    c = s / 100000000;
+    u[M + t] = static_cast<uint32_t>(s - c * 100000000);
   }
+  u[M + N] = static_cast<uint32_t>(c);
+  for (int t = 0; t < N; ++t) v[t] = lb[N - 1 - t];
+  div_limbs<M, N>(u, v, q);
   uint64_t w[4] = {};
   for (int i = 0; i <= M; ++i) w[i >> 1] |= split8(q[M - i]) << (i & 1 ? 0 : 32);
-  finish(x.neg != y.neg, x.exp - y.exp + 3, w, out, outlen);
+  finish(x.neg != y.neg, x.exp - y.exp + 2, w, out, outlen);
   return true;
 }
 
