@@ -253,54 +253,55 @@ inline uint64_t split8(uint32_t v) {
   return (d0 << 24) | ((hi - d0 * 100) << 16) | (d2 << 8) | (lo - d2 * 100);
 }
 
-// Long division q[0..m] = u / v in base 10^8 on little-endian limbs: u has
-// m + n + 1 limbs with u / B^m < v * B, v has n >= 2 limbs whose top limb
-// is at least 10^6 (it starts with a non-zero base-100 digit). Unlike the
-// general routine no normalising pass is needed: each quotient limb is
-// estimated from three limbs of the remainder over two of the divisor in
-// double precision, where the error is below 10^-6, and nudged up by
-// 2 * 10^-6 so that the estimate is the true limb or one more, never less;
-// the rare excess is taken back by adding the divisor once. The partial
-// remainder is in [0, v) after every step, so the limbs are exact.
-// The products of a step are split into limbs independently of each other
-// and only a small borrow runs along them: the steps form one long chain of
-// dependent operations, and this keeps each link short.
+// Long division Q = floor(U / V) in base 10^8 on little-endian limbs: U
+// has m + n + 1 limbs with U < V * B^(m+1), V has n >= 2 limbs whose top
+// limb is at least 10^6 (it starts with a non-zero base-100 digit). Q comes
+// out in q[0..m].
+//
+// Each quotient limb is estimated from the top of the remainder over the
+// two top limbs of V in double precision. The error of that estimate is
+// below 1.1 * 10^-6 (mostly from the dropped limbs of V, at most 10^-14 of
+// a quotient below 10^8), and it is nudged up by 4 * 10^-6: the limb taken
+// is then the true one or one more, so the remainder stays in [-V, V), and
+// a limb one too large is made good by a negative next one. No step waits
+// for a carry to run along the remainder: the products are split into
+// limbs independently and subtracted from limbs that are kept signed and
+// unnormalised (they stay below 2 * 10^9 in magnitude). Only at the end is
+// the remainder's sign found, the last limb lowered by one if it is
+// negative, and the signed quotient limbs normalised.
 template <int m, int n>
-inline void div_limbs(uint32_t *u, const uint32_t *v, uint32_t *q) {
+inline void div_limbs(const uint32_t *u_in, const uint32_t *v, uint32_t *q) {
   constexpr int64_t B = 100000000;
   constexpr double Bd = 1e8;
+  int64_t u[m + n + 1], qs[m + 1];
+  for (int i = 0; i <= m + n; ++i) u[i] = u_in[i];
   const double rden = 1.0 / (static_cast<double>(v[n - 1]) * Bd + static_cast<double>(v[n - 2]));
 #pragma GCC unroll 6
   for (int j = m; j >= 0; --j) {
-    const double num = (static_cast<double>(u[j + n]) * Bd + static_cast<double>(u[j + n - 1])) * Bd +
-                       static_cast<double>(u[j + n - 2]);
-    const uint64_t qhat = static_cast<uint64_t>(num * rden + 2e-6);
-    int64_t borrow = 0, hi_prev = 0;
+    const int64_t top = u[j + n] * B + u[j + n - 1];  // the remainder bounds it by 10^16
+    const double num = static_cast<double>(top) * Bd + static_cast<double>(u[j + n - 2]);
+    // floor() of a value above -2B, by truncating it shifted up
+    const int64_t qhat = static_cast<int64_t>(num * rden + (4e-6 + 2 * Bd)) - 2 * B;
 #pragma GCC unroll 5
     for (int i = 0; i < n; ++i) {
-      const uint64_t p = qhat * v[i];
-      const int64_t hi = static_cast<int64_t>(p / B);
-      const int64_t lo = static_cast<int64_t>(p) - hi * B;
-      int64_t t = static_cast<int64_t>(u[i + j]) - lo - hi_prev + borrow;  // > -2B - 1
-      const int64_t k = (t < 0) + (t < -B);
-      u[i + j] = static_cast<uint32_t>(t + k * B);
-      borrow = -k;
-      hi_prev = hi;
+      const int64_t p = qhat * v[i];  // |p| <= 10^16
+      const int64_t hi = static_cast<int64_t>(static_cast<uint64_t>(p + B * B) / B) - B;
+      u[i + j] -= p - hi * B;
+      u[i + j + 1] -= hi;
     }
-    const int64_t top = static_cast<int64_t>(u[j + n]) - hi_prev + borrow;
-    if (top < 0) {  // one too many: add the divisor back once (top becomes 0)
-      uint32_t c = 0;
-      for (int i = 0; i < n; ++i) {
-        const uint32_t t = u[i + j] + v[i] + c;
-        c = t >= static_cast<uint32_t>(B);
-        u[i + j] = c ? t - static_cast<uint32_t>(B) : t;
-      }
-      u[j + n] = 0;
-      q[j] = static_cast<uint32_t>(qhat - 1);
-    } else {
-      u[j + n] = static_cast<uint32_t>(top);
-      q[j] = static_cast<uint32_t>(qhat);
-    }
+    u[j + n - 1] += u[j + n] * B;  // fold the top limb, which the remainder empties
+    u[j + n] = 0;
+    qs[j] = qhat;
+  }
+  // Sign of the remainder: carry the lower limbs into the top one.
+  int64_t c = 0;
+  for (int i = 0; i < n - 1; ++i) c = (u[i] + c + 100 * B) / B - 100;
+  if (u[n - 1] + c < 0) qs[0] -= 1;
+  c = 0;
+  for (int j = 0; j <= m; ++j) {
+    const int64_t t = qs[j] + c;
+    c = (t + 4 * B) / B - 4;
+    q[j] = static_cast<uint32_t>(t - c * B);
   }
 }
 
