@@ -263,39 +263,46 @@ inline uint64_t split8(uint32_t v) {
 // below 1.1 * 10^-6 (mostly from the dropped limbs of V, at most 10^-14 of
 // a quotient below 10^8), and it is nudged up by 4 * 10^-6: the limb taken
 // is then the true one or one more, so the remainder stays in [-V, V), and
-// a limb one too large is made good by a negative next one. No step waits
-// for a carry to run along the remainder: the products are split into
-// limbs independently and subtracted from limbs that are kept signed and
-// unnormalised (they stay below 2 * 10^9 in magnitude). Only at the end is
-// the remainder's sign found, the last limb lowered by one if it is
-// negative, and the signed quotient limbs normalised.
+// a limb one too large is made good by a negative next one.
+//
+// No step waits for a carry to run along the remainder: the products are
+// subtracted whole from signed limbs (which stay below 10^17 in magnitude),
+// and only the three limbs under the top are carried upwards before each
+// estimate; the limbs further down change the estimate by less than 10^-13.
+// At the end the remainder's sign is found, the last quotient limb lowered
+// by one if it is negative, and the signed quotient limbs normalised.
 template <int m, int n>
 inline void div_limbs(const uint32_t *u_in, const uint32_t *v, uint32_t *q) {
+  static_assert(n >= 3, "the estimate reads three limbs under the top");
   constexpr int64_t B = 100000000;
   constexpr double Bd = 1e8;
+  constexpr int64_t K = 1000000000;  // K * B exceeds every limb's magnitude
   int64_t u[m + n + 1], qs[m + 1];
   for (int i = 0; i <= m + n; ++i) u[i] = u_in[i];
+  auto carry_up = [&u](int i) {  // u[i] into [0, B), the rest to u[i + 1]
+    const int64_t h = static_cast<int64_t>(static_cast<uint64_t>(u[i] + K * B) / B) - K;
+    u[i] -= h * B;
+    u[i + 1] += h;
+  };
   const double rden = 1.0 / (static_cast<double>(v[n - 1]) * Bd + static_cast<double>(v[n - 2]));
 #pragma GCC unroll 6
   for (int j = m; j >= 0; --j) {
+    carry_up(j + n - 3);
+    carry_up(j + n - 2);
+    carry_up(j + n - 1);
     const int64_t top = u[j + n] * B + u[j + n - 1];  // the remainder bounds it by 10^16
     const double num = static_cast<double>(top) * Bd + static_cast<double>(u[j + n - 2]);
     // floor() of a value above -2B, by truncating it shifted up
     const int64_t qhat = static_cast<int64_t>(num * rden + (4e-6 + 2 * Bd)) - 2 * B;
 #pragma GCC unroll 5
-    for (int i = 0; i < n; ++i) {
-      const int64_t p = qhat * v[i];  // |p| <= 10^16
-      const int64_t hi = static_cast<int64_t>(static_cast<uint64_t>(p + B * B) / B) - B;
-      u[i + j] -= p - hi * B;
-      u[i + j + 1] -= hi;
-    }
+    for (int i = 0; i < n; ++i) u[i + j] -= qhat * v[i];
     u[j + n - 1] += u[j + n] * B;  // fold the top limb, which the remainder empties
     u[j + n] = 0;
     qs[j] = qhat;
   }
   // Sign of the remainder: carry the lower limbs into the top one.
   int64_t c = 0;
-  for (int i = 0; i < n - 1; ++i) c = (u[i] + c + 100 * B) / B - 100;
+  for (int i = 0; i < n - 1; ++i) c = static_cast<int64_t>(static_cast<uint64_t>(u[i] + c + K * B) / B) - K;
   if (u[n - 1] + c < 0) qs[0] -= 1;
   c = 0;
   for (int j = 0; j <= m; ++j) {
