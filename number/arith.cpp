@@ -4,8 +4,12 @@
 // and multiplication) or enough of it (division keeps at least 23 base-100
 // digits of the truncated quotient, so the 21st digit that decides the
 // rounding is exact), and leaves rounding, overflow and underflow to
-// `encode`. Multiplication and division work in base-10000 limbs, two
-// base-100 digits each, to halve the inner loops.
+// `encode`. Multiplication and division work in base-10^8 limbs, four
+// base-100 digits each, to shorten the inner loops.
+//
+// These are the plain kernels: they serve every operand shape and are the
+// reference for the fast paths in arith_fast.cpp, which the entry points at
+// the end of this file try first for finite non-zero operands.
 #include <cstring>
 #include <utility>
 

@@ -15,10 +15,11 @@
 // The result is rounded, range-checked and written by `finish`, which
 // applies exactly the rule of `encode_bytes`: round half up on the
 // twenty-first digit, drop trailing zeros, infinity above the range, zero
-// below it.
+// below it. Between the input bytes and the output bytes the digits stay
+// in registers: bytes stored and read back as words stall the loads.
 //
-// Sections: words and operands; finishing; addition and subtraction;
-// multiplication; division.
+// Sections: words and operands; finishing; limbs and the long division;
+// addition and subtraction; multiplication; division.
 #include <cstring>
 #include <utility>
 
@@ -230,6 +231,7 @@ void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t *outle
   if (outlen != nullptr) *outlen = static_cast<size_t>(len);
 }
 
+// ---------------------------------------------------------------- limbs
 // Base-10^8 limbs of an operand, most significant first, always six (the
 // digits are followed by zeros). Returns how many hold digits.
 inline int limbs8(const Raw &o, uint32_t *l) {
@@ -315,9 +317,10 @@ inline void div_limbs(const uint32_t *u_in, const uint32_t *v, uint32_t *q) {
 }  // namespace
 
 // ---------------------------------------------------------------- add / sub
-// Byte 0 of the window is the carry place, one above the larger exponent;
-// both operands must fit in the 31 places below it (always true within
-// seven places of each other, and so for most pairs met in practice).
+// The top byte of the first word is the carry place, one above the larger
+// exponent; both operands must fit in the 31 places below it (always true
+// within eleven places of each other, and so for most pairs met in
+// practice; the rest go to the plain kernel).
 bool add_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, bool subtract,
               uint8_t *out, size_t *outlen) {
   Raw x, y;
