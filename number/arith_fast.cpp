@@ -269,8 +269,8 @@ inline uint64_t split8(uint32_t v) {
 //
 // No step waits for a carry to run along the remainder: the products are
 // subtracted whole from signed limbs (which stay below 10^17 in magnitude),
-// and only the three limbs under the top are carried upwards before each
-// estimate; the limbs further down change the estimate by less than 10^-13.
+// and only the three limbs under the top carry upwards before each
+// estimate; the limbs further down change the estimate by less than 10^-12.
 // At the end the remainder's sign is found, the last quotient limb lowered
 // by one if it is negative, and the signed quotient limbs normalised.
 template <int m, int n>
@@ -281,17 +281,21 @@ inline void div_limbs(const uint32_t *u_in, const uint32_t *v, uint32_t *q) {
   constexpr int64_t K = 1000000000;  // K * B exceeds every limb's magnitude
   int64_t u[m + n + 1], qs[m + 1];
   for (int i = 0; i <= m + n; ++i) u[i] = u_in[i];
-  auto carry_up = [&u](int i) {  // u[i] into [0, B), the rest to u[i + 1]
-    const int64_t h = static_cast<int64_t>(static_cast<uint64_t>(u[i] + K * B) / B) - K;
-    u[i] -= h * B;
-    u[i + 1] += h;
+  auto high = [](int64_t x) {  // floor(x / B) for |x| < K * B
+    return static_cast<int64_t>(static_cast<uint64_t>(x + K * B) / B) - K;
   };
   const double rden = 1.0 / (static_cast<double>(v[n - 1]) * Bd + static_cast<double>(v[n - 2]));
 #pragma GCC unroll 6
   for (int j = m; j >= 0; --j) {
-    carry_up(j + n - 3);
-    carry_up(j + n - 2);
-    carry_up(j + n - 1);
+    // The three carries are taken from the limbs as they are, side by side
+    // rather than one after the other: that leaves each of those limbs
+    // below B plus the carry it receives (under 10^9), which is as good for
+    // the estimate and keeps the chain from one step to the next short.
+    const int64_t h3 = high(u[j + n - 3]), h2 = high(u[j + n - 2]), h1 = high(u[j + n - 1]);
+    u[j + n - 3] -= h3 * B;
+    u[j + n - 2] += h3 - h2 * B;
+    u[j + n - 1] += h2 - h1 * B;
+    u[j + n] += h1;
     const int64_t top = u[j + n] * B + u[j + n - 1];  // the remainder bounds it by 10^16
     const double num = static_cast<double>(top) * Bd + static_cast<double>(u[j + n - 2]);
     // floor() of a value above -2B, by truncating it shifted up
@@ -304,7 +308,7 @@ inline void div_limbs(const uint32_t *u_in, const uint32_t *v, uint32_t *q) {
   }
   // Sign of the remainder: carry the lower limbs into the top one.
   int64_t c = 0;
-  for (int i = 0; i < n - 1; ++i) c = static_cast<int64_t>(static_cast<uint64_t>(u[i] + c + K * B) / B) - K;
+  for (int i = 0; i < n - 1; ++i) c = high(u[i] + c);
   if (u[n - 1] + c < 0) qs[0] -= 1;
   c = 0;
   for (int j = 0; j <= m; ++j) {
