@@ -285,6 +285,7 @@ inline void div_limbs(const uint32_t *u_in, const uint32_t *v, uint32_t *q) {
     return static_cast<int64_t>(static_cast<uint64_t>(x + K * B) / B) - K;
   };
   const double rden = 1.0 / (static_cast<double>(v[n - 1]) * Bd + static_cast<double>(v[n - 2]));
+  const double rdenB = rden * Bd;
 #pragma GCC unroll 6
   for (int j = m; j >= 0; --j) {
     // The three carries are taken from the limbs as they are, side by side
@@ -297,9 +298,10 @@ inline void div_limbs(const uint32_t *u_in, const uint32_t *v, uint32_t *q) {
     u[j + n - 1] += h2 - h1 * B;
     u[j + n] += h1;
     const int64_t top = u[j + n] * B + u[j + n - 1];  // the remainder bounds it by 10^16
-    const double num = static_cast<double>(top) * Bd + static_cast<double>(u[j + n - 2]);
-    // floor() of a value above -2B, by truncating it shifted up
-    const int64_t qhat = static_cast<int64_t>(num * rden + (4e-6 + 2 * Bd)) - 2 * B;
+    // (top * B + u[j + n - 2]) / den, the lower part summed off the chain;
+    // floor() of a value above -2B, by truncating it shifted up.
+    const double low = static_cast<double>(u[j + n - 2]) * rden + (4e-6 + 2 * Bd);
+    const int64_t qhat = static_cast<int64_t>(static_cast<double>(top) * rdenB + low) - 2 * B;
 #pragma GCC unroll 5
     for (int i = 0; i < n; ++i) u[i + j] -= qhat * v[i];
     u[j + n - 1] += u[j + n] * B;  // fold the top limb, which the remainder empties
