@@ -4,8 +4,12 @@
 // and multiplication) or enough of it (division keeps at least 23 base-100
 // digits of the truncated quotient, so the 21st digit that decides the
 // rounding is exact), and leaves rounding, overflow and underflow to
-// `encode`. Multiplication and division work in base-10000 limbs, two
-// base-100 digits each, to halve the inner loops.
+// `encode`. Multiplication and division work in base-10^8 limbs, four
+// base-100 digits each, to shorten the inner loops.
+//
+// These are the plain kernels: they serve every operand shape and are the
+// reference for the fast paths in arith_fast.cpp, which the entry points at
+// the end of this file try first for finite non-zero operands.
 #include <cstring>
 #include <utility>
 
@@ -219,8 +223,6 @@ uint32_t knuth_div(uint32_t *u, int m, uint32_t *v, int n, uint32_t *q) {
 template uint32_t knuth_div<10000>(uint32_t *, int, uint32_t *, int, uint32_t *);
 template uint32_t knuth_div<100000000>(uint32_t *, int, uint32_t *, int, uint32_t *);
 
-namespace {
-
 void mul_num(const Num &a, const Num &b, uint8_t *out, size_t *outlen) {
   if (a.kind == Kind::Zero || b.kind == Kind::Zero) {
     emit_zero(out, outlen);
@@ -293,134 +295,6 @@ void div_num(const Num &a, const Num &b, uint8_t *out, size_t *outlen) {
   encode(aneg != bneg, a.exp - b.exp + 3, d, 4 * (M + 1), out, outlen);
 }
 
-// The common case of addition and subtraction, finite non-zero operands
-// within 24 places of each other, straight from the bytes: no decoded copies
-// of the operands are made. Returns false for every other case, which
-// add_num handles.
-struct Operand {
-  const uint8_t *p;  // digit bytes
-  int n, exp;
-  bool stored_neg;   // how the digit bytes are encoded
-  bool neg;          // sign in the operation (flipped for a subtrahend)
-  int digit(int i) const { return stored_neg ? 101 - p[i] : p[i] - 1; }
-};
-
-inline bool operand(const uint8_t *p, size_t len, Operand &o) {
-  p = resolve(p, len);
-  const uint8_t e = p[0];
-  if (len < 2 || (e == 0xFF && p[1] == kPosInfDigit)) return false;  // zero, infinities
-  o.p = p + 1;
-  if (e & 0x80) {
-    o.stored_neg = false;
-    o.exp = e - 193;
-    o.n = static_cast<int>(len) - 1;
-  } else {
-    o.stored_neg = true;
-    o.exp = 62 - e;
-    o.n = static_cast<int>(len) - 1 - (p[len - 1] == kTerm ? 1 : 0);
-  }
-  o.neg = o.stored_neg;
-  return o.n > 0;
-}
-
-}  // namespace
-
-bool add_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, bool subtract,
-              uint8_t *out, size_t *outlen) {
-  Operand x, y;
-  if (!operand(a, alen, x) || !operand(b, blen, y)) return false;
-  y.neg = y.neg != subtract;
-  if (x.exp < y.exp) std::swap(x, y);
-  int diff = x.exp - y.exp;
-  if (diff > 24) return false;
-  bool resneg = x.neg;
-  if (x.neg != y.neg && diff == 0) {
-    // Equal exponents, opposite signs: the larger magnitude goes first.
-    int c = 0;
-    const int m = x.n < y.n ? x.n : y.n;
-    for (int i = 0; i < m && c == 0; ++i) c = x.digit(i) - y.digit(i);
-    if (c == 0) c = x.n - y.n;
-    if (c == 0) {
-      emit_zero(out, outlen);
-      return true;
-    }
-    if (c < 0) {
-      std::swap(x, y);
-      resneg = x.neg;
-    }
-  }
-  uint8_t w[48] = {};
-  const int L = 1 + (x.n > diff + y.n ? x.n : diff + y.n);
-  for (int i = 0; i < x.n; ++i) w[i + 1] = static_cast<uint8_t>(x.digit(i));
-  int i = diff + y.n;
-  if (x.neg == y.neg) {
-    int carry = 0;
-    for (int j = y.n - 1; j >= 0; --j, --i) {
-      int s = w[i] + y.digit(j) + carry;
-      carry = s >= 100;
-      w[i] = static_cast<uint8_t>(carry ? s - 100 : s);
-    }
-    while (carry) {
-      int s = w[i] + 1;
-      carry = s >= 100;
-      w[i--] = static_cast<uint8_t>(carry ? 0 : s);
-    }
-  } else {
-    int borrow = 0;
-    for (int j = y.n - 1; j >= 0; --j, --i) {
-      int s = w[i] - y.digit(j) - borrow;
-      borrow = s < 0;
-      w[i] = static_cast<uint8_t>(borrow ? s + 100 : s);
-    }
-    while (borrow) {
-      int s = w[i] - 1;
-      borrow = s < 0;
-      w[i--] = static_cast<uint8_t>(borrow ? 99 : s);
-    }
-  }
-  encode(resneg, x.exp + 1, w, L, out, outlen);
-  return true;
-}
-
-// Multiplication of finite non-zero operands straight from the bytes into
-// base-10^8 limbs. Only the six leading limbs of the product are split into
-// digits: they hold at least 21 significant digits, all that rounding reads.
-bool mul_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
-              size_t *outlen) {
-  Operand x, y;
-  if (!operand(a, alen, x) || !operand(b, blen, y)) return false;
-  uint32_t la[5], lb[5];
-  auto limbs = [](const Operand &o, uint32_t *l) {
-    const int k = (o.n + 3) / 4;
-    for (int j = 0; j < k; ++j) {
-      uint32_t v = 0;
-      for (int t = 0; t < 4; ++t) {
-        const int i = 4 * j + t;
-        v = v * 100 + static_cast<uint32_t>(i < o.n ? o.digit(i) : 0);
-      }
-      l[j] = v;
-    }
-    return k;
-  };
-  const int ka = limbs(x, la), kb = limbs(y, lb);
-  const int K = ka + kb;
-  uint32_t r[10];
-  uint64_t carry = 0;
-  for (int m = K - 1; m >= 0; --m) {
-    uint64_t acc = carry;
-    const int lo = m - kb > 0 ? m - kb : 0, hi = m - 1 < ka - 1 ? m - 1 : ka - 1;
-    for (int i = lo; i <= hi; ++i) acc += static_cast<uint64_t>(la[i]) * lb[m - 1 - i];
-    carry = acc / 100000000;
-    r[m] = static_cast<uint32_t>(acc - carry * 100000000);
-  }
-  const int s0 = r[0] == 0 ? 1 : 0;
-  const int s1 = K < s0 + 6 ? K : s0 + 6;
-  uint8_t d[24];
-  for (int m = s0; m < s1; ++m) split8(r[m], d + 4 * (m - s0));
-  encode(x.neg != y.neg, x.exp + y.exp + 1 - 4 * s0, d, 4 * (s1 - s0), out, outlen);
-  return true;
-}
-
 }  // namespace lnx_internal
 
 using namespace lnx_internal;
@@ -456,6 +330,7 @@ KELAPI void lnxmul(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen,
 
 KELAPI void lnxdiv(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
                    size_t *outlen) {
+  if (div_fast(a, alen, b, blen, out, outlen)) return;
   Num x, y;
   decode_arg(a, alen, x);
   decode_arg(b, blen, y);

@@ -151,6 +151,24 @@ size_t to_text(const Num &x, TextForm form, int32_t places, char *buf, size_t ca
 // Arithmetic kernels on decoded numbers, used by the composite operations
 // (sum, modulo, scale) without re-encoding in between.
 void add_num(const Num &a, const Num &b, bool subtract, uint8_t *out, size_t *outlen);
+// The plain multiplication and division on decoded operands: every operand
+// shape, and the reference the byte-level fast paths are tested against.
+void mul_num(const Num &a, const Num &b, uint8_t *out, size_t *outlen);
+void div_num(const Num &a, const Num &b, uint8_t *out, size_t *outlen);
+
+// Fast paths straight from the bytes for finite non-zero operands (the
+// common case): they read the base-100 digit bytes eight at a time into
+// 64-bit words and never build a decoded copy. Each returns false, having
+// written nothing, for the shapes it leaves to the plain kernels (zeros,
+// infinities, operands too far apart); when it returns true its output is
+// byte for byte what the plain kernel gives.
+bool add_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, bool subtract,
+              uint8_t *out, size_t *outlen);
+bool mul_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
+              size_t *outlen);
+bool div_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
+              size_t *outlen);
+
 // Round (truncate == false) or truncate to `places` decimal places.
 void round_num(const Num &x, int32_t places, bool truncate, uint8_t *out, size_t *outlen);
 

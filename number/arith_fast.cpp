@@ -1,0 +1,438 @@
+// arith_fast.cpp - addition, subtraction, multiplication and division of
+// finite non-zero numbers straight from their bytes.
+//
+// The plain kernels in arith.cpp decode both operands into digit arrays and
+// encode a digit string back, one base-100 digit at a time. Here the digit
+// bytes are handled eight at a time as 64-bit words holding one base-100
+// digit per byte, most significant digit in the top byte:
+//  - the excess encodings (d + 1 for positives, 101 - d for negatives) are
+//    removed and re-applied with one subtraction per word;
+//  - addition and subtraction run as whole-word additions whose carries or
+//    borrows cross the bytes by themselves; the bytes that did (or did not)
+//    carry are then found from the carry vector and corrected in one step;
+//  - multiplication and division regroup the digit words into base-10^8
+//    limbs with two multiply-adds per word.
+// The result is rounded, range-checked and written by `finish`, which
+// applies exactly the rule of `encode_bytes`: round half up on the
+// twenty-first digit, drop trailing zeros, infinity above the range, zero
+// below it. Between the input bytes and the output bytes the digits stay
+// in registers: bytes stored and read back as words stall the loads.
+//
+// Sections: words and operands; finishing; limbs and the long division;
+// addition and subtraction; multiplication; division.
+#include <cstring>
+#include <utility>
+
+#include "number/lnx_impl.h"
+
+namespace lnx_internal {
+
+namespace {
+
+// ---------------------------------------------------------------- words
+constexpr uint64_t kOnes = 0x0101010101010101ull;
+constexpr uint64_t kNegBias = 101 * kOnes;  // a negative's digit byte is 101 - d
+constexpr uint64_t kFix = 156;              // 256 - 100
+
+inline uint64_t load_be(const uint8_t *p) {
+  uint64_t v;
+  std::memcpy(&v, p, 8);
+  return __builtin_bswap64(v);
+}
+inline void store_be(uint8_t *p, uint64_t v) {
+  v = __builtin_bswap64(v);
+  std::memcpy(p, &v, 8);
+}
+
+// A finite non-zero operand as it lies in its bytes.
+struct Raw {
+  const uint8_t *p;  // digit bytes
+  int n;             // digit count (terminator excluded)
+  int exp;           // base-100 exponent of the first digit
+  bool neg;          // digits stored as 101 - d
+};
+
+// Returns false for zero, the infinities and a malformed digitless negative.
+inline bool raw(const uint8_t *p, size_t len, Raw &o) {
+  p = resolve(p, len);
+  const uint8_t e = p[0];
+  if (len < 2 || (e == 0xFF && p[1] == kPosInfDigit)) return false;
+  o.p = p + 1;
+  if (e & 0x80) {
+    o.neg = false;
+    o.exp = e - 193;
+    o.n = static_cast<int>(len) - 1;
+  } else {
+    o.neg = true;
+    o.exp = 62 - e;
+    o.n = static_cast<int>(len) - 1 - (p[len - 1] == kTerm ? 1 : 0);
+  }
+  return o.n > 0;
+}
+
+// The digits of `o` as values 0..99 in four words, the first digit in the
+// top byte of w[0], zeros after the last. Reads only the operand's own
+// bytes (overlapping loads, no staging copy: a copy read back in words
+// stalls on store forwarding).
+inline void digits(const Raw &o, uint64_t w[4]) {
+  const uint8_t *p = o.p;
+  const int n = o.n;
+  // Every byte loaded below is a digit byte, so whole words are decoded
+  // before the shifts that clear the places past the last digit.
+  auto dec = [&o](uint64_t v) { return o.neg ? kNegBias - v : v - kOnes; };
+  w[3] = 0;
+  if (n > 16) {
+    w[0] = dec(load_be(p));
+    w[1] = dec(load_be(p + 8));
+    w[2] = dec(load_be(p + n - 8)) << (8 * (24 - n));
+  } else if (n >= 8) {
+    w[0] = dec(load_be(p));
+    w[1] = n > 8 ? dec(load_be(p + n - 8)) << (8 * (16 - n)) : 0;
+    w[2] = 0;
+  } else {
+    uint64_t v;
+    if (n >= 4) {
+      uint32_t hi, lo;
+      std::memcpy(&hi, p, 4);
+      std::memcpy(&lo, p + n - 4, 4);
+      v = (static_cast<uint64_t>(__builtin_bswap32(hi)) << 32) |
+          (static_cast<uint64_t>(__builtin_bswap32(lo)) << (64 - 8 * n));
+    } else {
+      v = 0;
+      for (int i = 0; i < n; ++i) v |= static_cast<uint64_t>(p[i]) << (56 - 8 * i);
+    }
+    const uint64_t mask = ~0ull << (64 - 8 * n);
+    w[0] = o.neg ? (kNegBias & mask) - v : v - (kOnes & mask);
+    w[1] = w[2] = 0;
+  }
+}
+
+// Shifts four words of digits towards the less significant end by `s`
+// bytes (0..31); digits shifted past the end are lost.
+inline void shift_down(const uint64_t in[4], int s, uint64_t out[4]) {
+  const int q = s >> 3, r = (s & 7) * 8;
+  for (int k = 0; k < 4; ++k) {
+    const uint64_t hi = k - q >= 0 ? in[k - q] : 0;
+    const uint64_t lo = k - q - 1 >= 0 ? in[k - q - 1] : 0;
+    out[k] = r == 0 ? hi : (hi >> r) | (lo << (64 - r));
+  }
+}
+
+// Base-100 addition of two words of digits plus a carry, with the carry out
+// in *c: each byte of x is biased by 156 so that a digit sum of 100 or more
+// overflows the byte and carries into the next one by itself; the bytes
+// that did not carry give back their bias afterwards.
+inline uint64_t add100(uint64_t x, uint64_t y, uint64_t &c) {
+  const uint64_t xb = x + kFix * kOnes;
+  uint64_t t, s;
+  const bool o1 = __builtin_add_overflow(xb, y, &t);
+  const bool o2 = __builtin_add_overflow(t, c, &s);
+  c = o1 | o2;
+  const uint64_t cin = xb ^ y ^ s;  // carry into every bit
+  const uint64_t cout = ((cin >> 8) & kOnes) | (c << 56);
+  return s - (~cout & kOnes) * kFix;
+}
+
+// Base-100 subtraction with a borrow: a byte that borrowed holds its digit
+// plus 256 and gives back 156.
+inline uint64_t sub100(uint64_t x, uint64_t y, uint64_t &c) {
+  uint64_t t, s;
+  const bool o1 = __builtin_sub_overflow(x, y, &t);
+  const bool o2 = __builtin_sub_overflow(t, c, &s);
+  c = o1 | o2;
+  const uint64_t bin = x ^ y ^ s;  // borrow into every bit
+  const uint64_t bout = ((bin >> 8) & kOnes) | (c << 56);
+  return s - bout * kFix;
+}
+
+// Writes the first t bytes (1..32) of the big-endian words o[] to dst.
+inline void store_exact(uint8_t *dst, const uint64_t o[4], int t) {
+  if (t >= 8) {
+    int j = 0;
+    for (; 8 * j + 8 <= t; ++j) store_be(dst + 8 * j, o[j]);
+    const int r = (t & 7) * 8;
+    if (r != 0) store_be(dst + t - 8, (o[j - 1] << r) | (o[j] >> (64 - r)));
+  } else if (t >= 4) {
+    const uint32_t hi = __builtin_bswap32(static_cast<uint32_t>(o[0] >> 32));
+    const uint32_t lo = __builtin_bswap32(static_cast<uint32_t>(o[0] >> (64 - 8 * t)));
+    std::memcpy(dst, &hi, 4);
+    std::memcpy(dst + t - 4, &lo, 4);
+  } else {
+    for (int i = 0; i < t; ++i) dst[i] = static_cast<uint8_t>(o[0] >> (56 - 8 * i));
+  }
+}
+
+// ---------------------------------------------------------------- finishing
+// w[0..4) holds base-100 digits, the top byte of w[0] at base-100 exponent
+// `exp0`. Writes the number they make, rounded to twenty digits. Does
+// everything in registers: no digit is stored before the output.
+void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t *outlen) {
+  int k = 0;
+  while (k < 4 && w[k] == 0) ++k;
+  if (k == 4) {
+    emit_zero(out, outlen);
+    return;
+  }
+  const int lead = 8 * k + __builtin_clzll(w[k]) / 8;
+  int exp = exp0 - lead;
+  // Twenty-one digits from the first non-zero one: d[0..2] hold digits
+  // 0..23 of the result, the twenty-first (index 20) in byte 4 of d[2].
+  uint64_t d[3];
+  {
+    const int q = lead >> 3, r = (lead & 7) * 8;
+    for (int j = 0; j < 3; ++j) {
+      const uint64_t hi = j + q < 4 ? w[j + q] : 0;
+      const uint64_t lo = j + q + 1 < 4 ? w[j + q + 1] : 0;
+      d[j] = r == 0 ? hi : (hi << r) | (lo >> (64 - r));
+    }
+  }
+  const bool up = ((d[2] >> 24) & 0xFF) >= 50;
+  d[2] &= 0xFFFFFFFF00000000ull;
+  if (up) {  // one unit at digit 19, carries through 99s
+    uint64_t c = 0;
+    d[2] = add100(d[2], 1ull << 32, c);
+    d[2] &= 0xFFFFFFFF00000000ull;  // the biased empty bytes are not digits
+    d[1] = add100(d[1], 0, c);
+    d[0] = add100(d[0], 0, c);
+    if (c) {  // 99..99 became 100..00
+      d[0] = 1ull << 56;
+      ++exp;
+    }
+  }
+  k = 2;
+  while (d[k] == 0) --k;
+  const int n = 8 * k + 8 - __builtin_ctzll(d[k]) / 8;
+  if (exp > kMaxExp) {
+    emit_inf(neg, out, outlen);
+    return;
+  }
+  if (exp < kMinExp) {
+    emit_zero(out, outlen);
+    return;
+  }
+  uint64_t e[3];
+  uint8_t eb;
+  if (neg) {
+    eb = static_cast<uint8_t>(62 - exp);
+    for (int j = 0; j < 3; ++j) e[j] = kNegBias - d[j];
+    if (n < kMaxDigits) e[n >> 3] += 1ull << (56 - 8 * (n & 7));  // 101 -> terminator 102
+  } else {
+    eb = static_cast<uint8_t>(exp + 193);
+    for (int j = 0; j < 3; ++j) e[j] = d[j] + kOnes;
+  }
+  const int len = n + 1 + (neg && n < kMaxDigits ? 1 : 0);
+  const int h = outlen == nullptr ? 2 : 1;  // header bytes: length, exponent
+  const uint64_t hdr = h == 2 ? (static_cast<uint64_t>(len) << 56) | (static_cast<uint64_t>(eb) << 48)
+                              : static_cast<uint64_t>(eb) << 56;
+  const int sh = 8 * h;
+  const uint64_t o[4] = {hdr | (e[0] >> sh), (e[0] << (64 - sh)) | (e[1] >> sh),
+                         (e[1] << (64 - sh)) | (e[2] >> sh), e[2] << (64 - sh)};
+  store_exact(out, o, len + h - 1);
+  if (outlen != nullptr) *outlen = static_cast<size_t>(len);
+}
+
+// ---------------------------------------------------------------- limbs
+// Base-10^8 limbs of an operand, most significant first, always six (the
+// digits are followed by zeros). Returns how many hold digits.
+inline int limbs8(const Raw &o, uint32_t *l) {
+  uint64_t w[4];
+  digits(o, w);
+  for (int j = 0; j < 3; ++j) {
+    // eight digits -> four pairs (below 10^4) -> two quadruples (below 10^8)
+    const uint64_t p = ((w[j] >> 8) & 0x00FF00FF00FF00FFull) * 100 + (w[j] & 0x00FF00FF00FF00FFull);
+    const uint64_t q = ((p >> 16) & 0x0000FFFF0000FFFFull) * 10000 + (p & 0x0000FFFF0000FFFFull);
+    l[2 * j] = static_cast<uint32_t>(q >> 32);
+    l[2 * j + 1] = static_cast<uint32_t>(q);
+  }
+  return (o.n + 3) / 4;
+}
+
+// The four base-100 digits of a limb below 10^8, one per byte, the first
+// in the top byte.
+inline uint64_t split8(uint32_t v) {
+  const uint32_t hi = v / 10000, lo = v - hi * 10000;
+  const uint32_t d0 = hi / 100, d2 = lo / 100;
+  return (d0 << 24) | ((hi - d0 * 100) << 16) | (d2 << 8) | (lo - d2 * 100);
+}
+
+// Long division Q = floor(U / V) in base 10^8 on little-endian limbs: U
+// has m + n + 1 limbs with U < V * B^(m+1), V has n >= 2 limbs whose top
+// limb is at least 10^6 (it starts with a non-zero base-100 digit). Q comes
+// out in q[0..m].
+//
+// Each quotient limb is estimated from the top of the remainder over the
+// two top limbs of V in double precision. The error of that estimate is
+// below 1.1 * 10^-6 (mostly from the dropped limbs of V, at most 10^-14 of
+// a quotient below 10^8), and it is nudged up by 4 * 10^-6: the limb taken
+// is then the true one or one more, so the remainder stays in [-V, V), and
+// a limb one too large is made good by a negative next one.
+//
+// No step waits for a carry to run along the remainder: the products are
+// subtracted whole from signed limbs (which stay below 10^17 in magnitude),
+// and only the three limbs under the top carry upwards before each
+// estimate; the limbs further down change the estimate by less than 10^-12.
+// At the end the remainder's sign is found, the last quotient limb lowered
+// by one if it is negative, and the signed quotient limbs normalised.
+template <int m, int n>
+inline void div_limbs(const uint32_t *u_in, const uint32_t *v, uint32_t *q) {
+  static_assert(n >= 3, "the estimate reads three limbs under the top");
+  constexpr int64_t B = 100000000;
+  constexpr double Bd = 1e8;
+  constexpr int64_t K = 1000000000;  // K * B exceeds every limb's magnitude
+  int64_t u[m + n + 1], qs[m + 1];
+  for (int i = 0; i <= m + n; ++i) u[i] = u_in[i];
+  auto high = [](int64_t x) {  // floor(x / B) for |x| < K * B
+    return static_cast<int64_t>(static_cast<uint64_t>(x + K * B) / B) - K;
+  };
+  const double rden = 1.0 / (static_cast<double>(v[n - 1]) * Bd + static_cast<double>(v[n - 2]));
+  const double rdenB = rden * Bd;
+#pragma GCC unroll 6
+  for (int j = m; j >= 0; --j) {
+    // The three carries are taken from the limbs as they are, side by side
+    // rather than one after the other: that leaves each of those limbs
+    // below B plus the carry it receives (under 10^9), which is as good for
+    // the estimate and keeps the chain from one step to the next short.
+    const int64_t h3 = high(u[j + n - 3]), h2 = high(u[j + n - 2]), h1 = high(u[j + n - 1]);
+    u[j + n - 3] -= h3 * B;
+    u[j + n - 2] += h3 - h2 * B;
+    u[j + n - 1] += h2 - h1 * B;
+    u[j + n] += h1;
+    const int64_t top = u[j + n] * B + u[j + n - 1];  // the remainder bounds it by 10^16
+    // (top * B + u[j + n - 2]) / den, the lower part summed off the chain;
+    // floor() of a value above -2B, by truncating it shifted up.
+    const double low = static_cast<double>(u[j + n - 2]) * rden + (4e-6 + 2 * Bd);
+    const int64_t qhat = static_cast<int64_t>(static_cast<double>(top) * rdenB + low) - 2 * B;
+#pragma GCC unroll 5
+    for (int i = 0; i < n; ++i) u[i + j] -= qhat * v[i];
+    u[j + n - 1] += u[j + n] * B;  // fold the top limb, which the remainder empties
+    u[j + n] = 0;
+    qs[j] = qhat;
+  }
+  // Sign of the remainder: carry the lower limbs into the top one.
+  int64_t c = 0;
+  for (int i = 0; i < n - 1; ++i) c = high(u[i] + c);
+  if (u[n - 1] + c < 0) qs[0] -= 1;
+  c = 0;
+  for (int j = 0; j <= m; ++j) {
+    const int64_t t = qs[j] + c;
+    c = (t + 4 * B) / B - 4;
+    q[j] = static_cast<uint32_t>(t - c * B);
+  }
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------- add / sub
+// The top byte of the first word is the carry place, one above the larger
+// exponent; both operands must fit in the 31 places below it (always true
+// within eleven places of each other, and so for most pairs met in
+// practice; the rest go to the plain kernel).
+bool add_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, bool subtract,
+              uint8_t *out, size_t *outlen) {
+  Raw x, y;
+  if (!raw(a, alen, x) || !raw(b, blen, y)) return false;
+  bool xneg = x.neg, yneg = y.neg != subtract;
+  if (x.exp < y.exp) {
+    std::swap(x, y);
+    std::swap(xneg, yneg);
+  }
+  const int diff = x.exp - y.exp;
+  if (diff + y.n > 31) return false;
+  uint64_t X[4], Y[4], t[4];
+  digits(x, t);
+  shift_down(t, 1, X);
+  digits(y, t);
+  shift_down(t, 1 + diff, Y);
+  uint64_t R[4];
+  bool resneg = xneg;
+  if (xneg == yneg) {
+    uint64_t c = 0;
+    for (int k = 3; k >= 0; --k) R[k] = add100(X[k], Y[k], c);
+  } else {
+    if (diff == 0) {  // the larger magnitude goes first
+      int k = 0;
+      while (k < 4 && X[k] == Y[k]) ++k;
+      if (k == 4) {
+        emit_zero(out, outlen);
+        return true;
+      }
+      if (X[k] < Y[k]) {
+        for (int j = 0; j < 4; ++j) std::swap(X[j], Y[j]);
+        resneg = yneg;
+      }
+    }
+    uint64_t c = 0;
+    for (int k = 3; k >= 0; --k) R[k] = sub100(X[k], Y[k], c);
+  }
+  finish(resneg, x.exp + 1, R, out, outlen);
+  return true;
+}
+
+// ---------------------------------------------------------------- multiply
+// Product scanning in base 10^8 (five products below 10^16 each fit a
+// 64-bit column). Only the six limbs from the first non-zero one are turned
+// back into digits: they hold at least twenty-one significant digits, all
+// that rounding reads.
+bool mul_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
+              size_t *outlen) {
+  Raw x, y;
+  if (!raw(a, alen, x) || !raw(b, blen, y)) return false;
+  uint32_t la[6], lb[6];
+  limbs8(x, la);
+  limbs8(y, lb);
+  // Always five limbs by five (short operands are padded with zero limbs at
+  // the bottom, which leaves the leading product limbs as they are): a fixed
+  // shape the compiler lays out without loops or branches.
+  uint32_t p[10];
+  uint64_t carry = 0;
+#pragma GCC unroll 10
+  for (int m = 9; m >= 0; --m) {
+    uint64_t acc = carry;
+#pragma GCC unroll 5
+    for (int i = 0; i < 5; ++i)
+      if (m - 1 - i >= 0 && m - 1 - i < 5) acc += static_cast<uint64_t>(la[i]) * lb[m - 1 - i];
+    carry = acc / 100000000;
+    p[m] = static_cast<uint32_t>(acc - carry * 100000000);
+  }
+  const int s0 = p[0] == 0 ? 1 : 0;
+  uint64_t w[4] = {};
+  for (int m = 0; m < 6; ++m) w[m >> 1] |= split8(p[s0 + m]) << (m & 1 ? 0 : 32);
+  finish(x.neg != y.neg, x.exp + y.exp + 1 - 4 * s0, w, out, outlen);
+  return true;
+}
+
+// ---------------------------------------------------------------- divide
+// Long division in base 10^8. With A and B the operands' digits as
+// integers of five limbs, q = floor(100 * A * 10^40 / B) lies in
+// [100^20, 100^23): six quotient limbs hold every digit of it, at least
+// the twenty-one significant ones that rounding reads, all exact.
+bool div_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
+              size_t *outlen) {
+  Raw x, y;
+  if (!raw(a, alen, x) || !raw(b, blen, y)) return false;
+  uint32_t la[6], lb[6];
+  limbs8(x, la);
+  limbs8(y, lb);
+  // Both operands are always taken as five limbs, zero limbs below shorter
+  // ones (which leaves the quotient as it is): a fixed shape the compiler
+  // lays out without loops.
+  constexpr int M = 5, N = 5;
+  uint32_t u[M + N + 1] = {}, v[N], q[M + 1];
+  // u = 100 * A * 10^(8M), little-endian; the top limb takes the carry.
+  uint64_t c = 0;
+#pragma GCC unroll 5
+  for (int t = 0; t < N; ++t) {
+    const uint64_t s = static_cast<uint64_t>(la[N - 1 - t]) * 100 + c;
+    c = s / 100000000;
+    u[M + t] = static_cast<uint32_t>(s - c * 100000000);
+  }
+  u[M + N] = static_cast<uint32_t>(c);
+  for (int t = 0; t < N; ++t) v[t] = lb[N - 1 - t];
+  div_limbs<M, N>(u, v, q);
+  uint64_t w[4] = {};
+  for (int i = 0; i <= M; ++i) w[i >> 1] |= split8(q[M - i]) << (i & 1 ? 0 : 32);
+  finish(x.neg != y.neg, x.exp - y.exp + 2, w, out, outlen);
+  return true;
+}
+
+}  // namespace lnx_internal
