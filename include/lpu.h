@@ -129,6 +129,73 @@ KELAPI int32_t lpub64enc(void *uctx, const void *src, size_t len, uint32_t flags
 KELAPI int32_t lpub64dec(void *uctx, const char *src, size_t len, uint32_t flags, void *buf, size_t bufl,
                          size_t *outl);
 
+/* ---------------------------------------------------------- HTTP client
+ * A client (lpuhc) keeps at most one idle connection open and reuses it for
+ * the next request to the same host and port. Only "http" URLs are served.
+ * When the environment variable http_proxy holds a URL ("http://host:port"),
+ * requests go through that proxy unless the target host is listed in
+ * no_proxy (comma-separated names; a leading "." or none matches a domain
+ * suffix; "*" matches every host). A client is used by one thread at a
+ * time; separate clients are independent. */
+
+typedef struct lpuhc lpuhc;
+
+typedef struct lpuhdr {
+  const char *name;  /* NUL-terminated */
+  const char *value; /* NUL-terminated */
+} lpuhdr;
+
+typedef struct lpureq {
+  const char *method;    /* "GET", "HEAD", "POST", "PUT" (any token is sent) */
+  const char *url;       /* absolute http URL, NUL-terminated */
+  const lpuhdr *headers; /* extra request headers (may be null) */
+  size_t nheaders;
+  const void *body; /* request body (may be null); its length in bodyl */
+  size_t bodyl;
+  int32_t connect_ms;    /* connect time limit; 0 = 10000 */
+  int32_t read_ms;       /* limit on each wait for response bytes; 0 = 30000 */
+  int32_t maxredirects;  /* redirects followed; < 0 = 5, 0 = none */
+} lpureq;
+
+typedef struct lpuresp {
+  int32_t status;     /* status code, e.g. 200 */
+  int32_t redirects;  /* redirects followed */
+  int32_t reused;     /* 1 when the final request went over a kept connection */
+  int32_t spare;
+  const char *reason; /* reason phrase */
+  const char *url;    /* final URL (after redirects) */
+  lpuhdr *headers;    /* response headers in order received */
+  size_t nheaders;
+  const uint8_t *body; /* the body (followed by a NUL not counted in bodyl) */
+  size_t bodyl;
+  void *block; /* the heap block holding all of the above (lpuhrfree) */
+} lpuresp;
+
+/* Makes a client; null when uctx is not a context of lpuini or out of
+ * memory. */
+KELAPI lpuhc *lpuhcnew(void *uctx);
+/* Closes its connection and frees the client; null is ignored. */
+KELAPI void lpuhcfree(lpuhc *hc);
+
+/* Sends the request and reads the whole response into *resp, following
+ * redirects (301, 302, 303, 307, 308 with a Location; 303, and 301/302
+ * after POST, continue with GET and no body). Interim 1xx responses are
+ * skipped. The body is read by Content-Length, chunked transfer coding or
+ * until the server closes. Every part of *resp lives in one block of `heap`
+ * (memory context mctx) freed by lpuhrfree. Any status the server sends is
+ * success; failures (-1, *resp zeroed) are: a malformed URL or header
+ * (LPU_BADURL, LPU_BADARG), a scheme other than http (LPU_SCHEME), a name
+ * that does not resolve (LPU_RESOLVE), a refused or failed connection
+ * (LPU_CONNECT), a time-out (LPU_TIMEOUT), a broken connection (LPU_IO), a
+ * malformed response (LPU_BADRESP), too many redirects (LPU_TOOMANYREDIR)
+ * and no memory (LPU_NOMEM). */
+KELAPI int32_t lpuhreq(lpuhc *hc, const lpureq *req, void *mctx, lmmheap *heap, lpuresp *resp);
+/* The value of the first response header named `name` (ASCII case
+ * ignored), or null. */
+KELAPI const char *lpuhget(const lpuresp *resp, const char *name);
+/* Frees the block of a response and zeroes *resp; 0 / -1. */
+KELAPI int32_t lpuhrfree(void *mctx, lmmheap *heap, lpuresp *resp);
+
 KEL_END_DECLS
 
 #endif /* LPU_H */

@@ -21,6 +21,12 @@ void recn(void *uctx, int32_t msg, int64_t num, const char *text) noexcept {
     lemrec(c->lemctx, c->fac, msg, 1, LEM_ARG_NUM, num, LEM_ARG_END);
 }
 
+void rec2(void *uctx, int32_t msg, const char *text, const char *text2) noexcept {
+  lpuctx *c = ctx_of(uctx);
+  if (c == nullptr) return;
+  lemrec(c->lemctx, c->fac, msg, 1, LEM_ARG_TEXT, text, LEM_ARG_TEXT, text2, LEM_ARG_END);
+}
+
 void recsn(void *uctx, int32_t msg, const char *text, int64_t num, const char *text2) noexcept {
   lpuctx *c = ctx_of(uctx);
   if (c == nullptr) return;

@@ -30,7 +30,12 @@ inline lpuctx *ctx_of(void *p) noexcept {
 // and texts passed are the ones the message's text names, in order.
 void rec(void *uctx, int32_t msg, const char *text) noexcept;
 void recn(void *uctx, int32_t msg, int64_t num, const char *text = nullptr) noexcept;
+void rec2(void *uctx, int32_t msg, const char *text, const char *text2) noexcept;
 void recsn(void *uctx, int32_t msg, const char *text, int64_t num, const char *text2 = nullptr) noexcept;
+
+// Parses without recording: -1 for success, else the offset of the first
+// error with *why naming it.
+int64_t parse_url(const char *text, size_t len, lpuurl *u, const char **why);
 
 // Output into a caller buffer with the "length needed" contract of lpu.h.
 struct Out {
