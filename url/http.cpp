@@ -90,15 +90,27 @@ enum class Rc { ok, eof, io, timeout, bad, nomem };
 
 // ---------------------------------------------------------------- reader
 struct Reader {
-  int64_t fd;
+  int64_t fd;  // -1: read from mem instead (the fuzz harness)
   int32_t ms;
+  const char *mem = nullptr;
+  size_t meml = 0;
   uint64_t got = 0;  // bytes received on this exchange
   size_t r = 0, w = 0;
   char buf[16384];
 
   Rc fill() {
     if (r == w) r = w = 0;
-    int64_t k = slsckrecv(fd, buf + w, sizeof buf - w, ms);
+    int64_t k;
+    if (fd >= 0) {
+      k = slsckrecv(fd, buf + w, sizeof buf - w, ms);
+    } else {
+      // Small pieces, so that every boundary case of the buffer is met.
+      k = static_cast<int64_t>(meml < 7 ? meml : 7);
+      if (k > static_cast<int64_t>(sizeof buf - w)) k = static_cast<int64_t>(sizeof buf - w);
+      memcpy(buf + w, mem, static_cast<size_t>(k));
+      mem += k;
+      meml -= static_cast<size_t>(k);
+    }
     if (k > 0) {
       w += static_cast<size_t>(k);
       got += static_cast<uint64_t>(k);
@@ -659,6 +671,25 @@ int32_t deliver(void *uctx, void *mctx, lmmheap *heap, const Response &rs, sv ur
 }
 
 }  // namespace
+
+int32_t parse_response_mem(const char *p, size_t n, bool head, int32_t *status, size_t *bodyl) {
+  auto *rd = static_cast<Reader *>(ss_mem_alc(sizeof(Reader)));
+  if (rd == nullptr) return -1;
+  new (rd) Reader;
+  rd->fd = -1;
+  rd->ms = 0;
+  rd->mem = p;
+  rd->meml = n;
+  Response rs;
+  Failure f;
+  Rc rc = read_response(*rd, head, rs, f);
+  ss_mem_fre(rd);
+  if (rc != Rc::ok) return -1;
+  *status = rs.status;
+  *bodyl = rs.body.size();
+  return 0;
+}
+
 }  // namespace lpu_internal
 
 using namespace lpu_internal;

@@ -37,6 +37,11 @@ void recsn(void *uctx, int32_t msg, const char *text, int64_t num, const char *t
 // error with *why naming it.
 int64_t parse_url(const char *text, size_t len, lpuurl *u, const char **why);
 
+// Reads one HTTP response held whole in memory, as the client reads one
+// from a connection: 0 with its status and body length, -1 when malformed
+// or incomplete. For the fuzz harness and tests.
+int32_t parse_response_mem(const char *p, size_t n, bool head, int32_t *status, size_t *bodyl);
+
 // Output into a caller buffer with the "length needed" contract of lpu.h.
 struct Out {
   char *buf;
