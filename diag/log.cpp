@@ -150,8 +150,7 @@ int32_t write_line(ldmwriter *w, const ldmrec *r) {
       rec_sys(w->d, kelmsg::LDM_WRITE, w->path);
       rc = -1;
     } else {
-      w->size += n;
-      rc = 0;
+      w->size += n;  // a failed rotation still reports -1 below
     }
   }
   slcsleave(&w->cs);

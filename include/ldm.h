@@ -89,7 +89,10 @@ KELAPI ldmwriter *ldmopen(void *dctx, const char *path, uint64_t maxbytes, int32
  * message and detail (either text may be null = absent). */
 KELAPI int32_t ldmwrite(ldmwriter *w, int32_t severity, const char *msg, size_t msgl, const char *detail,
                         size_t detaill);
-/* Writes the record *r exactly as given (all its fields). */
+/* Writes the record *r exactly as given (all its fields).
+ * Both writers return -1 when the record could not be written, and also
+ * when a rotation failed (LDM_ROTATE) even though the record was then
+ * appended to the file that could not be moved. */
 KELAPI int32_t ldmwrec(ldmwriter *w, const ldmrec *r);
 /* Closes the writer; null is ignored (0). */
 KELAPI int32_t ldmclose(ldmwriter *w);

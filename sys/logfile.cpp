@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "sl.h"
+#include "sys/fault_impl.h"
 
 namespace {
 int64_t fail() {
@@ -17,11 +18,13 @@ int64_t fail() {
 }  // namespace
 
 int64_t sllogopena(const char *path) noexcept {
+  if (SL_FAULT(SL_FAULT_FILE_OPEN)) return -1;
   int fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
   return fd < 0 ? fail() : fd;
 }
 
 int64_t sllogopenr(const char *path) noexcept {
+  if (SL_FAULT(SL_FAULT_FILE_OPEN)) return -1;
   int fd = open(path, O_RDONLY | O_CLOEXEC);
   return fd < 0 ? fail() : fd;
 }
@@ -33,6 +36,7 @@ int64_t sllogsize(int64_t fd) noexcept {
 }
 
 int32_t sllogwrite(int64_t fd, const void *buf, size_t n) noexcept {
+  if (SL_FAULT(SL_FAULT_FILE_WRITE)) return -1;
   auto *p = static_cast<const char *>(buf);
   while (n > 0) {
     ssize_t k = write(static_cast<int>(fd), p, n);
@@ -48,6 +52,7 @@ int32_t sllogwrite(int64_t fd, const void *buf, size_t n) noexcept {
 }
 
 int64_t sllogread(int64_t fd, void *buf, size_t n) noexcept {
+  if (SL_FAULT(SL_FAULT_FILE_READ)) return -1;
   for (;;) {
     ssize_t k = read(static_cast<int>(fd), buf, n);
     if (k >= 0) return k;
@@ -60,6 +65,7 @@ void sllogclose(int64_t fd) noexcept {
 }
 
 int32_t sllogrename(const char *from, const char *to) noexcept {
+  if (SL_FAULT(SL_FAULT_FILE_OTHER)) return -1;
   return rename(from, to) == 0 ? 0 : static_cast<int32_t>(fail());
 }
 

@@ -15,6 +15,7 @@
 #include <cstring>
 
 #include "sl.h"
+#include "sys/fault_impl.h"
 
 namespace {
 
@@ -32,6 +33,7 @@ int64_t elapsed_ms(uint64_t start) { return static_cast<int64_t>((slmonons() - s
 }  // namespace
 
 int64_t slsckconn(const char *host, int32_t port, int32_t ms) noexcept {
+  if (SL_FAULT(SL_FAULT_SOCKET)) return SL_SCK_ERR;
   addrinfo hints{};
   hints.ai_family = AF_UNSPEC;
   hints.ai_socktype = SOCK_STREAM;
@@ -79,6 +81,7 @@ int64_t slsckconn(const char *host, int32_t port, int32_t ms) noexcept {
 }
 
 int64_t slscksend(int64_t s, const void *buf, size_t n, int32_t ms) noexcept {
+  if (SL_FAULT(SL_FAULT_SOCKET)) return SL_SCK_ERR;
   auto *p = static_cast<const char *>(buf);
   while (n > 0) {
     ssize_t k = send(static_cast<int>(s), p, n, MSG_NOSIGNAL);
@@ -100,6 +103,7 @@ int64_t slscksend(int64_t s, const void *buf, size_t n, int32_t ms) noexcept {
 }
 
 int64_t slsckrecv(int64_t s, void *buf, size_t n, int32_t ms) noexcept {
+  if (SL_FAULT(SL_FAULT_SOCKET)) return SL_SCK_ERR;
   for (;;) {
     ssize_t k = recv(static_cast<int>(s), buf, n, 0);
     if (k >= 0) return k;

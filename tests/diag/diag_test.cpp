@@ -16,6 +16,7 @@
 #include "ldm.h"
 #include "lem.h"
 #include "lpm.h"
+#include "sl.h"
 
 namespace fs = std::filesystem;
 
@@ -361,6 +362,70 @@ TEST(Diag, FailuresAreRecorded) {
   ldmrfree(lib.m, lib.heap, &r);
   EXPECT_EQ(ldmread(rd, nullptr, lib.m, lib.heap, &r), 0);
   ldmrclose(rd);
+}
+
+TEST(Diag, SystemFailuresAreReported) {
+  Lib lib;
+  std::string d = dir("sysfail");
+  std::string path = d + "/s.log";
+  slfaultarm(SL_FAULT_FILE_OPEN, 1, 1);
+  EXPECT_EQ(ldmopen(lib.d, path.c_str(), 0, 1, nullptr, nullptr), nullptr);
+  slfaultreset();
+  EXPECT_EQ(lib.top(), kelmsg::LDM_OPEN);
+
+  ldmwriter *w = ldmopen(lib.d, path.c_str(), 120, 1, nullptr, nullptr);
+  ASSERT_NE(w, nullptr);
+  slfaultarm(SL_FAULT_FILE_WRITE, 1, 1);
+  EXPECT_EQ(ldmwrite(w, 1, "lost", 4, nullptr, 0), -1);
+  slfaultreset();
+  EXPECT_EQ(lib.top(), kelmsg::LDM_WRITE);
+  EXPECT_EQ(ldmwrite(w, 1, "kept one", 8, nullptr, 0), 0);
+  // The rename of a rotation fails: reported, and the record is still
+  // written (to the file that could not be moved).
+  slfaultarm(SL_FAULT_FILE_OTHER, 1, 1);
+  EXPECT_EQ(ldmwrite(w, 1, "kept two", 8, nullptr, 0), -1);
+  slfaultreset();
+  EXPECT_EQ(lib.top(), kelmsg::LDM_ROTATE);
+  EXPECT_EQ(ldmwrite(w, 1, "kept three", 10, nullptr, 0), 0);
+  ldmclose(w);
+
+  ldmreader *rd = ldmropen(lib.d, path.c_str(), 1);
+  ASSERT_NE(rd, nullptr);
+  ldmrec r;
+  slfaultarm(SL_FAULT_FILE_READ, 1, 1);
+  EXPECT_EQ(ldmread(rd, nullptr, lib.m, lib.heap, &r), -1);
+  slfaultreset();
+  EXPECT_EQ(lib.top(), kelmsg::LDM_READ);
+  ldmrclose(rd);
+  rd = ldmropen(lib.d, path.c_str(), 1);
+  std::vector<std::string> got;
+  while (ldmread(rd, nullptr, lib.m, lib.heap, &r) == 1) {
+    got.push_back(r.message);
+    ldmrfree(lib.m, lib.heap, &r);
+  }
+  ldmrclose(rd);
+  EXPECT_EQ(got, (std::vector<std::string>{"kept one", "kept two", "kept three"}));
+
+  // Allocations of a writer and a reader, one failure at a time.
+  for (int64_t nth = 1; nth < 50; nth++) {
+    lemces(lib.ctx->lemctx);
+    slfaultarm(SL_FAULT_MEM, nth, 1);
+    ldmwriter *w2 = ldmopen(lib.d, (d + "/m.log").c_str(), 0, 1, "i", "c");
+    int32_t wrc = w2 ? ldmwrite(w2, 2, "x", 1, nullptr, 0) : -1;
+    ldmreader *r2 = ldmropen(lib.d, path.c_str(), 0);
+    int32_t rrc = r2 ? ldmread(r2, nullptr, lib.m, lib.heap, &r) : -1;
+    bool hit = slfaulthits(SL_FAULT_MEM) > 0;
+    slfaultreset();
+    if (rrc == 1) ldmrfree(lib.m, lib.heap, &r);
+    ldmclose(w2);
+    ldmrclose(r2);
+    if (!hit) {
+      EXPECT_EQ(wrc, 0);
+      EXPECT_EQ(rrc, 1);
+      break;
+    }
+    if (wrc != 0 || rrc != 1) EXPECT_GE(lemged(lib.ctx->lemctx), 1) << nth;
+  }
 }
 
 }  // namespace

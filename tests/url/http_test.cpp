@@ -15,6 +15,7 @@
 #include "lem.h"
 #include "lpm.h"
 #include "lpu.h"
+#include "sl.h"
 
 namespace {
 
@@ -301,6 +302,55 @@ TEST_F(Http, MalformedResponsesAndRequestsGiveErrors) {
   // The client still works after all that.
   ASSERT_EQ(get(url("/file/10")), 0) << msg();
   EXPECT_EQ(body(), data(10));
+  lpuhrfree(m, heap, &r);
+}
+
+TEST_F(Http, SystemFailuresAreReportedAndLeaveTheClientUsable) {
+  struct {
+    int32_t point;
+    int64_t nth;
+    int32_t msg;
+  } rows[] = {
+      {SL_FAULT_SOCKET, 1, kelmsg::LPU_CONNECT},  // connect
+      {SL_FAULT_SOCKET, 2, kelmsg::LPU_IO},       // send
+      {SL_FAULT_SOCKET, 3, kelmsg::LPU_IO},       // first receive
+  };
+  for (auto &row : rows) {
+    lpuhcfree(hc);  // start without a kept connection
+    hc = lpuhcnew(u);
+    ASSERT_EQ(slfaultarm(row.point, row.nth, 1), 0);
+    EXPECT_EQ(get(url("/file/100")), -1) << row.nth;
+    slfaultreset();
+    EXPECT_EQ(top(), row.msg) << row.nth << ": " << msg();
+    ASSERT_EQ(get(url("/file/100")), 0) << msg();
+    EXPECT_EQ(body(), data(100));
+  }
+  // Every allocation of a request in turn: a failure is a clean -1 with a
+  // record, and the next request works.
+  bool finished = false;
+  for (int64_t nth = 1; nth < 200 && !finished; nth++) {
+    lpuhrfree(m, heap, &r);
+    lemces(ctx->lemctx);
+    slfaultarm(SL_FAULT_MEM, nth, 1);
+    int32_t rc = get(url("/redirect/1"));
+    bool hit = slfaulthits(SL_FAULT_MEM) > 0;
+    slfaultreset();
+    if (!hit) {
+      ASSERT_EQ(rc, 0) << msg();
+      EXPECT_EQ(body(), "done");
+      finished = true;
+      continue;
+    }
+    if (rc == 0) {
+      EXPECT_EQ(body(), "done");  // a failure the client could route around
+    } else {
+      EXPECT_GE(lemged(ctx->lemctx), 1) << "no record for allocation " << nth;
+      EXPECT_EQ(r.block, nullptr);
+    }
+    ASSERT_EQ(get(url("/file/7")), 0) << msg();
+    EXPECT_EQ(body(), data(7));
+  }
+  EXPECT_TRUE(finished);
   lpuhrfree(m, heap, &r);
 }
 
