@@ -82,7 +82,10 @@ KELAPI int32_t lpuparse(void *uctx, const char *text, size_t len, lpuurl *url);
 /* Composes *url into buf: scheme ":", "//" user ":" password "@" host
  * ":" port (host in brackets for LPU_HOST_IPV6) when the host is present,
  * then path, "?" query, "#" fragment. A port part wins over portnum; with
- * no port part a portnum >= 0 is written. Parts are copied as they are. */
+ * no port part a portnum >= 0 is written. Parts are copied as they are,
+ * except that a path that would be misread is prefixed: "/." before a path
+ * starting "//" when there is no host, "./" before a relative path whose
+ * first segment holds a ":" when there is neither scheme nor host. */
 KELAPI int32_t lpucompose(void *uctx, const lpuurl *url, char *buf, size_t bufl, size_t *outl);
 
 /* Resolves the reference `ref` against the absolute URL `base` by the

@@ -164,7 +164,20 @@ void compose(Out &o, const lpuurl *u) {
       while (k > 0) o.put(d[--k]);
     }
   }
-  if (u->path.ptr != nullptr) o.put(u->path.ptr, u->path.len);
+  if (u->path.ptr != nullptr) {
+    sv path(u->path.ptr, u->path.len);
+    if (u->host.ptr == nullptr) {
+      // Without an authority, a path starting "//" would read back as one,
+      // and a relative path whose first segment has a ":" as a scheme: a
+      // leading "/." or "./" keeps their meaning (dot removal drops it).
+      if (path.substr(0, 2) == "//") {
+        o.put("/.", 2);
+      } else if (u->scheme.ptr == nullptr && path.substr(0, path.find('/')).find(':') != sv::npos) {
+        o.put("./", 2);
+      }
+    }
+    o.put(path.data(), path.size());
+  }
   if (u->query.ptr != nullptr) {
     o.put('?');
     o.put(u->query.ptr, u->query.len);

@@ -110,6 +110,15 @@ TEST(Url, ResolvesEveryPublishedExample) {
   EXPECT_EQ(resolve(lib.u, "http://a", "g"), "http://a/g");
   EXPECT_EQ(resolve(lib.u, "http://a?x", "?y#f"), "http://a?y#f");
   EXPECT_EQ(resolve(lib.u, "mailto:x@y", "z"), "mailto:z");
+  // Dot removal can leave a path starting "//" where there is no authority.
+  EXPECT_EQ(resolve(lib.u, "x:/a", "/.//b"), "x:/.//b");
+  EXPECT_EQ(resolve(lib.u, "httpsttps:", "httpsttps:/.//.:'.//."), "httpsttps:/.//.:'.//");
+  lpuurl rel{};
+  rel.path = lpupart{"a:b/c", 5};
+  char cb[16];
+  size_t cn;
+  ASSERT_EQ(lpucompose(lib.u, &rel, cb, sizeof cb, &cn), 0);
+  EXPECT_EQ(std::string(cb, cn), "./a:b/c");
   EXPECT_EQ(resolve(lib.u, "//a/b", "c"), "<error>");
   EXPECT_EQ(lib.top(), kelmsg::LPU_NOTABS);
   char out[64];
