@@ -249,9 +249,12 @@ int main(int argc, char **argv) {
   g_srv = &srv;
   benchmark::RegisterBenchmark("parse/ours", parse_ours);
   benchmark::RegisterBenchmark("parse/peer", parse_curl);
-  for (auto [name, fn] : {std::pair{"b64enc/ours", b64enc_ours}, std::pair{"b64enc/peer", b64enc_beast},
-                          std::pair{"b64dec/ours", b64dec_ours}, std::pair{"b64dec/peer", b64dec_beast}})
-    benchmark::RegisterBenchmark(name, fn)->Arg(64)->Arg(65536);
+  struct {
+    const char *name;
+    void (*fn)(benchmark::State &);
+  } coders[] = {{"b64enc/ours", b64enc_ours}, {"b64enc/peer", b64enc_beast},
+                {"b64dec/ours", b64dec_ours}, {"b64dec/peer", b64dec_beast}};
+  for (auto &c : coders) benchmark::RegisterBenchmark(c.name, c.fn)->Arg(64)->Arg(65536);
   benchmark::RegisterBenchmark("get/ours", get_ours)->Arg(1)->Arg(64)->Unit(benchmark::kMicrosecond);
   benchmark::RegisterBenchmark("get/peer", get_curl)->Arg(1)->Arg(64)->Unit(benchmark::kMicrosecond);
   benchmark::Initialize(&argc, argv);

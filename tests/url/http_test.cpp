@@ -4,7 +4,9 @@
 // the environment and malformed responses.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
+#include <vector>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -352,6 +354,35 @@ TEST_F(Http, SystemFailuresAreReportedAndLeaveTheClientUsable) {
   }
   EXPECT_TRUE(finished);
   lpuhrfree(m, heap, &r);
+}
+
+TEST_F(Http, ClientsOnSeveralThreadsShareOneContext) {
+  std::vector<std::thread> ts;
+  std::atomic<int> good{0};
+  for (int t = 0; t < 4; t++) {
+    ts.emplace_back([&, t] {
+      lpuhc *mine = lpuhcnew(u);
+      for (int i = 0; i < 25; i++) {
+        size_t n = static_cast<size_t>(t * 1000 + i * 37);
+        std::string target = url("/file/" + std::to_string(n));
+        lpureq rq{};
+        rq.url = target.c_str();
+        lpuresp resp;
+        if (lpuhreq(mine, &rq, m, heap, &resp) != 0) continue;
+        if (std::string(reinterpret_cast<const char *>(resp.body), resp.bodyl) == data(n))
+          good++;
+        lpuhrfree(m, heap, &resp);
+        // Failures on this thread go on this thread's stack only.
+        std::string bad = url("/", srv->dead);
+        rq.url = bad.c_str();
+        if (lpuhreq(mine, &rq, m, heap, &resp) == -1 && lemgec(ctx->lemctx, 1) == kelmsg::LPU_CONNECT) good++;
+        lemces(ctx->lemctx);
+      }
+      lpuhcfree(mine);
+    });
+  }
+  for (auto &t : ts) t.join();
+  EXPECT_EQ(good.load(), 4 * 25 * 2);
 }
 
 }  // namespace
