@@ -194,14 +194,17 @@ void get_ours(benchmark::State &s) {
   lpureq rq{};
   rq.url = url.c_str();
   lpuresp r;
+  int64_t reused = 0;
   for (auto _ : s) {
     if (lpuhreq(hc, &rq, ctx->lmmctx, lmmtophp(ctx->lmmctx), &r) != 0) {
       s.SkipWithError("request failed");
       break;
     }
     benchmark::DoNotOptimize(r.bodyl);
+    reused += r.reused;
     lpuhrfree(ctx->lmmctx, lmmtophp(ctx->lmmctx), &r);
   }
+  s.counters["reused"] = benchmark::Counter(static_cast<double>(reused), benchmark::Counter::kAvgIterations);
   lpuhcfree(hc);
   lputrm(u);
   lpmterm(ctx);
