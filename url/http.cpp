@@ -77,6 +77,9 @@ class Buf {
     return true;
   }
   void clear() { n_ = 0; }
+  void drop_last() {
+    if (n_ > 0) n_--;
+  }
   const char *data() const { return p_ ? p_ : ""; }
   size_t size() const { return n_; }
   sv view() const { return sv(data(), n_); }
@@ -127,10 +130,10 @@ struct Reader {
     for (;;) {
       for (size_t i = r; i < w; i++) {
         if (buf[i] == '\n') {
-          size_t e = i;
-          if (e > r && buf[e - 1] == '\r') e--;
-          if (!out.put(buf + r, e - r)) return Rc::nomem;
+          if (!out.put(buf + r, i - r)) return Rc::nomem;
           r = i + 1;
+          // The CR may have come in an earlier piece than its LF.
+          if (out.size() > 0 && out.data()[out.size() - 1] == '\r') out.drop_last();
           if (out.size() > kMaxLine) return Rc::bad;
           return Rc::ok;
         }

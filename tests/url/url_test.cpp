@@ -12,6 +12,7 @@
 #include "lem.h"
 #include "lpm.h"
 #include "lpu.h"
+#include "url/url_impl.h"
 
 namespace {
 
@@ -304,6 +305,52 @@ TEST(Url, Base64AgreesWithPythonAndRefusesBadInput) {
   EXPECT_EQ(lpub64dec(lib.u, "YWJj", 4, 0, two, sizeof two, &n), -1);
   EXPECT_EQ(n, 3u);
   EXPECT_EQ(lpub64dec(nullptr, "Y", 1, 0, two, sizeof two, &n), -1);  // no context: silent
+}
+
+TEST(Url, ResponseFramingReadInSmallPieces) {
+  // The in-memory reader hands the bytes over 7 at a time, so chunk sizes,
+  // CR LF pairs and header ends fall across every boundary.
+  std::string big(5000, 'z');
+  struct {
+    std::string in;
+    bool head;
+    int rc, status;
+    size_t bodyl;
+  } rows[] = {
+      {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello", false, 0, 200, 5},
+      {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n", true, 0, 200, 0},
+      {"HTTP/1.0 404 Not Found\nContent-Length: 2\n\nno", false, 0, 404, 2},  // bare LF
+      {"HTTP/1.1 200 OK\r\nTransfer-Encoding: gzip, chunked\r\n\r\n1\r\na\r\n" "A;x=y\r\n0123456789\r\n"
+       "0\r\nT: 1\r\n\r\n", false, 0, 200, 11},
+      {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n1388\r\n" + big + "\r\n0\r\n\r\n", false, 0, 200,
+       5000},
+      {"HTTP/1.1 200 OK\r\n\r\n" + big, false, 0, 200, 5000},  // until close
+      {"HTTP/1.1 204 No Content\r\n\r\n", false, 0, 204, 0},
+      {"HTTP/1.1 304 Not Modified\r\nContent-Length: 9\r\n\r\n", false, 0, 304, 0},
+      {"HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 102 Processing\r\n\r\nHTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\nx",
+       false, 0, 200, 1},
+      {"HTTP/1.1 200 OK\r\nContent-Length: 2\r\nContent-Length: 2\r\n\r\nab", false, 0, 200, 2},
+      {"HTTP/1.1 200\r\nContent-Length: 0\r\n\r\n", false, 0, 200, 0},  // no reason phrase
+      {"HTTP/1.1 200 OK\r\nContent-Length: 1 \r\n\r\nx", false, 0, 200, 1},  // trailing space trimmed
+      {"HTTP/1.1 200 OK\r\nContent-Length: +1\r\n\r\nx", false, -1, 0, 0},
+      {"HTTP/1.1 200 OK\r\nContent-Length: 1,1\r\n\r\nx", false, -1, 0, 0},
+      {"HTTP/1.1 200 OK\r\n Folded: x\r\n\r\n", false, -1, 0, 0},
+      {"HTTP/1.1 099 Low\r\n\r\n", false, -1, 0, 0},
+      {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nab\r\n", false, -1, 0, 0},  // no last chunk
+      {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n 2\r\nab\r\n0\r\n\r\n", false, -1, 0, 0},
+      {"HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nab", false, -1, 0, 0},
+      {"HTTP/1.1 200 OK", false, -1, 0, 0},
+  };
+  for (auto &row : rows) {
+    int32_t status = 0;
+    size_t bodyl = 0;
+    EXPECT_EQ(lpu_internal::parse_response_mem(row.in.data(), row.in.size(), row.head, &status, &bodyl), row.rc)
+        << row.in.substr(0, 80);
+    if (row.rc == 0) {
+      EXPECT_EQ(status, row.status) << row.in.substr(0, 80);
+      EXPECT_EQ(bodyl, row.bodyl) << row.in.substr(0, 80);
+    }
+  }
 }
 
 }  // namespace
