@@ -1,0 +1,286 @@
+// URL parsing, base64 and HTTP GET latency, each beside its peer:
+//   parse   lpuparse                  vs curl_url_set (libcurl's URL API)
+//   b64enc  lpub64enc                 vs boost::beast::detail::base64::encode
+//   b64dec  lpub64dec                 vs boost::beast::detail::base64::decode
+//   get     lpuhreq on a kept connection vs curl_easy_perform with a reused
+//           handle, both fetching the same file from a small server thread on
+//           127.0.0.1 in this process.
+// After the usual output a table gives the ratio ours / peer (time; below 1
+// = ours faster).
+#include <arpa/inet.h>
+#include <benchmark/benchmark.h>
+#include <curl/curl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <boost/beast/core/detail/base64.hpp>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "lpm.h"
+#include "lpu.h"
+
+namespace b64 = boost::beast::detail::base64;
+
+namespace {
+
+const char *const kUrls[] = {
+    "http://user:pw@www.example.com:8080/path/to/resource.html?query=1&b=two#frag",
+    "https://[2001:db8::1]:443/a/b/c",
+    "ftp://ftp.example.org/pub/file.tar.gz",
+    "http://10.1.2.3/index.html?x=%20y",
+    "https://api.example.net/v2/items/12345/children?limit=50&offset=100",
+};
+
+void parse_ours(benchmark::State &s) {
+  lpuurl u;
+  for (auto _ : s)
+    for (const char *url : kUrls) {
+      lpuparse(nullptr, url, strlen(url), &u);
+      benchmark::DoNotOptimize(u);
+    }
+  s.SetItemsProcessed(static_cast<int64_t>(s.iterations() * 5));
+}
+
+void parse_curl(benchmark::State &s) {
+  CURLU *h = curl_url();
+  for (auto _ : s)
+    for (const char *url : kUrls) {
+      curl_url_set(h, CURLUPART_URL, url, CURLU_NON_SUPPORT_SCHEME);
+      benchmark::DoNotOptimize(h);
+    }
+  curl_url_cleanup(h);
+  s.SetItemsProcessed(static_cast<int64_t>(s.iterations() * 5));
+}
+
+std::vector<uint8_t> random_bytes(size_t n) {
+  std::mt19937_64 g(1);
+  std::vector<uint8_t> v(n);
+  for (auto &b : v) b = static_cast<uint8_t>(g());
+  return v;
+}
+
+void b64enc_ours(benchmark::State &s) {
+  auto in = random_bytes(static_cast<size_t>(s.range(0)));
+  std::vector<char> out(in.size() * 4 / 3 + 8);
+  size_t n;
+  for (auto _ : s) {
+    lpub64enc(nullptr, in.data(), in.size(), 0, out.data(), out.size(), &n);
+    benchmark::DoNotOptimize(out.data());
+  }
+  s.SetBytesProcessed(static_cast<int64_t>(s.iterations() * in.size()));
+}
+
+void b64enc_beast(benchmark::State &s) {
+  auto in = random_bytes(static_cast<size_t>(s.range(0)));
+  std::vector<char> out(b64::encoded_size(in.size()) + 8);
+  for (auto _ : s) {
+    b64::encode(out.data(), in.data(), in.size());
+    benchmark::DoNotOptimize(out.data());
+  }
+  s.SetBytesProcessed(static_cast<int64_t>(s.iterations() * in.size()));
+}
+
+std::string encoded(size_t n) {
+  auto in = random_bytes(n);
+  std::string out(b64::encoded_size(n), '\0');
+  out.resize(b64::encode(out.data(), in.data(), n));
+  return out;
+}
+
+void b64dec_ours(benchmark::State &s) {
+  std::string in = encoded(static_cast<size_t>(s.range(0)));
+  std::vector<uint8_t> out(in.size());
+  size_t n;
+  for (auto _ : s) {
+    lpub64dec(nullptr, in.data(), in.size(), 0, out.data(), out.size(), &n);
+    benchmark::DoNotOptimize(out.data());
+  }
+  s.SetBytesProcessed(static_cast<int64_t>(s.iterations() * in.size()));
+}
+
+void b64dec_beast(benchmark::State &s) {
+  std::string in = encoded(static_cast<size_t>(s.range(0)));
+  std::vector<uint8_t> out(in.size());
+  for (auto _ : s) {
+    auto r = b64::decode(out.data(), in.data(), in.size());
+    benchmark::DoNotOptimize(r);
+  }
+  s.SetBytesProcessed(static_cast<int64_t>(s.iterations() * in.size()));
+}
+
+// ------------------------------------------------------------ the server
+// Answers every request on a connection with the same file, keeping the
+// connection open; one thread per connection.
+struct Server {
+  int fd = -1;
+  int port = 0;
+  std::atomic<bool> stop{false};
+  std::thread acceptor;
+  std::vector<std::thread> workers;
+  std::string file1k, file64k;
+
+  Server() : file1k(1024, 'a'), file64k(65536, 'b') {
+    fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    bind(fd, reinterpret_cast<sockaddr *>(&a), sizeof a);
+    socklen_t al = sizeof a;
+    getsockname(fd, reinterpret_cast<sockaddr *>(&a), &al);
+    port = ntohs(a.sin_port);
+    listen(fd, 16);
+    acceptor = std::thread([this] {
+      for (;;) {
+        int c = accept(fd, nullptr, nullptr);
+        if (c < 0 || stop) {
+          if (c >= 0) close(c);
+          return;
+        }
+        workers.emplace_back([this, c] { serve(c); });
+      }
+    });
+  }
+  void serve(int c) {
+    int one = 1;
+    setsockopt(c, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+    std::string in;
+    char buf[4096];
+    for (;;) {
+      size_t end;
+      while ((end = in.find("\r\n\r\n")) == std::string::npos) {
+        ssize_t k = recv(c, buf, sizeof buf, 0);
+        if (k <= 0) {
+          close(c);
+          return;
+        }
+        in.append(buf, static_cast<size_t>(k));
+      }
+      const std::string &body = in.compare(0, 10, "GET /64k H") == 0 ? file64k : file1k;
+      in.erase(0, end + 4);
+      std::string resp = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+      if (send(c, resp.data(), resp.size(), MSG_NOSIGNAL) < 0) {
+        close(c);
+        return;
+      }
+    }
+  }
+  ~Server() {
+    stop = true;
+    shutdown(fd, SHUT_RDWR);
+    close(fd);
+    acceptor.join();
+    for (auto &w : workers) w.detach();
+  }
+};
+
+Server *g_srv = nullptr;
+
+std::string path_of(benchmark::State &s) { return s.range(0) == 1 ? "/1k" : "/64k"; }
+
+void get_ours(benchmark::State &s) {
+  lcorectx *ctx = lpminit();
+  void *u = lpuini(ctx);
+  lpuhc *hc = lpuhcnew(u);
+  std::string url = "http://127.0.0.1:" + std::to_string(g_srv->port) + path_of(s);
+  lpureq rq{};
+  rq.url = url.c_str();
+  lpuresp r;
+  int64_t reused = 0;
+  for (auto _ : s) {
+    if (lpuhreq(hc, &rq, ctx->lmmctx, lmmtophp(ctx->lmmctx), &r) != 0) {
+      s.SkipWithError("request failed");
+      break;
+    }
+    benchmark::DoNotOptimize(r.bodyl);
+    reused += r.reused;
+    lpuhrfree(ctx->lmmctx, lmmtophp(ctx->lmmctx), &r);
+  }
+  s.counters["reused"] = benchmark::Counter(static_cast<double>(reused), benchmark::Counter::kAvgIterations);
+  lpuhcfree(hc);
+  lputrm(u);
+  lpmterm(ctx);
+}
+
+size_t sink(char *p, size_t sz, size_t n, void *ud) {
+  static_cast<std::string *>(ud)->append(p, sz * n);
+  return sz * n;
+}
+
+void get_curl(benchmark::State &s) {
+  CURL *h = curl_easy_init();
+  std::string url = "http://127.0.0.1:" + std::to_string(g_srv->port) + path_of(s);
+  std::string body;
+  curl_easy_setopt(h, CURLOPT_URL, url.c_str());
+  curl_easy_setopt(h, CURLOPT_WRITEFUNCTION, sink);
+  curl_easy_setopt(h, CURLOPT_WRITEDATA, &body);
+  curl_easy_setopt(h, CURLOPT_PROXY, "");
+  for (auto _ : s) {
+    body.clear();
+    if (curl_easy_perform(h) != CURLE_OK) {
+      s.SkipWithError("request failed");
+      break;
+    }
+    benchmark::DoNotOptimize(body.size());
+  }
+  curl_easy_cleanup(h);
+}
+
+class RatioReporter : public benchmark::ConsoleReporter {
+ public:
+  std::map<std::string, double> time;
+  void ReportRuns(const std::vector<Run> &runs) override {
+    for (const Run &r : runs)
+      if (r.run_type == Run::RT_Iteration && !r.error_occurred) time[r.benchmark_name()] = r.GetAdjustedRealTime();
+    ConsoleReporter::ReportRuns(runs);
+  }
+};
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  curl_global_init(CURL_GLOBAL_DEFAULT);
+  Server srv;
+  g_srv = &srv;
+  benchmark::RegisterBenchmark("parse/ours", parse_ours);
+  benchmark::RegisterBenchmark("parse/peer", parse_curl);
+  struct {
+    const char *name;
+    void (*fn)(benchmark::State &);
+  } coders[] = {{"b64enc/ours", b64enc_ours}, {"b64enc/peer", b64enc_beast},
+                {"b64dec/ours", b64dec_ours}, {"b64dec/peer", b64dec_beast}};
+  for (auto &c : coders) benchmark::RegisterBenchmark(c.name, c.fn)->Arg(64)->Arg(65536);
+  benchmark::RegisterBenchmark("get/ours", get_ours)->Arg(1)->Arg(64)->Unit(benchmark::kMicrosecond);
+  benchmark::RegisterBenchmark("get/peer", get_curl)->Arg(1)->Arg(64)->Unit(benchmark::kMicrosecond);
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  RatioReporter rep;
+  benchmark::RunSpecifiedBenchmarks(&rep);
+  benchmark::Shutdown();
+
+  std::printf("\nratio ours / peer (time; below 1 = ours faster)\n");
+  std::printf("%-8s %-6s %8s   peer\n", "case", "arg", "ratio");
+  const char *peers[] = {"curl_url_set", "beast base64", "beast base64", "libcurl easy (reused handle)"};
+  const char *cases[] = {"parse", "b64enc", "b64dec", "get"};
+  const char *args[][2] = {{"", nullptr}, {"/64", "/65536"}, {"/64", "/65536"}, {"/1", "/64"}};
+  for (int i = 0; i < 4; i++)
+    for (const char *a : args[i]) {
+      if (a == nullptr) continue;
+      auto at = [&](const char *who) {
+        auto it = rep.time.find(std::string(cases[i]) + "/" + who + a);
+        return it == rep.time.end() ? 0.0 : it->second;
+      };
+      double o = at("ours"), p = at("peer");
+      if (o > 0 && p > 0) std::printf("%-8s %-6s %8.2f   %s\n", cases[i], a[0] ? a + 1 : "-", o / p, peers[i]);
+    }
+  curl_global_cleanup();
+  return 0;
+}
