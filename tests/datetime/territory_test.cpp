@@ -52,9 +52,14 @@ struct PinNow {
 
 const char *const kTerritories[] = {"AMERICAN_AMERICA", "GERMAN_GERMANY", "FRENCH_FRANCE", "SPANISH_SPAIN"};
 
+// The territories beyond American are generated from ICU at build time; a
+// build without ICU has only the American one.
+bool have(const char *t) { return lxhLangEnv(nullptr, t, std::strlen(t)) != nullptr; }
+
 TEST(DateTerritory, EachTerritoryRoundTripsItsFormats) {
   PinNow pin;
   for (const char *t : kTerritories) {
+    if (!have(t)) continue;
     for (const char *cs : {"AL32UTF8", "WE8ISO8859P1"}) {
       const std::string name = std::string(t) + "." + cs;
       SCOPED_TRACE(name);
@@ -103,6 +108,7 @@ TEST(DateTerritory, EachTerritoryRoundTripsItsFormats) {
 
 TEST(DateTerritory, NamesAndWeekdaysComeFromTheEnvironment) {
   for (const char *t : kTerritories) {
+    if (!have(t)) continue;
     const std::string name = std::string(t) + ".AL32UTF8";
     SCOPED_TRACE(name);
     const lxenv *e = env(name);
@@ -142,7 +148,7 @@ TEST(DateTerritory, NamesAndWeekdaysComeFromTheEnvironment) {
   // The first days themselves: Sunday in America, Monday in the others.
   EXPECT_EQ(lxhninfo(env("AMERICAN_AMERICA"), LX_FIRST_DAY), 0);
   for (const char *t : {"GERMAN_GERMANY", "FRENCH_FRANCE", "SPANISH_SPAIN"})
-    EXPECT_EQ(lxhninfo(env(t), LX_FIRST_DAY), 1) << t;
+    if (have(t)) EXPECT_EQ(lxhninfo(env(t), LX_FIRST_DAY), 1) << t;
 }
 
 // The same dates through Latin-1, EBCDIC and UTF-16 environments: what one
@@ -151,6 +157,7 @@ TEST(DateTerritory, CharacterSetsCarryTheSameText) {
   PinNow pin;
   const ldxdate d{2024, 3, 5, 17, 4, 9, 0};
   for (const char *t : kTerritories) {
+    if (!have(t)) continue;
     SCOPED_TRACE(t);
     Recorder rec;
     ldxctx u8, l1, u16, eb;
@@ -202,6 +209,7 @@ TEST(DateTerritory, SavedDefaultFormatIsKept) {
   Recorder rec;
   ldxctx c, c2;
   const lxenv *e = env("GERMAN_GERMANY.AL32UTF8");
+  if (e == nullptr) GTEST_SKIP() << "built without ICU: no German territory";
   ASSERT_EQ(ldxnbeg(&c, const_cast<lxenv *>(e), record, &rec, "YYYY/MM/DD", 10), 0);
   ASSERT_EQ(ldxcbeg(&c2, const_cast<lxenv *>(e), lxGetGloPtr(e), record, &rec, c.deffmt), 0);
   const ldxdate d{2024, 3, 5, 0, 0, 0, 0};
