@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "datetime/ldx_impl.h"
@@ -221,6 +222,48 @@ TEST(DateTerritory, SavedDefaultFormatIsKept) {
   n = ldxdts(&c2, out, sizeof out, &d, nullptr, 0);
   EXPECT_EQ(std::string(out, static_cast<size_t>(n > 0 ? n : 0)), "05.03.24");
   EXPECT_TRUE(rec.errs.empty());
+}
+
+}  // namespace
+
+namespace {
+
+// Views are made on first use and published without a lock: many threads
+// asking for the same new environments at once must agree on what they
+// write. (Run under the tsan preset as well.)
+TEST(DateTerritory, ViewsMadeConcurrentlyAgree) {
+  const char *sets[] = {"AL32UTF8", "WE8ISO8859P1", "WE8EBCDIC37", "AL16UTF16LE", "US7ASCII"};
+  std::vector<std::string> names;
+  for (const char *t : kTerritories)
+    if (have(t))
+      for (const char *cs : sets) names.push_back(std::string(t) + "." + cs);
+  const ldxdate d{2027, 11, 4, 8, 30, 0, 0};
+  auto run = [&](std::vector<std::string> *out) {
+    for (const std::string &n : names) {
+      Recorder rec;
+      ldxctx c;
+      const lxenv *e = lxhLangEnv(nullptr, n.data(), n.size());
+      if (e == nullptr || ldxbegin(&c, const_cast<lxenv *>(e), record, &rec) != 0) {
+        out->push_back("begin failed");
+        continue;
+      }
+      // An EBCDIC context takes its model, and writes its text, in EBCDIC.
+      const bool ebcdic = lxhninfo(e, LX_CHARSET_KIND) == LX_CS_EBCDIC;
+      char b[256], u[256];
+      int32_t k = ldxdts(&c, b, sizeof b, &d, ebcdic ? "\xC4\xD3" : "DL", 2);
+      int64_t m = k > 0 && ebcdic ? lxgcnv(u, sizeof u, LX_CSID_AL32UTF8, b, static_cast<size_t>(k), LX_CSID_WE8EBCDIC37)
+                                  : k;
+      if (ebcdic && m > 0) std::memcpy(b, u, static_cast<size_t>(m));
+      out->push_back(m > 0 ? std::string(b, static_cast<size_t>(m)) : "write failed");
+    }
+  };
+  std::vector<std::vector<std::string>> got(8);
+  std::vector<std::thread> threads;
+  for (auto &g : got) threads.emplace_back(run, &g);
+  for (auto &t : threads) t.join();
+  for (size_t i = 1; i < got.size(); ++i) EXPECT_EQ(got[i], got[0]);
+  EXPECT_EQ(got[0].size(), names.size());
+  for (const std::string &s : got[0]) EXPECT_NE(s.find("2027"), std::string::npos) << s;
 }
 
 }  // namespace
