@@ -43,7 +43,9 @@ KELAPI int32_t lxlterm(lxglo *glo);
 /* The environment named "LANGUAGE_TERRITORY.CHARSET" (case-insensitive;
  * the part before the dot may be empty for the American default, and the
  * character set may be left out for US7ASCII). `len` is the name's length.
- * Null for an unknown language, territory or character set. */
+ * Territories: AMERICAN_AMERICA, and, in builds made with ICU's locale data,
+ * GERMAN_GERMANY, FRENCH_FRANCE and SPANISH_SPAIN. Null for an unknown
+ * language, territory or character set. */
 KELAPI const lxenv *lxhLangEnv(lxglo *glo, const char *name, size_t len);
 /* The global context an environment was made from (the process-wide default
  * one for environments made with a null glo); null for a null env. */
