@@ -116,6 +116,10 @@ constexpr size_t kMaxSavedName = 16;
 void lpmllil(lpmlist *l) noexcept;
 void lpmllae(lpmlist *l, lpmlink *e) noexcept;
 int32_t lpmllmem(const lpmlist *l, const lpmlink *e) noexcept;  // 1 member, 2 not
+// True when the list is whole: count links forward from first, each linked
+// back to the one before, ending at last. Walks that trust the links check
+// this first and report a list fault instead of following a broken one.
+bool lpmllok(const lpmlist *l) noexcept;
 int32_t lpmllre(lpmlist *l, lpmlink *e) noexcept;                // 0 / -1 (not a member)
 
 // The registry and instance of a context record (null if it has none).

@@ -55,9 +55,14 @@ lpmpblk *find_block(lpmreg *reg, const char *name, size_t len) noexcept {
 int32_t lpmpfpb(lcorectx *ctx, lpmreg *reg, lpmpblk *b, uint8_t *flag) noexcept {
   sltsmna(reg->ts, &reg->blockmx);
   int32_t left = --b->users;
-  bool gone = left <= 0 && lpmllre(&reg->blocks, &b->link) == 0;
+  const bool unlinked = left <= 0 && lpmllre(&reg->blocks, &b->link) == 0;
   sltsmnr(reg->ts, &reg->blockmx);
-  if (!gone) return left > 0 ? left : 0;
+  if (left <= 0 && !unlinked) {
+    // Not on the list: someone else's block, or a broken list. Leave it.
+    lpmprec(ctx, flag, kelmsg::LPM_INTERNAL, 160, LEM_ARG_TEXT, "List element not found.", LEM_ARG_END);
+    return -1;
+  }
+  if (!unlinked) return left > 0 ? left : 0;
   int32_t rc = 0;
   if ((b->flags & (kBlkLocated | kBlkTried)) == (kBlkLocated | kBlkTried) && b->entry != nullptr) {
     int32_t depth = lwemged(static_cast<lwectx *>(ctx->lwemctx));
@@ -209,6 +214,7 @@ int32_t lpmpfin(lcorectx *ctx, lpmreg *reg, lpminst *inst, uint8_t *flag, bool i
   bool last = true;
   if (inst->flags & kInstShared) last = --inst->refs <= 0;
   if (last && lpmllre(&reg->insts, &inst->link) != 0) {
+    lpmprec(ctx, flag, kelmsg::LPM_INTERNAL, 160, LEM_ARG_TEXT, "List element not found.", LEM_ARG_END);
     lpmprec(ctx, flag, kelmsg::LPM_STEP, 0, LEM_ARG_TEXT, "lpmpfin() - lpmprec().", LEM_ARG_END);
     rc = -1;
   }
@@ -260,6 +266,13 @@ KELAPI lpmiftab *lpmloadpkg(lcorectx *ctx, const char *name) {
   size_t len = strlen(name);
   sltsmna(reg->ts, &reg->instmx);
   sltsmna(reg->ts, &reg->blockmx);
+  if (!lpmllok(&reg->insts) || !lpmllok(&reg->blocks)) {
+    sltsmnr(reg->ts, &reg->blockmx);
+    sltsmnr(reg->ts, &reg->instmx);
+    lpmprec(ctx, &flag, kelmsg::LPM_INTERNAL, 30, LEM_ARG_TEXT, "Invalid list structure pointer", LEM_ARG_END);
+    lpmpce(ctx);
+    return nullptr;
+  }
   lpminst *inst = nullptr;
   for (lpmlink *e = reg->insts.first; e != nullptr; e = e->next) {
     auto *i = reinterpret_cast<lpminst *>(e);
@@ -312,6 +325,13 @@ KELAPI int32_t lpmdelete(lcorectx *ctx, const char *name) {
   size_t len = strlen(name);
   sltsmna(reg->ts, &reg->instmx);
   sltsmna(reg->ts, &reg->blockmx);
+  if (!lpmllok(&reg->insts) || !lpmllok(&reg->blocks)) {
+    sltsmnr(reg->ts, &reg->blockmx);
+    sltsmnr(reg->ts, &reg->instmx);
+    lpmprec(ctx, &flag, kelmsg::LPM_INTERNAL, 60, LEM_ARG_TEXT, "Invalid list structure pointer", LEM_ARG_END);
+    lpmpce(ctx);
+    return -1;
+  }
   lpminst *inst = nullptr;
   for (lpmlink *e = reg->insts.first; e != nullptr; e = e->next) {
     auto *i = reinterpret_cast<lpminst *>(e);
@@ -387,7 +407,7 @@ KELAPI int32_t lpmcall(lcorectx *ctx, const char *name, int32_t code, void *arg,
     int32_t popped = lpmllre(&reg->calls, &cse->link);
     sltsmnr(reg->ts, &reg->callmx);
     if (popped != 0)
-      lpmprec(ctx, &flag, kelmsg::LPM_INTERNAL, 10, LEM_ARG_TEXT, "Invalid call stack structure or stack element pointer.", LEM_ARG_END);
+      lpmprec(ctx, &flag, kelmsg::LPM_INTERNAL, 170, LEM_ARG_TEXT, "Stack element not found.", LEM_ARG_END);
     sltstiddestroy(reg->ts, &cse->tid);
     inst->flags &= ~kInstInCall;
   } else {

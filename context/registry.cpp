@@ -35,6 +35,17 @@ int32_t lpmllmem(const lpmlist *l, const lpmlink *e) noexcept {
   return 2;
 }
 
+bool lpmllok(const lpmlist *l) noexcept {
+  if (l == nullptr) return false;
+  const lpmlink *prev = nullptr, *e = l->first;
+  for (uint64_t i = 0; i < l->count; ++i) {
+    if (e == nullptr || e->prev != prev) return false;
+    prev = e;
+    e = e->next;
+  }
+  return e == nullptr && l->last == prev;
+}
+
 int32_t lpmllre(lpmlist *l, lpmlink *e) noexcept {
   if (e == nullptr || lpmllmem(l, e) != 1) return -1;
   if (e->prev) e->prev->next = e->next; else l->first = e->next;
@@ -226,6 +237,13 @@ KELAPI int32_t lpmsavecompctx(lcorectx *ctx, const char *name, void *context, in
   }
   int32_t rc = 0;
   sltsmna(reg->ts, &reg->savedmx);
+  if (!lpmllok(&reg->saved)) {
+    sltsmnr(reg->ts, &reg->savedmx);
+    lpmprec(ctx, &flag, kelmsg::LPM_INTERNAL, context ? 91 : 92, LEM_ARG_TEXT,
+            "Invalid list structure or list elelment pointer", LEM_ARG_END);
+    lpmpce(ctx);
+    return -1;
+  }
   lpmsce *found = nullptr;
   for (lpmlink *e = reg->saved.first; e != nullptr; e = e->next) {
     auto *s = reinterpret_cast<lpmsce *>(e);
@@ -280,6 +298,12 @@ KELAPI void *lpmgetcompctx(lcorectx *ctx, const char *name) {
   void *out = nullptr;
   bool found = false;
   sltsmna(reg->ts, &reg->savedmx);
+  if (!lpmllok(&reg->saved)) {
+    sltsmnr(reg->ts, &reg->savedmx);
+    lpmprec(ctx, &flag, kelmsg::LPM_INTERNAL, 150, LEM_ARG_TEXT, "Invalid list structure pointer", LEM_ARG_END);
+    lpmpce(ctx);
+    return nullptr;
+  }
   for (lpmlink *e = reg->saved.first; e != nullptr; e = e->next) {
     auto *s = reinterpret_cast<lpmsce *>(e);
     if (s->namel == len && memcmp(s->name, name, len) == 0) {

@@ -65,7 +65,20 @@ int32_t lmlterm(void *h) noexcept {
 
 extern "C" {
 
-KELAPI lcorectx *lpminitm(void *lml, size_t memopt, void *lang, void *nlsglobal, int32_t localnls) {
+}  // extern "C"
+
+namespace {
+
+// The start record lives in caller storage (lpmpmai): never freed here.
+constexpr uint8_t kCallerRecord = 1;
+
+void free_record(lcorectx *rec) {
+  if (rec->flagspare[0] != kCallerRecord) slslfree(rec);
+}
+
+// Both starts: storage null makes the record with the system allocator.
+lcorectx *start(void *storage, size_t size, void *lml, size_t memopt, void *lang, void *nlsglobal,
+                int32_t localnls) {
   if (lcorectx *slot = slslgetmeta()) {
     lpmreg *reg = reg_of(slot);
     return reg != nullptr && reg->root != nullptr ? reg->root->rec : slot;
@@ -74,10 +87,12 @@ KELAPI lcorectx *lpminitm(void *lml, size_t memopt, void *lang, void *nlsglobal,
   if (own && (lml = lmlinit(nullptr, nullptr, nullptr)) == nullptr) return nullptr;
   lcorectx *rec = nullptr;
   void *handle = nullptr;
-  if (lxzinit() != 0 || slslameta(sizeof(lcorectx), &rec, &handle) != 0) {
+  if (lxzinit() != 0 || (storage ? slslmeta_in(storage, size, &rec, &handle)
+                                   : slslameta(sizeof(lcorectx), &rec, &handle)) != 0) {
     if (own) lmlterm(lml);
     return nullptr;
   }
+  rec->flagspare[0] = storage ? kCallerRecord : 0;
   rec->langenv = lang;
   rec->nlsglobal = nlsglobal;
   rec->localnls = static_cast<uint8_t>(localnls != 0);
@@ -88,7 +103,7 @@ KELAPI lcorectx *lpminitm(void *lml, size_t memopt, void *lang, void *nlsglobal,
 
   auto fail = [&]() -> lcorectx * {
     if (rec->lwemctx) lwemdst(static_cast<lwectx *>(rec->lwemctx));
-    slslfree(rec);
+    free_record(rec);
     if (own) lmlterm(lml);
     return nullptr;
   };
@@ -111,6 +126,20 @@ KELAPI lcorectx *lpminitm(void *lml, size_t memopt, void *lang, void *nlsglobal,
   rec->initialised = 1;
   root->rec->initialised = 1;
   return root->rec;
+}
+
+}  // namespace
+
+extern "C" {
+
+KELAPI lcorectx *lpminitm(void *lml, size_t memopt, void *lang, void *nlsglobal, int32_t localnls) {
+  return start(nullptr, 0, lml, memopt, lang, nlsglobal, localnls);
+}
+
+KELAPI lcorectx *lpmpmai(void *storage, size_t size, void *lml, size_t memopt, void *lang, void *nlsglobal,
+                         int32_t localnls) {
+  if (slslgetmeta() == nullptr && (storage == nullptr || size < LPM_MAIN_CTXSZ)) return nullptr;
+  return start(storage, size, lml, memopt, lang, nlsglobal, localnls);
 }
 
 KELAPI lcorectx *lpminit(void) { return lpminitm(nullptr, 0, nullptr, nullptr, 0); }
@@ -147,7 +176,7 @@ KELAPI int32_t lpmterm(lcorectx *) {
     rec->ownslml = 0;
   }
   lwemdst(static_cast<lwectx *>(rec->lwemctx));
-  slslfree(rec);
+  free_record(rec);
   return 0;
 }
 

@@ -30,6 +30,16 @@ inline bool is_alpha(uint8_t c) { return (c | 0x20) >= 'a' && (c | 0x20) <= 'z';
 inline bool is_blank(uint8_t c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 inline bool is_punct(uint8_t c) { return !is_digit(c) && !is_alpha(c) && c < 0x80 && c != '+' && c != '-'; }
 inline uint8_t upper(uint8_t c) { return c >= 'a' && c <= 'z' ? static_cast<uint8_t>(c - 32) : c; }
+// Case fold for matching words: ASCII, and the Latin-1 letters both as
+// single bytes and as the second byte of their UTF-8 form. Folding the same
+// way on both sides is all a match needs; the few other bytes it conflates
+// cannot make two different territory words equal.
+inline uint8_t fold(uint8_t c) {
+  if (c >= 'a' && c <= 'z') return static_cast<uint8_t>(c - 32);
+  if (((c >= 0xE0 && c <= 0xFE) || (c >= 0xA0 && c <= 0xBE)) && c != 0xF7 && c != 0xB7)
+    return static_cast<uint8_t>(c - 0x20);
+  return c;
+}
 
 struct Cursor {
   const uint8_t *t;
@@ -40,11 +50,11 @@ struct Cursor {
   void skip_blanks() {
     while (pos < n && is_blank(t[pos])) ++pos;
   }
-  // Case-insensitive match of an ASCII word; advances on success.
+  // Case-insensitive match of a word; the length matched, 0 for none.
   size_t match(const char *w) const {
     size_t k = 0;
     for (; w[k]; ++k)
-      if (pos + k >= n || upper(t[pos + k]) != upper(static_cast<uint8_t>(w[k]))) return 0;
+      if (pos + k >= n || fold(t[pos + k]) != fold(static_cast<uint8_t>(w[k]))) return 0;
     return k;
   }
 };

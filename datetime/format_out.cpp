@@ -116,6 +116,7 @@ struct Out {
   size_t n;
   bool ebcdic;
   bool full;
+  bool utf8;
   void raw(const uint8_t *s, size_t k) {
     if (k == 1 && n < cap) {
       p[n++] = static_cast<char>(*s);
@@ -140,19 +141,35 @@ struct Out {
   }
 };
 
-// Writes an upper-case ASCII word in the case the element asks for.
+// Writes an upper-case word in the case the element asks for. Letters beyond
+// ASCII are those of Latin-1, as single bytes or as UTF-8 (two bytes led by
+// 0xC3); any other byte above 0x7F is taken as part of a letter and kept.
 void cased(Out &o, const char *s, size_t len, uint32_t flags) {
   bool start = true;
   for (size_t i = 0; i < len; ++i) {
-    char c = s[i];
-    bool letter = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+    uint8_t c = static_cast<uint8_t>(s[i]);
+    bool letter = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c >= 0x80;
     if (letter) {
       bool up = (flags & LDX_FLAG_UPPER) || ((flags & LDX_FLAG_INITCAP) && start);
-      if (up && c >= 'a') c = static_cast<char>(c - 32);
-      if (!up && c <= 'Z') c = static_cast<char>(c + 32);
+      if (c < 0x80) {
+        if (up && c >= 'a') c = static_cast<uint8_t>(c - 32);
+        if (!up && c <= 'Z') c = static_cast<uint8_t>(c + 32);
+      } else if (o.utf8) {
+        if (c == 0xC3 && i + 1 < len) {
+          uint8_t d = static_cast<uint8_t>(s[i + 1]);
+          if (!up && d >= 0x80 && d <= 0x9E && d != 0x97) d = static_cast<uint8_t>(d + 0x20);
+          if (up && d >= 0xA0 && d <= 0xBE && d != 0xB7) d = static_cast<uint8_t>(d - 0x20);
+          o.ch(static_cast<char>(c));
+          c = d;
+          ++i;
+        }
+      } else {
+        if (!up && c >= 0xC0 && c <= 0xDE && c != 0xD7) c = static_cast<uint8_t>(c + 0x20);
+        if (up && c >= 0xE0 && c <= 0xFE && c != 0xF7) c = static_cast<uint8_t>(c - 0x20);
+      }
     }
     start = !letter && c != '\'';
-    o.ch(c);
+    o.ch(static_cast<char>(c));
   }
 }
 void cased(Out &o, const char *s, uint32_t flags) { cased(o, s, std::strlen(s), flags); }
@@ -427,7 +444,7 @@ int32_t format_date(ldxctx *ctx, char *out, size_t outsz, const ldxdate *d, cons
   if (*err) return -1;
   if ((*err = invalid_date(*d))) return -1;
   const ldx_territory_view &v = view(ctx);
-  Out o{out, outsz, 0, v.ebcdic, false};
+  Out o{out, outsz, 0, v.ebcdic, false, v.utf8};
   for (size_t i = 2;;) {
     if (i >= mlen) {
       *err = E_BAD_ELEMENT;

@@ -18,8 +18,9 @@ enum Err : int32_t {
 };
 
 // ------------------------------------------------------------ territory view
-// Everything territory-dependent that the date code reads. Names are upper
-// case ASCII; the model and date text may be EBCDIC (`ebcdic`), in which case
+// Everything territory-dependent that the date code reads. Words are upper
+// case, in ASCII or, for the letters beyond it, Latin-1 bytes or UTF-8
+// (`utf8`); the model and date text may be EBCDIC (`ebcdic`), in which case
 // generated text is translated on the way out and read text on the way in.
 struct ldx_territory_view {
   const char *deffmt;     // default date format
@@ -44,6 +45,8 @@ struct ldx_territory_view {
   void (*release)(void *nlshd);
   // True when the territory data of the handle changed since it was begun.
   bool (*changed)(void *nlshd);
+  // Words beyond ASCII are UTF-8 (else one byte per character).
+  bool utf8;
 };
 
 // The American English view used for the null handle.

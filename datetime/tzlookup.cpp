@@ -16,6 +16,7 @@
 
 #include "datetime/tz_datetime_impl.h"
 #include "datetime/tz_lookup_impl.h"
+#include "lmm.h"
 #include "ltz.h"
 #include "sl.h"
 
@@ -259,18 +260,26 @@ uint8_t year_byte(int32_t y) { return static_cast<uint8_t>(y >= 0 ? y % 100 + 10
 }  // namespace
 
 // ----------------------------------------------- allocation of caller blocks
-// The memory manager's heap (memctx, heap) is the eventual home of these
-// blocks; until it is connected they come from the system allocator.
+// Blocks made for a caller come from the memory manager heap the caller
+// names (its memory context's top heap when only the context is given), so
+// that freeing the heap frees them too. A caller with no memory context at
+// all (the image tools, tests) gets the system allocator; the block must
+// then be freed the same way, which ltzFreeTransArray does when given the
+// same null arguments.
 void *caller_alloc(void *memctx, void *heap, size_t size) {
-  (void)memctx;
-  (void)heap;
-  return ss_mem_alc(size);
+  if (memctx == nullptr) return ss_mem_alc(size);
+  lmmheap *h = heap ? static_cast<lmmheap *>(heap) : lmmtophp(memctx);
+  if (h == nullptr) return nullptr;
+  return lmmmalloc(memctx, h, size, 0, "ltzGetTransArray", __LINE__);
 }
 
 void caller_free(void *memctx, void *heap, void *block) {
-  (void)memctx;
-  (void)heap;
-  ss_mem_fre(block);
+  if (memctx == nullptr) {
+    ss_mem_fre(block);
+    return;
+  }
+  lmmheap *h = heap ? static_cast<lmmheap *>(heap) : lmmtophp(memctx);
+  if (h != nullptr) lmmfree(memctx, h, block, 0);
 }
 
 }  // namespace ltz_internal

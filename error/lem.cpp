@@ -17,6 +17,7 @@
 
 #include "kelmsg_kelcore_lem.h"
 #include "error/lem_impl.h"
+#include "lpm.h"
 #include "lsf.h"
 #include "lx.h"
 
@@ -66,55 +67,121 @@ extern "C" {
 
 // ---------------------------------------------------- context, start/stop
 
-KELAPI int32_t lemrist(lcorectx *ctx, void *handle, int32_t mode) {
-  if (ctx == nullptr) return -1;
-  auto *lwe = static_cast<lwectx *>(ctx->lwemctx);
-  if (mode == 0) {
-    if (lwe == nullptr) return -1;
-    auto *sh = static_cast<lemshared *>(ss_mem_calc(sizeof(lemshared)));
-    if (sh == nullptr) return -1;
-    new (&sh->owner) std::atomic<uint64_t>(0);
-    sh->lwe = lwe;
-    sh->ts = lwemts(lwe);
-    sh->core = ctx;
-    sh->recording = 1;
-    if (sltsmxi(sh->ts, &sh->mx) != 0) {
-      ss_mem_fre(sh);
-      return -1;
-    }
-    sh->fac = lwemfaa(lwe, nullptr, "KELCORE", "LEM", kelmsg::LEM_RETHROW, kelmsg::LEM_FAIL);
-    lemctx *h = sh->fac ? make_handle(sh) : nullptr;
-    if (h == nullptr) {
-      if (sh->fac) lwemfaf(lwe, sh->fac);
-      sltsmxd(sh->ts, &sh->mx);
-      ss_mem_fre(sh);
-      return -1;
-    }
-    lxinitc(&sh->nls, static_cast<lxglo *>(ctx->nlsglobal), static_cast<const lxenv *>(ctx->langenv));
-    ctx->lemctx = h;
-    return 0;
+}  // extern "C"
+
+namespace {
+
+// The internal start: shared state over lwe (null: made here and owned),
+// its handle in `storage` (null: allocated). Null on failure, with nothing
+// left behind.
+lemctx *lempint(lcorectx *ctx, void *storage, lwectx *lwe) {
+  bool ownlwe = lwe == nullptr;
+  if (ownlwe && (lwe = lwemist("AMERICAN_AMERICA.US7ASCII", ctx->nlsglobal, ctx->localnls)) == nullptr)
+    return nullptr;
+  auto *sh = static_cast<lemshared *>(ss_mem_calc(sizeof(lemshared)));
+  if (sh == nullptr) {
+    if (ownlwe) lwemdst(lwe);
+    return nullptr;
   }
-  if (mode != 1) return -1;
-  lemshared *sh = shared_of(ctx->lemctx);
-  if (sh == nullptr) return -1;
+  new (&sh->owner) std::atomic<uint64_t>(0);
+  sh->lwe = lwe;
+  sh->ownlwe = ownlwe;
+  sh->ts = lwemts(lwe);
+  sh->core = ctx;
+  sh->recording = 1;
+  if (sltsmxi(sh->ts, &sh->mx) != 0) {
+    ss_mem_fre(sh);
+    if (ownlwe) lwemdst(lwe);
+    return nullptr;
+  }
+  sh->fac = lwemfaa(lwe, nullptr, "KELCORE", "LEM", kelmsg::LEM_RETHROW, kelmsg::LEM_FAIL);
+  lemctx *h = nullptr;
+  if (sh->fac != nullptr) {
+    if (storage != nullptr) {
+      h = static_cast<lemctx *>(storage);
+      std::memset(h, 0, lemctxsz);
+      h->magic = kLemMagic;
+      h->flags = LEMCTX_CALLER;
+      h->sh = sh;
+    } else {
+      h = make_handle(sh);
+    }
+  }
+  if (h == nullptr) {
+    if (sh->fac) lwemfaf(lwe, sh->fac);
+    sltsmxd(sh->ts, &sh->mx);
+    ss_mem_fre(sh);
+    if (ownlwe) lwemdst(lwe);
+    return nullptr;
+  }
+  lxinitc(&sh->nls, static_cast<lxglo *>(ctx->nlsglobal), static_cast<const lxenv *>(ctx->langenv));
+  return h;
+}
+
+// The stop of a state and its handle. Every step runs even after one
+// failed; -1 when any did.
+int32_t stop(lemctx *h) {
+  lemshared *sh = h->sh;
   int32_t rc = 0;
+  // The formatter keeps no state per error context: lsfpd works on the
+  // caller's buffers only, so there is nothing of it to clean here.
   for (lemcat *c = sh->cats; c != nullptr;) {
     lemcat *next = c->next;
     if (c->h != nullptr && lmsatrm(c->h) != 0) rc = -1;
     ss_mem_fre(c);
     c = next;
   }
+  sh->cats = nullptr;
   for (lemtfc *t = sh->frames; t != nullptr;) {
     lemtfc *next = t->next;
     ss_mem_fre(t);
     t = next;
   }
+  if (sh->lsfloaded && sh->core != nullptr && lpmdelete(sh->core, "lsf") != 0) rc = -1;
   if (lwemfaf(sh->lwe, sh->fac) != 0) rc = -1;
   if (sltsmxd(sh->ts, &sh->mx) != 0) rc = -1;
-  free_handle(static_cast<lemctx *>(ctx->lemctx));
+  if (sh->ownlwe && lwemdst(sh->lwe) != 0) rc = -1;
   ss_mem_fre(sh);
+  if (h->flags & LEMCTX_CALLER) {
+    h->magic = 0;
+    h->sh = nullptr;
+  } else {
+    free_handle(h);
+  }
+  return rc;
+}
+
+}  // namespace
+
+extern "C" {
+
+KELAPI int32_t lemrist(lcorectx *ctx, void *handle, int32_t mode) {
+  if (ctx == nullptr) return -1;
+  if (mode == 0) {
+    auto *lwe = static_cast<lwectx *>(ctx->lwemctx);
+    if (lwe == nullptr) return -1;
+    lemctx *h = lempint(ctx, nullptr, lwe);
+    if (h == nullptr) return -1;
+    ctx->lemctx = h;
+    return 0;
+  }
+  if (mode != 1) return -1;
+  if (shared_of(ctx->lemctx) == nullptr) return -1;
+  int32_t rc = stop(static_cast<lemctx *>(ctx->lemctx));
   ctx->lemctx = nullptr;
   return rc;
+}
+
+KELAPI void *leminit(lcorectx *ctx, void *storage, void *lwe) {
+  if (ctx == nullptr || storage == nullptr) return nullptr;
+  return lempint(ctx, storage, static_cast<lwectx *>(lwe));
+}
+
+KELAPI void *lemini(lcorectx *ctx, void *storage) { return leminit(ctx, storage, nullptr); }
+
+KELAPI int32_t lemfre(void *lemh) {
+  if (shared_of(lemh) == nullptr) return -1;
+  return stop(static_cast<lemctx *>(lemh));
 }
 
 KELAPI int32_t lemcis(lcorectx *ctx, void **out, void *component) {

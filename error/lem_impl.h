@@ -32,13 +32,18 @@ struct lemshared {
   lxctx nls;
   lemcat *cats;
   lemtfc *frames;
+  bool ownlwe;     // lwe was made for this state (leminit without one)
+  bool lsfloaded;  // the formatter package was loaded on this state's behalf
 };
 
 // The handle stored in a context record (field lemctx).
 struct lemctx {
   uint32_t magic;
+  uint32_t flags;  // LEMCTX_CALLER: the handle lives in caller storage
   lemshared *sh;
 };
+constexpr uint32_t LEMCTX_CALLER = 1;
+static_assert(sizeof(lemctx) <= lemctxsz, "the handle must fit the caller's lemctxsz bytes");
 
 namespace lem_internal {
 lemshared *shared_of(void *ctx) noexcept;

@@ -164,6 +164,35 @@ KELAPI int32_t ldxgpc(ldxctx *ctx, const char *fmt, size_t len);
  * then calls the context's error callback (if any). */
 KELAPI void ldxerr(ldxctx *ctx, int32_t err);
 
+/* ------------------------------------------------ dates as numbers
+ * Library numbers (lnx.h; out needs 22 bytes, *outlen gets the length). */
+
+/* *d as its Julian day number plus the part of the day gone by (seconds of
+ * the day / 86400, rounded to the number's precision): 1 January 2000 at
+ * 18:00 is 2451545.75. An invalid date raises its range error (1841 for the
+ * year, 1843 month, 1847 day, 1850 hour, 1851 minute, 1852 second) and
+ * writes nothing. Returns 0 or -1. */
+KELAPI int32_t ldxd2n(ldxctx *ctx, const ldxdate *d, uint8_t *out, size_t *outlen);
+
+/* The date of a number as ldxd2n makes it: the whole part (floor) is the
+ * day number, the fraction times 86400 rounded half away from zero the
+ * second of the day (a fraction that rounds to 86400 is the next midnight).
+ * A day number below 1 or above 5373484, an infinity or a malformed number
+ * raises 1841 and leaves *out unchanged (its spare byte is always kept).
+ * Returns 0 or -1. */
+KELAPI int32_t ldxn2d(ldxctx *ctx, const uint8_t *num, size_t len, ldxdate *out);
+
+/* An increment (days and seconds, any signs) as a number of days: days +
+ * seconds / 86400. Returns 0, or -1 after 1841 when the day count leaves
+ * 32 bits. */
+KELAPI int32_t ldxi2n(ldxctx *ctx, const ldxdays *inc, uint8_t *out, size_t *outlen);
+
+/* A number of days as an increment: days = the whole part toward zero,
+ * seconds = the rest times 86400, rounded, with the number's sign (-1.5 is
+ * -1 day and -43200 seconds). An infinity, a malformed number or a day
+ * count beyond 32 bits raises 1841. Returns 0 or -1. */
+KELAPI int32_t ldxn2i(ldxctx *ctx, const uint8_t *num, size_t len, ldxdays *out);
+
 /* -------------------------------------------------------- format models */
 
 /* Element codes returned by ldxsnf besides the element codes 1 ... 49. */

@@ -56,6 +56,27 @@ typedef struct lemfac lemfac;
  * 1 stop, else -1). Called by lpminitm/lpmterm only. */
 KELAPI int32_t lemrist(lcorectx *ctx, void *handle, int32_t mode);
 
+/* A free-standing error context whose handle lives in `storage` (lemctxsz
+ * bytes, pointer-aligned, owned by the caller) for code that keeps error
+ * stacks apart from the started library's: leminit builds it over the
+ * low-level message context `lwe` (a context record's lwemctx), or, with a
+ * null lwe, over one made for it and ended by lemfre; lemini(ctx, storage)
+ * is leminit(ctx, storage, null). ctx supplies the language settings and is
+ * the record through which a loaded formatter package is released. Returns
+ * the handle (== storage) to pass as the error context, or null for a null
+ * ctx or storage or when out of memory. Not thread-safe against lemfre. */
+KELAPI void *leminit(lcorectx *ctx, void *storage, void *lwe);
+KELAPI void *lemini(lcorectx *ctx, void *storage);
+
+/* Stops an error context of leminit: closes every message catalogue it
+ * opened (lmsatrm), releases the "lsf" package if it was loaded for it,
+ * frees its facility and frame contexts, destroys its mutex and, when it
+ * made its own, the low-level message context with every record on it. The
+ * caller's storage is left cleared of the handle. 0, or -1 for a handle that
+ * is not a live error context or when a step failed (the other steps are
+ * still done). */
+KELAPI int32_t lemfre(void *lemh);
+
 /* The error sub-context of a package instance: *out receives a new error
  * context that shares the creator's stacks (lemcis); lemcit frees it. 0 / -1. */
 KELAPI int32_t lemcis(lcorectx *ctx, void **out, void *component);

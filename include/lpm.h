@@ -90,6 +90,18 @@ KELAPI lcorectx *lpmprinit(void);
  * family that fails to start leaves the families before it started. */
 KELAPI lcorectx *lpminitm(void *lml, size_t memopt, void *lang, void *nlsglobal, int32_t localnls);
 
+/* Bytes of caller storage that lpmpmai needs for the start record. */
+#define LPM_MAIN_CTXSZ 160
+
+/* As lpminitm, with the start record placed in `storage` (at least
+ * LPM_MAIN_CTXSZ bytes given as `size`, aligned for a pointer), for a
+ * program's main entry that keeps it on its stack until lpmterm. The
+ * storage must stay valid until lpmterm, which does not free it. Null for
+ * storage that is missing, too small or misaligned, and as lpminitm. When the
+ * library is already started the storage is not used. */
+KELAPI lcorectx *lpmpmai(void *storage, size_t size, void *lml, size_t memopt, void *lang, void *nlsglobal,
+                         int32_t localnls);
+
 /* Stops the library started in this process, whatever record is given (ctx
  * may be null): runs the lpmatterm callbacks last-registered first, finishes
  * the root instance and stops the families in reverse start order. 0 when

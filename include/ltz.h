@@ -158,15 +158,18 @@ KELAPI int32_t ltzGetLocalByIndex(const void *image, uint16_t id, const LdiDateT
  * transition: the 7-byte external date of the transition's UTC instant,
  * offset hours + 20, remaining offset minutes + 60 (both truncated toward
  * zero from the offset in whole minutes) and the daylight flag. *array gets a
- * new block of 10n + 1 bytes and *len its length; memctx and heap name the
- * memory manager heap to allocate from (may be null: the library's default).
+ * new block of 10n + 1 bytes and *len its length. memctx and heap name the
+ * memory manager heap to allocate from (lmmmalloc); a null heap with a memory
+ * context means that context's top heap; a null memctx means the system
+ * allocator (for callers without a started library).
  * *len is set to 0 and *array to null first. Statuses: 0; 1 image, array or
  * len null; 2/3 image not usable; 4 id out of range; 5 empty slot or no such
  * alias; 8 out of memory. The block is freed with ltzFreeTransArray and the
  * same memctx and heap. */
 KELAPI int32_t ltzGetTransArray(const void *image, void *memctx, void *heap, uint16_t id,
                                 uint8_t **array, size_t *len);
-/* Frees a block of ltzGetTransArray (null is ignored). */
+/* Frees a block of ltzGetTransArray (null is ignored); memctx and heap must
+ * be the ones it was made with (freeing the heap frees it as well). */
 KELAPI void ltzFreeTransArray(void *memctx, void *heap, uint8_t *array);
 
 /* ------------------------------------------------------------ EBCDIC hosts

@@ -43,8 +43,13 @@ KELAPI int32_t lxlterm(lxglo *glo);
 /* The environment named "LANGUAGE_TERRITORY.CHARSET" (case-insensitive;
  * the part before the dot may be empty for the American default, and the
  * character set may be left out for US7ASCII). `len` is the name's length.
- * Null for an unknown language, territory or character set. */
+ * Territories: AMERICAN_AMERICA, and, in builds made with ICU's locale data,
+ * GERMAN_GERMANY, FRENCH_FRANCE and SPANISH_SPAIN. Null for an unknown
+ * language, territory or character set. */
 KELAPI const lxenv *lxhLangEnv(lxglo *glo, const char *name, size_t len);
+/* The global context an environment was made from (the process-wide default
+ * one for environments made with a null glo); null for a null env. */
+KELAPI lxglo *lxGetGloPtr(const lxenv *env);
 /* Fills `out` with glo (may be null) and env (null: "AMERICAN_AMERICA.US7ASCII");
  * 0 / -1 (null out). */
 KELAPI int32_t lxinitc(lxctx *out, lxglo *glo, const lxenv *env);
@@ -77,6 +82,11 @@ KELAPI int32_t lxinitc(lxctx *out, lxglo *glo, const lxenv *env);
 #define LX_CHARSET_KIND     280   /* number: LX_CS_* */
 #define LX_CHARSET_ID       281   /* number: LX_CSID_* */
 #define LX_MAX_CHAR_BYTES   282   /* number: longest character in bytes */
+#define LX_GREGORIAN        283   /* number: 1 Gregorian calendar, 0 another (see lxeadm) */
+#define LX_TERR_CHANGED     284   /* number: 1 when the territory data changed since the
+                                     environment was made (environments here never change: 0) */
+#define LX_AD_NAME          290   /* "Anno Domini" */
+#define LX_BC_NAME          291   /* "Before Christ" */
 
 /* Character-set kinds. */
 #define LX_CS_ASCII   1  /* ASCII-based single- or multi-byte */
@@ -89,16 +99,21 @@ KELAPI int32_t lxinitc(lxctx *out, lxglo *glo, const lxenv *env);
 #define LX_CSID_WE8EBCDIC37  140   /* EBCDIC code page 37 */
 #define LX_CSID_AL32UTF8     873   /* also "UTF8", ".utf8" */
 #define LX_CSID_AL16UTF16    2000  /* big-endian UTF-16 */
+#define LX_CSID_AL16UTF16LE  2002  /* little-endian UTF-16 */
 
 /* Copies text item `item` of env (null: American default) into buf,
- * NUL-terminated, truncated to len - 1 bytes; returns the item's full length,
- * or -1 for an unknown item. Texts are in ASCII. */
+ * NUL-terminated (one zero byte), truncated to len - 1 bytes; returns the
+ * item's full length in bytes, or -1 for an unknown item. The names of the
+ * character set, language and territory (85, 200, 201) are ASCII; every
+ * other text is in the environment's character set (a character it cannot
+ * hold becomes its replacement character). */
 KELAPI int32_t lxhlinfo(const lxenv *env, int32_t item, char *buf, size_t len);
 /* Number item of env (null: American default), or -1 for an unknown item. */
 KELAPI int32_t lxhninfo(const lxenv *env, int32_t item);
 
 /* The character-set id of a name ("US7ASCII", "WE8ISO8859P1", "AL32UTF8",
- * "UTF8", ".utf8", "AL16UTF16", "WE8EBCDIC37"; case-insensitive), or 0. */
+ * "UTF8", ".utf8", "AL16UTF16", "AL16UTF16LE", "WE8EBCDIC37";
+ * case-insensitive), or 0. */
 KELAPI int32_t lxhcsn(const char *name, size_t len);
 
 /* Converts srclen bytes of src in character set srccs to dstcs into dst of
@@ -119,6 +134,17 @@ KELAPI int32_t lxmspax(const lxenv *env, uint32_t c);
 /* Upper-case / lower-case fold of `c` in env's character set. */
 KELAPI uint32_t lxmtupx(const lxenv *env, uint32_t c);
 KELAPI uint32_t lxmtlox(const lxenv *env, uint32_t c);
+
+/* ------------------------------------------------------ other calendars
+ * Month arithmetic and last day of month in the calendar of env's territory,
+ * for territories whose calendar is not Gregorian (item LX_GREGORIAN 0).
+ * The date is (year, month, day) of the Gregorian calendar on entry and on
+ * exit. The low byte of the result is non-zero when the call did the work
+ * (the outputs are then written), 0 when the caller should use the Gregorian
+ * rules (every territory of this library is Gregorian today, so that is
+ * always the answer). Thread-safe. */
+KELAPI int32_t lxeadm(const lxenv *env, int32_t *year, int32_t *month, int32_t *day, int32_t months);
+KELAPI int32_t lxeldd(const lxenv *env, int32_t *year, int32_t *month, int32_t *day);
 
 /* ------------------------------------------------------ message catalogues
  * One catalogue per (product, facility): the text compiled into the library,

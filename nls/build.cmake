@@ -26,3 +26,28 @@ target_sources(kelnls10_objs PRIVATE ${KEL_MSG_CPP})
 add_dependencies(kelcore10_objs kel_messages)
 target_include_directories(kelcore10_objs PRIVATE ${KEL_MSG_DIR})
 target_include_directories(kelcore10_static PUBLIC ${KEL_MSG_DIR})
+
+# Territory data: month and day names, formats, first day of the week and
+# number symbols come from ICU's locale data, read by a small generator at
+# build time. Without ICU's development files the library still builds, with
+# only the hand-kept American territory.
+find_package(ICU COMPONENTS uc i18n)
+set(KEL_TERR_INC ${PROJECT_BINARY_DIR}/nls/gen/territories.inc)
+if(ICU_FOUND)
+  add_executable(kel_gen_territories ${PROJECT_SOURCE_DIR}/nls/gen_territories.cc)
+  target_link_libraries(kel_gen_territories PRIVATE ICU::i18n ICU::uc)
+  # ICU keeps its caches until exit; a sanitizer build must not fail the
+  # generator for that.
+  add_custom_command(
+    OUTPUT ${KEL_TERR_INC}
+    COMMAND ${CMAKE_COMMAND} -E env ASAN_OPTIONS=detect_leaks=0 $<TARGET_FILE:kel_gen_territories> ${KEL_TERR_INC}
+    DEPENDS kel_gen_territories
+    COMMENT "Generating territory data from ICU"
+    VERBATIM)
+else()
+  message(STATUS "kelnls10: ICU not found; only the American territory is built in")
+  file(WRITE ${KEL_TERR_INC} "// ICU was not found: no generated territories.\n")
+endif()
+add_custom_target(kel_territories DEPENDS ${KEL_TERR_INC})
+add_dependencies(kelnls10_objs kel_territories)
+target_include_directories(kelnls10_objs PRIVATE ${KEL_MSG_DIR})

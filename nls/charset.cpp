@@ -68,6 +68,7 @@ constexpr charset kSets[] = {
     {LX_CSID_WE8EBCDIC37, "WE8EBCDIC37", LX_CS_EBCDIC, 1, kEbcdic37.data()},
     {LX_CSID_AL32UTF8, "AL32UTF8", LX_CS_ASCII, 4, nullptr},
     {LX_CSID_AL16UTF16, "AL16UTF16", LX_CS_UTF16, 4, nullptr},
+    {LX_CSID_AL16UTF16LE, "AL16UTF16LE", LX_CS_UTF16, 4, nullptr},
 };
 
 // Decodes one character at src (n > 0 bytes left); sets *used.
@@ -77,16 +78,18 @@ uint32_t decode(const charset *cs, const uint8_t *s, size_t n, size_t *used) noe
     uint16_t u = cs->to_uni[s[0]];
     return u == kNone ? kBad : u;
   }
-  if (cs->id == LX_CSID_AL16UTF16) {
+  if (cs->id == LX_CSID_AL16UTF16 || cs->id == LX_CSID_AL16UTF16LE) {
     if (n < 2) {
       *used = n;
       return kBad;
     }
-    uint32_t u = (uint32_t{s[0]} << 8) | s[1];
+    const bool le = cs->id == LX_CSID_AL16UTF16LE;
+    auto unit = [&](size_t i) { return le ? (uint32_t{s[i + 1]} << 8) | s[i] : (uint32_t{s[i]} << 8) | s[i + 1]; };
+    uint32_t u = unit(0);
     *used = 2;
     if (u >= 0xD800 && u < 0xDC00) {
       if (n < 4) return kBad;
-      uint32_t lo = (uint32_t{s[2]} << 8) | s[3];
+      uint32_t lo = unit(2);
       if (lo < 0xDC00 || lo >= 0xE000) return kBad;
       *used = 4;
       return 0x10000 + ((u - 0xD800) << 10) + (lo - 0xDC00);
@@ -125,19 +128,21 @@ size_t encode(const charset *cs, uint32_t u, uint8_t *d, size_t room) noexcept {
     return 1;
   }
   if (u == kBad) u = kRepl;
-  if (cs->id == LX_CSID_AL16UTF16) {
+  if (cs->id == LX_CSID_AL16UTF16 || cs->id == LX_CSID_AL16UTF16LE) {
+    const int hb = cs->id == LX_CSID_AL16UTF16LE ? 1 : 0;  // where the high byte goes
+    auto put = [&](uint8_t *p, uint32_t x) {
+      p[hb] = static_cast<uint8_t>(x >> 8);
+      p[1 - hb] = static_cast<uint8_t>(x);
+    };
     if (u < 0x10000) {
       if (room < 2) return 0;
-      d[0] = static_cast<uint8_t>(u >> 8);
-      d[1] = static_cast<uint8_t>(u);
+      put(d, u);
       return 2;
     }
     if (room < 4) return 0;
-    uint32_t v = u - 0x10000, hi = 0xD800 + (v >> 10), lo = 0xDC00 + (v & 0x3FF);
-    d[0] = static_cast<uint8_t>(hi >> 8);
-    d[1] = static_cast<uint8_t>(hi);
-    d[2] = static_cast<uint8_t>(lo >> 8);
-    d[3] = static_cast<uint8_t>(lo);
+    uint32_t v = u - 0x10000;
+    put(d, 0xD800 + (v >> 10));
+    put(d + 2, 0xDC00 + (v & 0x3FF));
     return 4;
   }
   size_t len = u < 0x80 ? 1 : u < 0x800 ? 2 : u < 0x10000 ? 3 : 4;

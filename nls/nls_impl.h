@@ -10,7 +10,8 @@
 
 namespace nls_internal {
 
-// Everything a territory and language contribute to an environment.
+// Everything a territory and language contribute to an environment. Texts
+// are UTF-8; lxhlinfo hands them out in the environment's character set.
 struct territory {
   std::string_view language;   // "AMERICAN"
   std::string_view territory;  // "AMERICA"
@@ -28,6 +29,7 @@ struct territory {
   std::string_view day_abbr[7];
   std::string_view am, pm, am_dots, pm_dots;
   std::string_view ad, bc, ad_dots, bc_dots;
+  std::string_view ad_name, bc_name;  // era names spelled out
 };
 
 // Finds a language/territory pair (ASCII case-insensitive); empty parts take
@@ -58,6 +60,7 @@ bool iequal(std::string_view a, std::string_view b) noexcept;
 struct lxenv {
   const nls_internal::territory *terr;
   const nls_internal::charset *cs;
+  lxglo *glo;  // the global context that made it
 };
 
 #endif

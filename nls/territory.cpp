@@ -1,5 +1,7 @@
-// Territory and language texts. Each row is one language/territory pair;
-// adding a territory is adding a row.
+// Territory and language texts. Each row is one language/territory pair.
+// American English is kept by hand (its formats are the library's
+// traditional defaults); the rows after it are generated from ICU's locale
+// data at build time.
 #include "nls/nls_impl.h"
 
 namespace nls_internal {
@@ -11,9 +13,9 @@ constexpr territory kTerritories[] = {
         "AMERICAN",
         "AMERICA",
         "DD-MON-RR",
-        "fmDay, Month dd, yyyy",
-        "fmMM/DD/RRRR",
-        "HH:MI:SSXFF AM",
+        "fmDay, Month DD, YYYY",
+        "fmMM/DD/YYYY",
+        "HH:MI:SS AM",
         ".",
         ",",
         "$",
@@ -31,7 +33,11 @@ constexpr territory kTerritories[] = {
         "BC",
         "A.D.",
         "B.C.",
+        "Anno Domini",
+        "Before Christ",
     },
+// The other territories come from ICU's locale data (gen_territories.cc).
+#include "territories.inc"
 };
 
 }  // namespace

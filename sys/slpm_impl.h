@@ -15,6 +15,9 @@
 // One block from the system allocator: the record (length rounded up to 8),
 // the system area, then one word that is the system handle. 0 / -1.
 int32_t slslameta(size_t length, lcorectx **record, void **handle);
+// The same layout in the caller's storage (size >= LPM_MAIN_CTXSZ, aligned
+// for the record; cleared here). 0 / -1. Nothing to free afterwards.
+int32_t slslmeta_in(void *storage, size_t size, lcorectx **record, void **handle);
 // Frees the block of slslameta.
 void slslfree(lcorectx *record);
 // Fills the system area's operations table, records it in field 8 of the

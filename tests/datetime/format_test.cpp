@@ -174,11 +174,9 @@ TEST(DateFormat, BeginVariantsAndTheDefaultFormat) {
   ASSERT_EQ(ldxcbegu(&c2, nullptr, nullptr, record, &rec, saved), 0);
   EXPECT_TRUE(rec.errs.empty());
 
-  // No territory data for an unknown handle; an empty model.
-  int fake;
-  EXPECT_EQ(ldxbegin(&c2, &fake, record, &rec), -1);
+  // An empty model.
   EXPECT_EQ(ldxnbeg(&c2, nullptr, record, &rec, "", 0), -1);
-  EXPECT_EQ(rec.errs, (std::vector<int32_t>{600, 600}));
+  EXPECT_EQ(rec.errs, (std::vector<int32_t>{600}));
   // The default format is the one read when the model is left out.
   ldxdate d{};
   PinNow pin;

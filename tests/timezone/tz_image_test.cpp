@@ -4,6 +4,11 @@
 
 #include "tz_test_util.h"
 
+#include <cstring>
+
+#include "lmm.h"
+#include "lpm.h"
+
 namespace {
 
 using tztest::build_synthetic;
@@ -301,3 +306,33 @@ TEST(TimezoneImage, LocalTimesAroundChanges) {
 }
 
 }  // namespace
+
+// With a memory context the transition list is a block of the memory
+// manager's heap: lmmfree takes it back (it refuses anything else), the
+// contents equal the system-allocator list, and freeing through
+// ltzFreeTransArray with the same heap is accepted.
+TEST(TimezoneImage, TransitionListComesFromTheCallersHeap) {
+  SynthImage im = sample();
+  lcorectx *ctx = lpminit();
+  ASSERT_NE(ctx, nullptr);
+  void *mctx = ctx->lmmctx;
+  lmmheap *heap = nullptr;
+  ASSERT_EQ(lmmhpinit(mctx, &heap, lmmtophp(mctx), 0, nullptr, "tz", __LINE__, lmmgetstmfp()), 0);
+  uint8_t *sys = nullptr, *mine = nullptr, *top = nullptr;
+  size_t ls = 0, lm = 0, lt = 0;
+  ASSERT_EQ(ltzGetTransArray(im.data(), nullptr, nullptr, 7, &sys, &ls), LTZ_OK);
+  ASSERT_EQ(ltzGetTransArray(im.data(), mctx, heap, 7, &mine, &lm), LTZ_OK);
+  ASSERT_EQ(ltzGetTransArray(im.data(), mctx, nullptr, 7, &top, &lt), LTZ_OK);
+  ASSERT_EQ(lm, ls);
+  ASSERT_EQ(lt, ls);
+  EXPECT_EQ(std::memcmp(mine, sys, ls), 0);
+  EXPECT_EQ(std::memcmp(top, sys, ls), 0);
+  EXPECT_EQ(lmmfree(mctx, heap, mine, 0), 0) << "a block of the heap";
+  EXPECT_EQ(lmmfree(mctx, heap, mine, 0), -1) << "and freed only once";
+  ltzFreeTransArray(mctx, nullptr, top);
+  ltzFreeTransArray(nullptr, nullptr, sys);
+  // A list left in the heap goes with it.
+  ASSERT_EQ(ltzGetTransArray(im.data(), mctx, heap, 7, &mine, &lm), LTZ_OK);
+  EXPECT_EQ(lmmhpfree(mctx, heap, 0), 0);
+  EXPECT_EQ(lpmterm(ctx), 0);
+}
