@@ -12,17 +12,6 @@ using namespace ldi_internal;
 
 namespace {
 
-ldxdate as_ldx(const LdiDateTime &d) {
-  ldxdate x{};
-  x.year = d.year;
-  x.month = static_cast<int8_t>(d.month);
-  x.day = static_cast<int8_t>(d.day);
-  x.hour = static_cast<int8_t>(d.hour);
-  x.minute = static_cast<int8_t>(d.minute);
-  x.second = static_cast<int8_t>(d.second);
-  return x;
-}
-
 // The kind whose units run from `first` to `last` in a family.
 uint8_t kind_for(bool ym, int first, int last) {
   for (uint8_t k = 1; k <= 13; ++k)

@@ -135,17 +135,6 @@ int32_t round_fs(LdiDateTime &d, int32_t p) {
 
 namespace {
 
-ldxdate as_ldx(const LdiDateTime &d) {
-  ldxdate x{};
-  x.year = d.year;
-  x.month = static_cast<int8_t>(d.month);
-  x.day = static_cast<int8_t>(d.day);
-  x.hour = static_cast<int8_t>(d.hour);
-  x.minute = static_cast<int8_t>(d.minute);
-  x.second = static_cast<int8_t>(d.second);
-  return x;
-}
-
 uint32_t zone_flags(int32_t tzh, int32_t tzm, uint32_t region) {
   if (tzh < -12 || tzh > 14 || tzm < -59 || tzm > 59 || region > LTZ_MAX_REGION) return LDI_CHK_ZONE;
   return 0;

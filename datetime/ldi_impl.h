@@ -112,6 +112,19 @@ bool parse_offset(const char *s, size_t n, int32_t *minutes);
 // Zone text that may also be a region name. 0 or a status.
 int32_t parse_zone(const char *s, size_t n, const void *img, int32_t *minutes, uint16_t *region);
 
+// The calendar fields of a datetime as the date kernel's record (fractions
+// and zone dropped).
+inline ldxdate as_ldx(const LdiDateTime &d) {
+  ldxdate x{};
+  x.year = d.year;
+  x.month = static_cast<int8_t>(d.month);
+  x.day = static_cast<int8_t>(d.day);
+  x.hour = static_cast<int8_t>(d.hour);
+  x.minute = static_cast<int8_t>(d.minute);
+  x.second = static_cast<int8_t>(d.second);
+  return x;
+}
+
 }  // namespace ldi_internal
 
 #endif  // KEL_DATETIME_LDI_IMPL_H
