@@ -41,6 +41,11 @@ bool parse_int(const char *s, long long *out);
 // Reads all of a stream.
 std::string read_all(FILE *f);
 
+// Loads the time-zone image as the library does (KEL_TZFILE, KELTAR_HOME);
+// with neither set, the image built next to the tool. Returns the loader's
+// status (0 on success).
+int32_t load_tz_image(const void **img);
+
 int cmd_num(int argc, char **argv);
 int cmd_base64(int argc, char **argv);
 int cmd_url(int argc, char **argv);
