@@ -1,42 +1,43 @@
 // kelcore - the command-line face of the library: each subcommand is a thin
-// layer over the public interface.
-#include <cstdio>
-#include <cstring>
+// layer over the public interface, one file per subcommand.
+#include "common.h"
 
-#include "sl.h"
+using namespace kelcore_tool;
 
 namespace {
 
-int tour() {
-  std::printf("kelcore10 - core portability and utility library\n\n");
-  std::printf("system layer\n");
-  std::printf("  page size          %zu bytes\n", slmmvallocsz());
-  std::printf("  default extent     %zu bytes\n", slmmstmsr());
-  std::printf("  this thread        #%llu\n", static_cast<unsigned long long>(slthrself()));
-  char home[256];
-  int32_t n = slgetenv("KELTAR_HOME", home, sizeof home);
-  std::printf("  KELTAR_HOME        %s\n", n < 0 ? "(not set)" : home);
-  uint64_t t0 = slmonons();
-  slsleepms(5);
-  std::printf("  slept 5 ms, clock  %.2f ms passed\n", static_cast<double>(slmonons() - t0) / 1e6);
-  return 0;
-}
+const char kUsageText[] =
+    "usage: kelcore [COMMAND ARGS... | --help]\n"
+    "  num EXPR [--bytes]              decimal arithmetic in library numbers\n"
+    "  date TEXT [options]             convert and compute dates\n"
+    "  tz list|info|at|transitions     query the time-zone file\n"
+    "  params FILE [ARGS...]           parse a parameter file and command line\n"
+    "  http get URL                    fetch an http URL\n"
+    "  base64 [-d]                     base64 from standard input\n"
+    "  url resolve BASE REF            resolve a URL reference\n"
+    "  (no arguments)                  a short tour of a typical request\n"
+    "Each command takes --help. Exit status: 0 success, 1 failure, 2 usage error.\n";
 
-void usage(FILE *out) {
-  std::fprintf(out,
-               "usage: kelcore [--help]\n"
-               "  with no arguments: a short tour of what the library does\n");
-}
+struct Command {
+  const char *name;
+  int (*fn)(int, char **);
+};
+
+const Command kCommands[] = {
+    {"num", cmd_num},   {"date", cmd_date}, {"tz", cmd_tz},         {"params", cmd_params},
+    {"http", cmd_http}, {"url", cmd_url},   {"base64", cmd_base64},
+};
 
 }  // namespace
 
 int main(int argc, char **argv) {
-  if (argc == 1) return tour();
-  if (argc == 2 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0)) {
-    usage(stdout);
-    return 0;
+  if (argc == 1) return cmd_tour();
+  if (is_help(argv[1])) {
+    std::fputs(kUsageText, stdout);
+    return kOk;
   }
-  std::fprintf(stderr, "kelcore: unknown command '%s'\n", argv[1]);
-  usage(stderr);
-  return 2;
+  for (const Command &c : kCommands)
+    if (std::strcmp(argv[1], c.name) == 0) return c.fn(argc - 2, argv + 2);
+  std::fprintf(stderr, "kelcore: unknown command '%s'\n%s", argv[1], kUsageText);
+  return kUsage;
 }

@@ -1,0 +1,60 @@
+// Shared plumbing of the kelcore subcommands: the started library, error
+// reporting through the error stack, and small argument helpers.
+#ifndef KELCORE_TOOL_COMMON_H
+#define KELCORE_TOOL_COMMON_H
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "lem.h"
+#include "lpm.h"
+
+namespace kelcore_tool {
+
+// Exit codes: 0 success, 1 a failure of the operation, 2 a usage error.
+constexpr int kOk = 0;
+constexpr int kFail = 1;
+constexpr int kUsage = 2;
+
+// The library, started for the life of one subcommand.
+struct Lib {
+  lcorectx *ctx = nullptr;
+  Lib() : ctx(lpminit()) {}
+  ~Lib() {
+    if (ctx) lpmterm(ctx);
+  }
+  Lib(const Lib &) = delete;
+  Lib &operator=(const Lib &) = delete;
+  bool ok() const { return ctx != nullptr; }
+  // Prints every record on the error stack (newest first) formatted by
+  // lemgem, each prefixed with the command name, then clears the stack.
+  // Returns the number of records printed.
+  int report(const char *cmd) const;
+};
+
+bool is_help(const char *a);
+// Prints "kelcore CMD: MESSAGE" and the usage line to stderr; returns 2.
+int usage_error(const char *cmd, const char *usage, const char *fmt, ...);
+// Parses a decimal int; false for anything else.
+bool parse_int(const char *s, long long *out);
+// Reads all of a stream.
+std::string read_all(FILE *f);
+
+// Loads the time-zone image as the library does (KEL_TZFILE, KELTAR_HOME);
+// with neither set, the image built next to the tool. Returns the loader's
+// status (0 on success).
+int32_t load_tz_image(const void **img);
+
+int cmd_num(int argc, char **argv);
+int cmd_base64(int argc, char **argv);
+int cmd_url(int argc, char **argv);
+int cmd_http(int argc, char **argv);
+int cmd_date(int argc, char **argv);
+int cmd_tz(int argc, char **argv);
+int cmd_params(int argc, char **argv);
+int cmd_tour();
+
+}  // namespace kelcore_tool
+
+#endif
