@@ -38,6 +38,7 @@ endif()
 # The file finds its prefix from where it lies (${pcfiledir}), so that an
 # install with `cmake --install --prefix` elsewhere still gives right paths.
 file(RELATIVE_PATH KEL_PC_TO_PREFIX /root/${CMAKE_INSTALL_LIBDIR}/pkgconfig /root)
+string(REGEX REPLACE "/$" "" KEL_PC_TO_PREFIX "${KEL_PC_TO_PREFIX}")
 set(KEL_PC_LIBS_PRIVATE "-lkelnls10 -pthread")
 foreach(l IN LISTS CMAKE_DL_LIBS)
   string(APPEND KEL_PC_LIBS_PRIVATE " -l${l}")
