@@ -41,7 +41,9 @@ home=$prefix/share/kelcore10
 ran=0
 
 check_run() {  # check_run NAME PROGRAM
-  "$2" >"$tmp/$1.out" 2>"$tmp/$1.err" || { cat "$tmp/$1.err" >&2; fail "$1: exit status $?"; }
+  "$2" >"$tmp/$1.out" 2>"$tmp/$1.err"
+  status=$?
+  [ $status -eq 0 ] || { cat "$tmp/$1.err" >&2; fail "$1: exit status $status"; }
   if ! diff -u "$outside/hello.expected" "$tmp/$1.out" >&2; then fail "$1: unexpected output"; fi
   ran=$((ran + 1))
 }
