@@ -11,6 +11,7 @@ be compared: below 1 means ours is faster.
   python3 bench/ratios.py number datetime        only these families
   python3 bench/ratios.py --filter 'parse' url   also pass --benchmark_filter
   python3 bench/ratios.py --min-time 0.05 --build build/release
+  python3 bench/ratios.py hash --pass=--max=100000   extra argument for the binaries
 """
 import argparse
 import os
@@ -50,6 +51,8 @@ def main():
     ap.add_argument("--min-time", default="0.05",
                     help="seconds per case, passed as --benchmark_min_time (default 0.05)")
     ap.add_argument("--filter", help="regular expression passed as --benchmark_filter")
+    ap.add_argument("--pass", dest="extra", action="append", default=[],
+                    help="extra argument given to every binary run (repeatable)")
     ap.add_argument("--timeout", type=float, default=900, help="seconds per binary (default 900)")
     ap.add_argument("--list", action="store_true", help="list the families found and stop")
     args = ap.parse_args()
@@ -73,6 +76,7 @@ def main():
         cmd = [binaries[fam], f"--benchmark_min_time={min_time}"]
         if args.filter:
             cmd.append(f"--benchmark_filter={args.filter}")
+        cmd.extend(args.extra)
         start = time.monotonic()
         print(f"running {fam} ...", file=sys.stderr, flush=True)
         try:
@@ -89,7 +93,8 @@ def main():
         got = parse_ratios(run.stdout)
         print(f"  {fam}: {len(got)} ratios in {time.monotonic() - start:.0f} s", file=sys.stderr)
         if run.returncode != 0:
-            failed.append(f"{fam} (exit {run.returncode}: {run.stderr.strip().splitlines()[-1:] or ''})")
+            last = (run.stderr.strip().splitlines() or [""])[-1]
+            failed.append(f"{fam} (exit {run.returncode}: {last})")
         elif not got:
             failed.append(f"{fam} (no RATIO lines)")
         rows.extend(got)
