@@ -7,6 +7,7 @@
 #                     (with fault-injection points) and runs the whole suite
 #
 # Further steps used by CI: asan, tsan, fuzz (each builds and tests that preset).
+# Optional: docs (API reference from the header comments into build/docs/html).
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -15,6 +16,7 @@ PKGS_BUILD="cmake ninja-build g++ make pkg-config python3 tzdata bison libicu-de
 PKGS_TEST="libgtest-dev libgmock-dev googletest"
 PKGS_BENCH="libbenchmark-dev libmimalloc-dev libjemalloc-dev libboost-dev libabsl-dev libcctz-dev libhowardhinnant-date-dev libinih-dev libcurl4-openssl-dev"
 PKGS_FUZZ="clang libclang-rt-dev"
+PKGS_DOCS="doxygen"
 
 install_missing() {
   local missing=()
@@ -61,8 +63,14 @@ case "${1:-}" in
     cmake --preset release >/dev/null
     cmake --build --preset release
     ;;
+  docs)
+    install_missing python3 $PKGS_DOCS
+    mkdir -p build/docs
+    doxygen docs/Doxyfile
+    echo "build.sh: API reference in build/docs/html/index.html"
+    ;;
   *)
-    echo "usage: ./build.sh run|test   (also: asan, tsan, fuzz, bench)" >&2
+    echo "usage: ./build.sh run|test   (also: asan, tsan, fuzz, bench, docs)" >&2
     exit 2
     ;;
 esac

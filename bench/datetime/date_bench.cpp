@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "ldx.h"
+#include "bench/support/ratio.h"
 
 namespace {
 
@@ -163,21 +164,11 @@ BENCHMARK(BM_date_days_from_civil);
 BENCHMARK(BM_ldxjtc);
 BENCHMARK(BM_date_civil_from_days);
 
-// Keeps the time per iteration of every case for the ratio table.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  std::map<std::string, double> ns;
-  void ReportRuns(const std::vector<Run> &runs) override {
-    for (const auto &r : runs) ns[r.benchmark_name()] = r.GetAdjustedCPUTime();
-    ConsoleReporter::ReportRuns(runs);
-  }
-};
-
 }  // namespace
 
 int main(int argc, char **argv) {
   benchmark::Initialize(&argc, argv);
-  RatioReporter rep;
+  kelbench::RatioReporter rep(kelbench::RatioReporter::Clock::kCpu);
   benchmark::RunSpecifiedBenchmarks(&rep);
   const struct {
     const char *ours, *peer;
@@ -186,9 +177,9 @@ int main(int argc, char **argv) {
                {"BM_ldxctj", "BM_date_days_from_civil"}, {"BM_ldxjtc", "BM_date_civil_from_days"}};
   std::printf("\n%-22s %-26s %10s %10s %8s\n", "ours", "peer", "ours ns", "peer ns", "ratio");
   for (const auto &p : pairs) {
-    if (!rep.ns.count(p.ours) || !rep.ns.count(p.peer)) continue;
-    double a = rep.ns[p.ours], b = rep.ns[p.peer];
-    std::printf("%-22s %-26s %10.1f %10.1f %8.2f\n", p.ours, p.peer, a, b, a / b);
+    double r = rep.ratio("datetime", p.ours, p.peer);
+    if (r > 0) std::printf("%-22s %-26s %10.1f %10.1f %8.2f\n", p.ours, p.peer, rep.at(p.ours), rep.at(p.peer), r);
   }
+  rep.print_ratios();
   return 0;
 }

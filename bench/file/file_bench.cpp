@@ -13,6 +13,7 @@
 #include "lfi.h"
 #include "lpm.h"
 #include "slt.h"
+#include "bench/support/ratio.h"
 
 namespace {
 
@@ -111,16 +112,6 @@ void read_fstream(benchmark::State &state) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kFile));
 }
 
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  std::map<std::string, double> time;
-  void ReportRuns(const std::vector<Run> &runs) override {
-    for (const Run &r : runs)
-      if (r.run_type == Run::RT_Iteration && !r.error_occurred) time[r.benchmark_name()] = r.GetAdjustedRealTime();
-    ConsoleReporter::ReportRuns(runs);
-  }
-};
-
 }  // namespace
 
 BENCHMARK(write_ours)->Arg(16)->Arg(4096)->UseRealTime();
@@ -135,23 +126,19 @@ int main(int argc, char **argv) {
   if (g_ctx == nullptr) return 1;
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  RatioReporter rep;
+  kelbench::RatioReporter rep;
   benchmark::RunSpecifiedBenchmarks(&rep);
   benchmark::Shutdown();
-  auto find = [&](const std::string &prefix) {
-    for (auto &[name, t] : rep.time)
-      if (name.rfind(prefix, 0) == 0) return t;
-    return 0.0;
-  };
   std::printf("\nratio lfi / peer (time; below 1 = ours faster)\n%-16s %10s %10s\n", "case", "/ stdio", "/ fstream");
   for (const char *op : {"write", "read"})
     for (const char *arg : {"16", "4096"}) {
-      double ours = find(std::string(op) + "_ours/" + arg + "/");
-      double stdio = find(std::string(op) + "_stdio/" + arg + "/");
-      double fstr = find(std::string(op) + "_fstream/" + arg + "/");
+      std::string ours = rep.named(std::string(op) + "_ours/" + arg + "/");
+      double stdio = rep.ratio("file", ours, rep.named(std::string(op) + "_stdio/" + arg + "/"));
+      double fstr = rep.ratio("file", ours, rep.named(std::string(op) + "_fstream/" + arg + "/"));
       std::string label = std::string(op) + " " + arg + " B";
-      std::printf("%-16s %10.2f %10.2f\n", label.c_str(), stdio > 0 ? ours / stdio : 0.0, fstr > 0 ? ours / fstr : 0.0);
+      std::printf("%-16s %10.2f %10.2f\n", label.c_str(), stdio, fstr);
     }
+  rep.print_ratios();
   std::remove(file_name().c_str());
   std::remove((file_name() + ".w").c_str());
   lpmterm(g_ctx);

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "lsf.h"
+#include "bench/support/ratio.h"
 
 namespace {
 
@@ -51,38 +52,20 @@ PAIR(double_17g, "%.17g", kDoubles[i])
 PAIR(double_a, "%a", kDoubles[i])
 PAIR(positional, "%2$s=%1$d", kInts[i], kWords[i & 3])
 
-// Prints the usual console output, then one table of ratios.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run> &runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run &r : runs) {
-      std::string name = r.benchmark_name();
-      times_[name] = r.GetAdjustedCPUTime();
-    }
-  }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    std::printf("\n%-14s %12s %12s %8s\n", "case", "ours cpu ns", "libc cpu ns", "ours/libc");
-    for (const auto &[name, t] : times_) {
-      if (name.rfind("ours/", 0) != 0) continue;
-      std::string c = name.substr(5);
-      auto peer = times_.find("libc/" + c);
-      if (peer == times_.end()) continue;
-      std::printf("%-14s %12.1f %12.1f %8.2f\n", c.c_str(), t, peer->second, t / peer->second);
-    }
-  }
-
- private:
-  std::map<std::string, double> times_;
-};
-
 }  // namespace
 
 int main(int argc, char **argv) {
   benchmark::Initialize(&argc, argv);
-  RatioReporter rep;
+  kelbench::RatioReporter rep(kelbench::RatioReporter::Clock::kCpu);
   benchmark::RunSpecifiedBenchmarks(&rep);
   benchmark::Shutdown();
+  std::printf("\n%-14s %12s %12s %8s\n", "case", "ours cpu ns", "libc cpu ns", "ours/libc");
+  for (const auto &[name, t] : rep.time) {
+    if (name.rfind("ours/", 0) != 0) continue;
+    std::string c = name.substr(5);
+    double r = rep.ratio("format", name, "libc/" + c);
+    if (r > 0) std::printf("%-14s %12.1f %12.1f %8.2f\n", c.c_str(), t, rep.at("libc/" + c), r);
+  }
+  rep.print_ratios();
   return 0;
 }

@@ -30,6 +30,7 @@
 #include <vector>
 
 #include "lht.h"
+#include "bench/support/ratio.h"
 
 namespace {
 
@@ -343,6 +344,15 @@ int main(int argc, char **argv) {
                 m > 0 ? std::to_string(m).substr(0, 6).c_str() : "-", s > 0 ? l / s : 0, a > 0 ? l / a : 0,
                 m > 0 ? std::to_string(l / m).substr(0, 5).c_str() : "-");
   }
+
+  // The same pairs as RATIO lines for bench/ratios.py. This binary measures
+  // ns per item (best of its repetitions), so it keeps its own collector.
+  std::printf("\n");
+  for (auto &[op, by] : rows)
+    if (by.count("lht"))
+      for (const char *peer : {"std", "absl", "std+mutex"})
+        if (by.count(peer) && by.at(peer) > 0)
+          kelbench::print_ratio_line("hash", op + "|lht", op + "|" + peer, by.at("lht") / by.at(peer));
 
   std::printf("\npaired searches (best of 40 alternating batches, ns per lookup)\n");
   std::printf("%-9s %-4s %9s %8s %8s %8s %9s %8s %8s %10s\n", "search", "keys", "entries", "lht", "std", "absl",

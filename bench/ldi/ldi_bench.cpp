@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "ldi.h"
+#include "bench/support/ratio.h"
 
 namespace {
 
@@ -202,20 +203,11 @@ BENCHMARK(BM_cctz_add);
 BENCHMARK(BM_LdiDateInterAdd_ym);
 BENCHMARK(BM_cctz_add_months);
 
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  std::map<std::string, double> ns;
-  void ReportRuns(const std::vector<Run> &runs) override {
-    for (const auto &r : runs) ns[r.benchmark_name()] = r.GetAdjustedCPUTime();
-    ConsoleReporter::ReportRuns(runs);
-  }
-};
-
 }  // namespace
 
 int main(int argc, char **argv) {
   benchmark::Initialize(&argc, argv);
-  RatioReporter rep;
+  kelbench::RatioReporter rep(kelbench::RatioReporter::Clock::kCpu);
   benchmark::RunSpecifiedBenchmarks(&rep);
   const struct {
     const char *ours, *peer;
@@ -224,9 +216,9 @@ int main(int argc, char **argv) {
                {"BM_LdiDateInterAdd_ds", "BM_cctz_add"},       {"BM_LdiDateInterAdd_ym", "BM_cctz_add_months"}};
   std::printf("\n%-24s %-22s %10s %10s %8s\n", "ours", "peer", "ours ns", "peer ns", "ratio");
   for (const auto &p : pairs) {
-    if (!rep.ns.count(p.ours) || !rep.ns.count(p.peer)) continue;
-    double a = rep.ns[p.ours], b = rep.ns[p.peer];
-    std::printf("%-24s %-22s %10.1f %10.1f %8.2f\n", p.ours, p.peer, a, b, a / b);
+    double r = rep.ratio("ldi", p.ours, p.peer);
+    if (r > 0) std::printf("%-24s %-22s %10.1f %10.1f %8.2f\n", p.ours, p.peer, rep.at(p.ours), rep.at(p.peer), r);
   }
+  rep.print_ratios();
   return 0;
 }

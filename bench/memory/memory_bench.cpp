@@ -16,6 +16,7 @@
 
 #include "lmm.h"
 #include "lpm.h"
+#include "bench/support/ratio.h"
 
 extern "C" void *__libc_malloc(size_t);
 extern "C" void __libc_free(void *);
@@ -139,49 +140,27 @@ BENCHMARK(Batch_glibc) SIZES;
 BENCHMARK(Batch_mimalloc) SIZES;
 BENCHMARK(Batch_jemalloc) SIZES;
 
-// Collects every run and prints ours / peer at the end.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run> &runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run &r : runs) {
-      std::string name = r.benchmark_name();  // Kind_impl/size
-      size_t us = name.find('_'), sl = name.find('/');
-      if (us == std::string::npos || sl == std::string::npos) continue;
-      times_[name.substr(0, us) + "/" + name.substr(sl + 1)][name.substr(us + 1, sl - us - 1)] =
-          r.GetAdjustedCPUTime();
-    }
-  }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    std::printf("\nratio ours / peer (below 1: ours faster)\n");
-    std::printf("%-14s %-16s %8s %9s %9s\n", "case", "ours", "glibc", "mimalloc", "jemalloc");
-    for (auto &[key, t] : times_) {
-      for (auto &[impl, ours] : t) {
-        if (impl.rfind("ours", 0) != 0) continue;
-        auto ratio = [&](const char *peer) {
-          auto it = t.find(peer);
-          return it == t.end() || it->second == 0 ? 0.0 : ours / it->second;
-        };
-        std::printf("%-14s %-16s %8.2f %9.2f %9.2f\n", key.c_str(), impl.c_str(), ratio("glibc"), ratio("mimalloc"),
-                    ratio("jemalloc"));
-      }
-    }
-  }
-
- private:
-  std::map<std::string, std::map<std::string, double>> times_;
-};
-
 }  // namespace
 
 int main(int argc, char **argv) {
   g_ctx = lpminit();
   if (g_ctx == nullptr) return 1;
   benchmark::Initialize(&argc, argv);
-  RatioReporter rep;
+  kelbench::RatioReporter rep(kelbench::RatioReporter::Clock::kCpu);
   benchmark::RunSpecifiedBenchmarks(&rep);
   benchmark::Shutdown();
+  std::printf("\nratio ours / peer (below 1: ours faster)\n");
+  std::printf("%-14s %-16s %8s %9s %9s\n", "case", "ours", "glibc", "mimalloc", "jemalloc");
+  for (const auto &[name, t] : rep.time) {
+    size_t us = name.find('_'), sl = name.find('/');  // Kind_impl/size
+    if (us == std::string::npos || sl == std::string::npos || sl < us) continue;
+    std::string kind = name.substr(0, us), impl = name.substr(us + 1, sl - us - 1), size = name.substr(sl + 1);
+    if (impl.rfind("ours", 0) != 0) continue;
+    auto ratio = [&](const char *peer) { return rep.ratio("memory", name, kind + "_" + peer + "/" + size); };
+    std::printf("%-14s %-16s %8.2f %9.2f %9.2f\n", (kind + "/" + size).c_str(), impl.c_str(), ratio("glibc"),
+                ratio("mimalloc"), ratio("jemalloc"));
+  }
+  rep.print_ratios();
   lpmterm(g_ctx);
   return 0;
 }

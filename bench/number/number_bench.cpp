@@ -15,6 +15,7 @@
 #include <boost/multiprecision/cpp_dec_float.hpp>
 
 #include "lnx.h"
+#include "bench/support/ratio.h"
 
 namespace {
 
@@ -211,32 +212,24 @@ void register_all() {
   });
 }
 
-// Keeps every run's time so that the ratios can be printed after the table.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  std::map<std::string, double> ns;
-  void ReportRuns(const std::vector<Run> &runs) override {
-    for (const auto &r : runs) ns[r.benchmark_name()] = r.GetAdjustedCPUTime();
-    ConsoleReporter::ReportRuns(runs);
-  }
-};
-
 }  // namespace
 
 int main(int argc, char **argv) {
   register_all();
   benchmark::Initialize(&argc, argv);
-  RatioReporter rep;
+  kelbench::RatioReporter rep(kelbench::RatioReporter::Clock::kCpu);
   benchmark::RunSpecifiedBenchmarks(&rep);
   std::printf("\nratio ours / peer (below 1: ours is faster)\n");
-  for (const auto &[name, t] : rep.ns) {
+  for (const auto &[name, t] : rep.time) {
     auto slash = name.find('/');
-    if (name.substr(slash + 1) != "lnx") continue;
+    if (slash == std::string::npos || name.substr(slash + 1) != "lnx") continue;
     std::string op = name.substr(0, slash);
-    for (const auto &[peer, pt] : rep.ns)
+    for (const auto &[peer, pt] : rep.time)
       if (peer.rfind(op + "/", 0) == 0 && peer != name)
-        std::printf("  %-12s vs %-22s %6.2f  (%.1f vs %.1f ns CPU)\n", op.c_str(), peer.c_str(), t / pt, t, pt);
+        std::printf("  %-12s vs %-22s %6.2f  (%.1f vs %.1f ns CPU)\n", op.c_str(), peer.c_str(),
+                    rep.ratio("number", name, peer), t, pt);
   }
+  rep.print_ratios();
   benchmark::Shutdown();
   return 0;
 }

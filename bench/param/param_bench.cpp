@@ -19,6 +19,7 @@
 
 #include "lpm.h"
 #include "lrm.h"
+#include "bench/support/ratio.h"
 
 namespace {
 
@@ -93,16 +94,6 @@ void BM_inih_store(benchmark::State &state) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * g_ini_bytes));
 }
 
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  std::map<std::string, double> time;
-  void ReportRuns(const std::vector<Run> &runs) override {
-    for (const Run &r : runs)
-      if (r.run_type == Run::RT_Iteration && !r.error_occurred) time[r.benchmark_name()] = r.GetAdjustedCPUTime();
-    ConsoleReporter::ReportRuns(runs);
-  }
-};
-
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -114,19 +105,20 @@ int main(int argc, char **argv) {
   benchmark::RegisterBenchmark("param/inih_store", BM_inih_store)->Unit(benchmark::kMillisecond);
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  RatioReporter rep;
+  kelbench::RatioReporter rep(kelbench::RatioReporter::Clock::kCpu);
   benchmark::RunSpecifiedBenchmarks(&rep);
   benchmark::Shutdown();
-  double ours = rep.time["param/lrmpfi"];
+  double ours = rep.at("param/lrmpfi") / 1e6;  // ms
   std::printf("\nfiles: %.1f MB parameter file, %.1f MB INI file\n", g_par_bytes / 1048576.0,
               g_ini_bytes / 1048576.0);
   auto mbs = [](double ms, size_t bytes) { return ms > 0 ? bytes / 1048576.0 / (ms / 1000.0) : 0.0; };
   std::printf("%-18s %10s %10s %14s\n", "case", "cpu ms", "MB/s", "ratio ours/peer");
   std::printf("%-18s %10.1f %10.1f %14s\n", "lrmpfi", ours, mbs(ours, g_par_bytes), "-");
   for (const char *peer : {"param/inih_parse", "param/inih_store"}) {
-    double p = rep.time[peer];
-    std::printf("%-18s %10.1f %10.1f %14.2f\n", peer + 6, p, mbs(p, g_ini_bytes), p > 0 ? ours / p : 0.0);
+    double p = rep.at(peer) / 1e6;
+    std::printf("%-18s %10.1f %10.1f %14.2f\n", peer + 6, p, mbs(p, g_ini_bytes), rep.ratio("param", "param/lrmpfi", peer));
   }
+  rep.print_ratios();
   std::remove(g_par.c_str());
   std::remove(g_ini.c_str());
   lpmterm(g_ctx);

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "slt.h"
+#include "bench/support/ratio.h"
 
 namespace {
 
@@ -107,16 +108,6 @@ void pingpong_std(benchmark::State &state) {
   state.SetItemsProcessed(state.iterations());
 }
 
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  std::map<std::string, double> time;
-  void ReportRuns(const std::vector<Run> &runs) override {
-    for (const Run &r : runs)
-      if (r.run_type == Run::RT_Iteration && !r.error_occurred) time[r.benchmark_name()] = r.GetAdjustedRealTime();
-    ConsoleReporter::ReportRuns(runs);
-  }
-};
-
 }  // namespace
 
 BENCHMARK(pingpong_w32)->Arg(1)->Arg(0)->UseRealTime()->MinTime(1.0);
@@ -125,23 +116,20 @@ BENCHMARK(pingpong_std)->Arg(1)->Arg(0)->UseRealTime()->MinTime(1.0);
 int main(int argc, char **argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  RatioReporter rep;
+  kelbench::RatioReporter rep;
   benchmark::RunSpecifiedBenchmarks(&rep);
   benchmark::Shutdown();
-  // Names look like "pingpong_w32/1/min_time:1.000/real_time".
-  auto find = [&](const std::string &prefix) {
-    for (auto &[name, t] : rep.time)
-      if (name.rfind(prefix, 0) == 0) return t;
-    return 0.0;
-  };
   std::printf("\nratio w32cond / std::condition_variable (round-trip time; below 1 = ours faster)\n");
   for (const char *arg : {"1", "0"}) {
-    double ours = find(std::string("pingpong_w32/") + arg + "/"), peer = find(std::string("pingpong_std/") + arg + "/");
+    // Names look like "pingpong_w32/1/min_time:1.000/real_time".
+    double r = rep.ratio("sys", rep.named(std::string("pingpong_w32/") + arg + "/"),
+                         rep.named(std::string("pingpong_std/") + arg + "/"));
     const char *label = arg[0] == '1' ? "signal under the mutex" : "signal after unlocking";
-    if (ours > 0 && peer > 0)
-      std::printf("%-24s %8.2f\n", label, ours / peer);
+    if (r > 0)
+      std::printf("%-24s %8.2f\n", label, r);
     else
       std::printf("%-24s %8s\n", label, "-");
   }
+  rep.print_ratios();
   return 0;
 }

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "slt.h"
+#include "bench/support/ratio.h"
 
 namespace {
 
@@ -74,16 +75,6 @@ void contended(benchmark::State &state) {
   }
 }
 
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  std::map<std::string, double> time;
-  void ReportRuns(const std::vector<Run> &runs) override {
-    for (const Run &r : runs)
-      if (r.run_type == Run::RT_Iteration && !r.error_occurred) time[r.benchmark_name()] = r.GetAdjustedRealTime();
-    ConsoleReporter::ReportRuns(runs);
-  }
-};
-
 }  // namespace
 
 BENCHMARK_TEMPLATE(uncontended_read, Ours);
@@ -100,21 +91,18 @@ int main(int argc, char **argv) {
   if (SltsPrInit(&g_ours) != 0) return 1;
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  RatioReporter rep;
+  kelbench::RatioReporter rep;
   benchmark::RunSpecifiedBenchmarks(&rep);
   benchmark::Shutdown();
-  auto find = [&](const std::string &prefix) {
-    for (auto &[name, t] : rep.time)
-      if (name.rfind(prefix, 0) == 0) return t;
-    return 0.0;
-  };
   std::printf("\nratio SltsPr / peer (time; below 1 = ours faster)\n%-20s %16s %18s\n", "case", "/ pthread_rwlock",
               "/ std::shared_mutex");
   for (const char *c : {"uncontended_read", "uncontended_write", "contended"}) {
-    double ours = find(std::string(c) + "<Ours>"), posix = find(std::string(c) + "<Posix>"),
-           sm = find(std::string(c) + "<Std>");
-    std::printf("%-20s %16.2f %18.2f\n", c, posix > 0 ? ours / posix : 0.0, sm > 0 ? ours / sm : 0.0);
+    std::string ours = rep.named(std::string(c) + "<Ours>");
+    double posix = rep.ratio("thread", ours, rep.named(std::string(c) + "<Posix>"));
+    double sm = rep.ratio("thread", ours, rep.named(std::string(c) + "<Std>"));
+    std::printf("%-20s %16.2f %18.2f\n", c, posix, sm);
   }
+  rep.print_ratios();
   SltsPrDestroy(&g_ours);
   return 0;
 }

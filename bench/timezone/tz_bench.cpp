@@ -20,6 +20,7 @@
 #include "ldi.h"
 #include "ltz.h"
 #include "sl.h"
+#include "bench/support/ratio.h"
 
 namespace {
 
@@ -181,22 +182,12 @@ BENCHMARK(BM_ltzGetLocal)->Apply(zones);
 BENCHMARK(BM_cctz_civil_lookup)->Apply(zones);
 BENCHMARK(BM_glibc_mktime)->Apply(zones);
 
-// Keeps each run's time so that the ratios can be printed at the end.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  std::map<std::string, double> ns;
-  void ReportRuns(const std::vector<Run> &runs) override {
-    for (const auto &r : runs) ns[r.benchmark_name()] = r.GetAdjustedCPUTime();
-    ConsoleReporter::ReportRuns(runs);
-  }
-};
-
 }  // namespace
 
 int main(int argc, char **argv) {
   benchmark::Initialize(&argc, argv);
   image();
-  RatioReporter rep;
+  kelbench::RatioReporter rep(kelbench::RatioReporter::Clock::kCpu);
   benchmark::RunSpecifiedBenchmarks(&rep);
   std::printf("\nratios (ours / peer; below 1 = ours faster)\n");
   std::printf("%-22s %-18s %10s %10s\n", "zone", "ours vs peer", "ratio", "ours cpu ns");
@@ -209,10 +200,12 @@ int main(int argc, char **argv) {
   for (const auto &p : pairs) {
     for (int z = 0; z < static_cast<int>(sizeof kZones / sizeof kZones[0]); ++z) {
       std::string a = std::string(p.ours) + "/" + std::to_string(z), b = std::string(p.peer) + "/" + std::to_string(z);
-      if (!rep.ns.count(a) || !rep.ns.count(b)) continue;
+      double r = rep.ratio("timezone", a, b);
+      if (r <= 0) continue;
       std::printf("%-22s %-18s %10.2f %10.1f\n", kZones[z], (std::string(p.ours + 3) + "/" + (p.peer + 3)).c_str(),
-                  rep.ns[a] / rep.ns[b], rep.ns[a]);
+                  r, rep.at(a));
     }
   }
+  rep.print_ratios();
   return 0;
 }

@@ -27,6 +27,7 @@
 
 #include "lpm.h"
 #include "lpu.h"
+#include "bench/support/ratio.h"
 
 namespace b64 = boost::beast::detail::base64;
 
@@ -234,16 +235,6 @@ void get_curl(benchmark::State &s) {
   curl_easy_cleanup(h);
 }
 
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  std::map<std::string, double> time;
-  void ReportRuns(const std::vector<Run> &runs) override {
-    for (const Run &r : runs)
-      if (r.run_type == Run::RT_Iteration && !r.error_occurred) time[r.benchmark_name()] = r.GetAdjustedRealTime();
-    ConsoleReporter::ReportRuns(runs);
-  }
-};
-
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -262,7 +253,7 @@ int main(int argc, char **argv) {
   benchmark::RegisterBenchmark("get/peer", get_curl)->Arg(1)->Arg(64)->Unit(benchmark::kMicrosecond);
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  RatioReporter rep;
+  kelbench::RatioReporter rep;
   benchmark::RunSpecifiedBenchmarks(&rep);
   benchmark::Shutdown();
 
@@ -274,13 +265,11 @@ int main(int argc, char **argv) {
   for (int i = 0; i < 4; i++)
     for (const char *a : args[i]) {
       if (a == nullptr) continue;
-      auto at = [&](const char *who) {
-        auto it = rep.time.find(std::string(cases[i]) + "/" + who + a);
-        return it == rep.time.end() ? 0.0 : it->second;
-      };
-      double o = at("ours"), p = at("peer");
-      if (o > 0 && p > 0) std::printf("%-8s %-6s %8.2f   %s\n", cases[i], a[0] ? a + 1 : "-", o / p, peers[i]);
+      auto name = [&](const char *who) { return std::string(cases[i]) + "/" + who + a; };
+      double r = rep.ratio("url", name("ours"), name("peer"));
+      if (r > 0) std::printf("%-8s %-6s %8.2f   %s\n", cases[i], a[0] ? a + 1 : "-", r, peers[i]);
     }
+  rep.print_ratios();
   curl_global_cleanup();
   return 0;
 }

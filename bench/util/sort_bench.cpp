@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "lsr.h"
+#include "bench/support/ratio.h"
 
 namespace {
 
@@ -100,17 +101,6 @@ void run(benchmark::State &state, Impl impl) {
   state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * n));
 }
 
-// Collects the time per iteration of every run, then prints ratios.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  std::map<std::string, double> time;
-  void ReportRuns(const std::vector<Run> &runs) override {
-    for (const Run &r : runs)
-      if (r.run_type == Run::RT_Iteration && !r.error_occurred) time[r.benchmark_name()] = r.GetAdjustedRealTime();
-    ConsoleReporter::ReportRuns(runs);
-  }
-};
-
 const char *const kImpl[] = {"lsrsrt", "qsort", "heap", "heap_fnptr"};
 const char *const kGroups[] = {"sort_int", "sort_rec32"};
 const int64_t kSizes[] = {1000, 10000, 100000, 1000000};
@@ -133,7 +123,7 @@ int main(int argc, char **argv) {
   }
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  RatioReporter rep;
+  kelbench::RatioReporter rep;
   benchmark::RunSpecifiedBenchmarks(&rep);
   benchmark::Shutdown();
 
@@ -141,21 +131,18 @@ int main(int argc, char **argv) {
   std::printf("%-12s %9s %9s %9s %11s\n", "case", "n", "qsort", "heap", "heap_fnptr");
   for (const char *g : kGroups)
     for (int64_t n : kSizes) {
-      auto at = [&](const char *impl) {
-        auto it = rep.time.find(std::string(g) + "/" + impl + "/" + std::to_string(n));
-        return it == rep.time.end() ? 0.0 : it->second;
-      };
-      double ours = at("lsrsrt");
-      if (ours == 0) continue;
+      auto name = [&](const char *impl) { return std::string(g) + "/" + impl + "/" + std::to_string(n); };
+      if (rep.at(name("lsrsrt")) == 0) continue;
       std::printf("%-12s %9lld", g, static_cast<long long>(n));
       for (const char *peer : {"qsort", "heap", "heap_fnptr"}) {
-        double p = at(peer);
-        if (p > 0)
-          std::printf(peer == std::string("heap_fnptr") ? " %11.2f" : " %9.2f", ours / p);
+        double r = rep.ratio("util", name("lsrsrt"), name(peer));
+        if (r > 0)
+          std::printf(peer == std::string("heap_fnptr") ? " %11.2f" : " %9.2f", r);
         else
           std::printf(peer == std::string("heap_fnptr") ? " %11s" : " %9s", "-");
       }
       std::printf("\n");
     }
+  rep.print_ratios();
   return 0;
 }
