@@ -57,11 +57,10 @@ bool check(void *fctx, lfifile *f, lfictx **out) noexcept {
 // Writes the pending output. On failure the buffer is dropped: the caller
 // was told through the record, and retrying the same bytes would only fail
 // again or land at the wrong place.
-bool flush_out(lfifile *f) noexcept {
-  if (f->wlen == 0) return true;
-  size_t n = f->wlen;
-  f->wlen = 0;
-  if (slfwrite(f->h, f->buf, n) < 0) {
+// Writes n bytes at the handle's position and keeps the known system
+// position in step (in append mode the system decides where they went).
+bool write_direct(lfifile *f, const char *in, size_t n) noexcept {
+  if (slfwrite(f->h, in, n) < 0) {
     rec_sys(f->ctx, kelmsg::LFI_WRITEFAIL, f->name, slerrno());
     return false;
   }
@@ -76,6 +75,13 @@ bool flush_out(lfifile *f) noexcept {
     f->sys += static_cast<int64_t>(n);
   }
   return true;
+}
+
+bool flush_out(lfifile *f) noexcept {
+  if (f->wlen == 0) return true;
+  size_t n = f->wlen;
+  f->wlen = 0;
+  return write_direct(f, f->buf, n);
 }
 
 // Gives back what was read ahead, so that the handle stands at the caller's
@@ -94,23 +100,6 @@ bool settle_in(lfifile *f) noexcept {
   return true;
 }
 
-bool write_direct(lfifile *f, const char *in, size_t n) noexcept {
-  if (slfwrite(f->h, in, n) < 0) {
-    rec_sys(f->ctx, kelmsg::LFI_WRITEFAIL, f->name, slerrno());
-    return false;
-  }
-  if (f->mode & LFI_APPEND) {
-    int64_t p = slfseek(f->h, 0, SLF_SEEK_CUR);
-    if (p < 0) {
-      rec(f->ctx, kelmsg::LFI_SEEK, f->name, slerrno());
-      return false;
-    }
-    f->sys = p;
-  } else {
-    f->sys += static_cast<int64_t>(n);
-  }
-  return true;
-}
 
 }  // namespace
 
