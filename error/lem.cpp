@@ -337,14 +337,14 @@ KELAPI int32_t lemget(void *ctx, int32_t i) {
 KELAPI int32_t lemgef(void *ctx, int32_t i, char *buf, size_t len) {
   if (len < 1) return 0;
   return read_rec<int32_t>(ctx, i, 0, [&](lwerec *r) {
-    return copy_name(r->fac ? r->fac->facility : nullptr, buf, len);
+    return copy_name(r->facname, buf, len);
   });
 }
 
 KELAPI int32_t lemgpd(void *ctx, int32_t i, char *buf, size_t len) {
   if (len < 1) return 0;
   return read_rec<int32_t>(ctx, i, 0, [&](lwerec *r) {
-    return copy_name(r->fac ? r->fac->product : nullptr, buf, len);
+    return copy_name(r->prodname, buf, len);
   });
 }
 
@@ -432,13 +432,9 @@ KELAPI int32_t lemgem(void *ctx, int32_t i, char *buf, size_t len) {
     own(sh, kelmsg::LEM_BADREC, "lempgem", "Unknown exception type");
     return 0;
   }
-  if (r->fac == nullptr) {
-    own(sh, kelmsg::LEM_BADREC, "lempgem", "NULL facility name");
-    return 0;
-  }
   char fac[11] = {0}, prod[11] = {0};
-  strncpy(fac, r->fac->facility, 10);
-  strncpy(prod, r->fac->product, 10);
+  strncpy(fac, r->facname, 10);
+  strncpy(prod, r->prodname, 10);
 
   char text[768];
   int32_t tl = message_text(sh, prod, fac, r->msg, text, sizeof text);

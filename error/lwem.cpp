@@ -195,7 +195,8 @@ int32_t lwemrev(lwectx *c, lemfac *f, int32_t msg, int32_t sub, int32_t sev, int
       rows[n++] = a;
     }
   }
-  auto *r = static_cast<lwerec *>(ss_mem_alc(sizeof(lwerec) + textlen));
+  size_t fl = strlen(f->facility), pl = strlen(f->product);
+  auto *r = static_cast<lwerec *>(ss_mem_alc(sizeof(lwerec) + textlen + fl + pl + 2));
   if (r == nullptr) return -1;
   r->tid = slthrself();
   r->fac = f;
@@ -217,6 +218,11 @@ int32_t lwemrev(lwectx *c, lemfac *f, int32_t msg, int32_t sub, int32_t sev, int
     }
   }
   r->args[n] = lwearg{};
+  memcpy(p, f->facility, fl + 1);
+  r->facname = p;
+  p += fl + 1;
+  memcpy(p, f->product, pl + 1);
+  r->prodname = p;
 
   LweLock lock(c);
   r->prev = nullptr;

@@ -47,7 +47,9 @@ struct lwerec {
   lwerec *next;  // older
   lwerec *prev;  // newer
   uint64_t tid;
-  lemfac *fac;
+  lemfac *fac;           // null once the facility is freed
+  const char *facname;   // copies of the names, in text[]: a record keeps
+  const char *prodname;  // them after its facility is freed
   int32_t msg;
   int32_t sub;
   int32_t type;

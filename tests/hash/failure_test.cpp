@@ -117,6 +117,11 @@ TEST(LhtErrors, OneRecordPerFailure) {
   int64_t num = 0;
   EXPECT_EQ(lemgnp(stack.ec, 1, 1, &num, nullptr), LEM_ARG_NUM);
   EXPECT_EQ(num, 3);
+  // The facility opened just for this report is closed again; the record
+  // still names it and its text still comes from the catalogue.
+  EXPECT_EQ(stack.facility(1), "LHT");
+  EXPECT_EQ(stack.product(1), "KELCORE");
+  EXPECT_NE(stack.text(1).find("3"), std::string::npos);
 
   // Without an error context nothing is recorded, but results are the same.
   LhtTable *quiet = LhtIntCreate(nullptr, nullptr, 0, nullptr);
