@@ -15,6 +15,7 @@ struct Sink {
   char *buf;
   uint64_t cap;
   uint64_t n = 0;
+  bool bad_number = false;  // a %N met bytes that are no number: reported once
 
   void put(char c) {
     if (n < cap) buf[n] = c;
@@ -93,5 +94,13 @@ void decimal_expand(Decimal &d, uint64_t mant, int exp2, uint32_t *limbs, int li
                     int digit_cap, bool fixed, int64_t limit);
 // Keep the first k significant digits, rounding to nearest, ties to even.
 void decimal_round(Decimal &d, int k);
+
+// %N: a library number (length-prefixed bytes) as text under the spec's
+// flags, width and precision; false, with nothing written, for a null
+// pointer or malformed bytes.
+bool lsfpcon(Sink &o, const Spec &s, const unsigned char *num);
+// Records the bad-number message on the error stack of the library context
+// ctx (nothing when ctx is null).
+void report_bad_number(void *ctx);
 
 }  // namespace lsf_internal

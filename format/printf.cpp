@@ -136,13 +136,12 @@ bool parse(const char *&p, Conv &c, Mode &mode) {
   }
   switch (*q) {
     case 'd': case 'i': case 'u': case 'o': case 'x': case 'X': case 'c': case 's': case 'p':
-    case 'f': case 'F': case 'e': case 'E': case 'g': case 'G': case 'a': case 'A':
+    case 'f': case 'F': case 'e': case 'E': case 'g': case 'G': case 'a': case 'A': case 'N':
       c.s.conv = *q;
       p = q + 1;
       return true;
     default:
-      // The end of the format, %n (never honoured), %N (reserved for the
-      // library's numbers) and anything unknown.
+      // The end of the format, %n (never honoured) and anything unknown.
       return false;
   }
 }
@@ -324,19 +323,26 @@ uint64_t narrow_unsigned(Len len, int64_t v) {
   }
 }
 
-void emit(Sink &o, const Spec &s, const Raw &r) {
+// False only for a %N whose argument is no number (the sink notes it).
+bool emit(Sink &o, const Spec &s, const Raw &r) {
   switch (s.conv) {
+    case 'N':
+      if (lsfpcon(o, s, static_cast<const unsigned char *>(r.p))) return true;
+      o.bad_number = true;
+      return false;
     case 'd':
     case 'i': {
       int64_t v = narrow_signed(s.len, r.i);
       uint64_t mag = v < 0 ? 0 - static_cast<uint64_t>(v) : static_cast<uint64_t>(v);
-      return emit_int(o, s, mag, v < 0, true);
+      emit_int(o, s, mag, v < 0, true);
+      return true;
     }
     case 'u':
     case 'o':
     case 'x':
     case 'X':
-      return emit_int(o, s, narrow_unsigned(s.len, r.i), false, false);
+      emit_int(o, s, narrow_unsigned(s.len, r.i), false, false);
+      return true;
     case 'c': {
       char u[4];
       int k;
@@ -344,21 +350,32 @@ void emit(Sink &o, const Spec &s, const Raw &r) {
         k = utf8(static_cast<uint32_t>(r.i), u);
       else
         u[0] = static_cast<char>(static_cast<unsigned char>(r.i)), k = 1;
-      return emit_text(o, s, u, static_cast<uint64_t>(k));
+      emit_text(o, s, u, static_cast<uint64_t>(k));
+      return true;
     }
     case 's':
-      if (s.len == Len::l) return emit_wstring(o, s, static_cast<const wchar_t *>(r.p));
-      return emit_string(o, s, static_cast<const char *>(r.p));
+      if (s.len == Len::l)
+        emit_wstring(o, s, static_cast<const wchar_t *>(r.p));
+      else
+        emit_string(o, s, static_cast<const char *>(r.p));
+      return true;
     case 'p': {
-      if (!r.p) return emit_text(o, s, "(nil)", 5);
+      if (!r.p) {
+        emit_text(o, s, "(nil)", 5);
+        return true;
+      }
       Spec h = s;
       h.conv = 'x';
       h.alt = true;
-      return emit_int(o, h, reinterpret_cast<uintptr_t>(r.p), false, true);
+      emit_int(o, h, reinterpret_cast<uintptr_t>(r.p), false, true);
+      return true;
     }
     default:
-      if (s.len == Len::L) return format_long_double(o, s, r.ld);
-      return format_double(o, s, r.d);
+      if (s.len == Len::L)
+        format_long_double(o, s, r.ld);
+      else
+        format_double(o, s, r.d);
+      return true;
   }
 }
 
@@ -378,7 +395,8 @@ ArgClass class_of(const Spec &s) {
   switch (s.conv) {
     case 'c': return ArgClass::i32;
     case 's':
-    case 'p': return ArgClass::ptr;
+    case 'p':
+    case 'N': return ArgClass::ptr;
     case 'd': case 'i': case 'u': case 'o': case 'x': case 'X':
       return (s.len == Len::none || s.len == Len::h || s.len == Len::hh) ? ArgClass::i32 : ArgClass::i64;
     default: return s.len == Len::L ? ArgClass::ldbl : ArgClass::dbl;
@@ -439,8 +457,7 @@ struct VaNext {
       int v = va_arg(*ap, int);
       c.s.prec = v < 0 ? -1 : v;
     }
-    emit(o, c.s, fetch(ap, class_of(c.s)));
-    return Step::ok;
+    return emit(o, c.s, fetch(ap, class_of(c.s))) ? Step::ok : Step::fail;
   }
 };
 
@@ -458,8 +475,7 @@ struct VaPositional {
       c.s.prec = v < 0 ? -1 : v;
     }
     if (c.pos > have) return Step::fail;
-    emit(o, c.s, vals[c.pos - 1]);
-    return Step::ok;
+    return emit(o, c.s, vals[c.pos - 1]) ? Step::ok : Step::fail;
   }
 };
 
@@ -542,7 +558,12 @@ struct Rows {
       s.len = len;
       s.prec = -1;
     };
+    if (s.conv == 'N' && r->type != LSF_ARG_NUMBER) natural('s', Len::none);
     switch (r->type) {
+      case LSF_ARG_NUMBER:
+        x.p = r->v.p;
+        if (s.conv != 'N' && s.conv != 'p') natural('N', Len::none);
+        break;
       case LSF_ARG_INT:
       case LSF_ARG_UINT:
       case LSF_ARG_CHAR:
@@ -587,13 +608,13 @@ struct Rows {
       default:
         return Step::ok;
     }
-    emit(o, s, x);
-    return Step::ok;
+    return emit(o, s, x) ? Step::ok : Step::fail;
   }
 };
 
-int32_t finish(Sink &o, size_t len, bool ok) {
+int32_t finish(void *ctx, Sink &o, size_t len, bool ok) {
   if (len) o.buf[o.n < o.cap ? o.n : o.cap] = '\0';
+  if (o.bad_number) report_bad_number(ctx);
   if (!ok || o.n > static_cast<uint64_t>(INT32_MAX)) return -1;
   return static_cast<int32_t>(o.n);
 }
@@ -604,15 +625,14 @@ int32_t finish(Sink &o, size_t len, bool ok) {
 using namespace lsf_internal;
 
 extern "C" KELAPI int32_t lsfpv(void *ctx, char *buf, size_t len, const char *fmt, va_list ap) {
-  (void)ctx;
   if (!buf) len = 0;
   Sink o{buf, len ? len - 1 : 0};
-  if (!fmt) return finish(o, len, false);
+  if (!fmt) return finish(ctx, o, len, false);
   va_list cp;
   va_copy(cp, ap);
   bool ok = format_va(o, fmt, &cp);
   va_end(cp);
-  return finish(o, len, ok);
+  return finish(ctx, o, len, ok);
 }
 
 extern "C" KELAPI int32_t lsfp(void *ctx, char *buf, size_t len, const char *fmt, ...) {
@@ -624,13 +644,12 @@ extern "C" KELAPI int32_t lsfp(void *ctx, char *buf, size_t len, const char *fmt
 }
 
 extern "C" KELAPI int32_t lsfpd(void *ctx, char *buf, size_t len, const char *fmt, const lsfarg *args) {
-  (void)ctx;
   if (!buf) len = 0;
   Sink o{buf, len ? len - 1 : 0};
-  if (!fmt) return finish(o, len, false);
+  if (!fmt) return finish(ctx, o, len, false);
   uint64_t count = 0;
   if (args)
     while (args[count].type != LSF_ARG_END) ++count;
   Rows src{args, count};
-  return finish(o, len, run(o, fmt, src, nullptr) == Step::ok);
+  return finish(ctx, o, len, run(o, fmt, src, nullptr) == Step::ok);
 }

@@ -25,6 +25,19 @@
  *                         below 6, then nothing
  *                p        pointer as 0x... in hexadecimal; null prints "(nil)"
  *                f F e E g G a A   floating point ("inf", "nan", "-nan"...)
+ *                N        a library decimal number (lnx.h): the argument is
+ *                         a const uint8_t * to the number in the
+ *                         length-prefixed convention (length byte first).
+ *                         Written exactly, in positional notation ("-0.001",
+ *                         "12300"); with '#' in the shorter of that and the
+ *                         scientific form ("1.23E+130"); with a precision p
+ *                         rounded half away from zero to p places and shown
+ *                         with exactly p decimals. Infinities print
+ *                         "Infinity" / "-Infinity" (never zero-padded). The
+ *                         flags + space - 0 and the width work as for %f;
+ *                         length modifiers are ignored. A null pointer or
+ *                         bytes that lnxchk refuses make the call fail (see
+ *                         below).
  *                %        a percent sign (no argument)
  *   flags        - + space # 0 (any order, repeatable)
  *   width        digits, or * (next argument), or *m$ (argument m)
@@ -49,9 +62,11 @@
  * lsfpv), and:
  *   %n   is refused everywhere: message texts come from outside the program,
  *        and a format must never be able to write to memory.
- *   %N   is reserved for the library's decimal numbers and refused for now.
  * The result is then -1 and the buffer holds (NUL-terminated) the text
- * formatted up to the bad conversion.
+ * formatted up to the bad conversion. A %N whose argument is no number ends
+ * the call the same way and, when ctx is a started library context,
+ * records message 10 of facility "LSF" ("lsfpcon() failed due to bad keltar
+ * number") on the calling thread's error stack.
  *
  * Results (all three functions)
  * -----------------------------
@@ -69,8 +84,8 @@
  * memory.
  *
  * Thread safety: the functions keep no state; they are safe to call from any
- * number of threads. ctx is the library context record or null; it is not
- * used yet (language-dependent settings will come from it later).
+ * number of threads. ctx is the library context record or null; it is used
+ * only to report a bad %N argument.
  */
 #ifndef LSF_H
 #define LSF_H
@@ -94,6 +109,7 @@ KEL_BEGIN_DECLS
 #define LSF_ARG_CHAR 5    /* character code, v.i (Unicode code point for %lc) */
 #define LSF_ARG_WTEXT 6   /* NUL-terminated wide text (wchar_t), v.p */
 #define LSF_ARG_CODE 8    /* an integer code, v.i; formats as LSF_ARG_INT */
+#define LSF_ARG_NUMBER 9  /* a library number, length-prefixed, v.p (%N) */
 #define LSF_ARG_TEXT 25   /* NUL-terminated text, v.s */
 
 /* Most positions that one lsfp/lsfpv format may use. */
@@ -133,7 +149,9 @@ KELAPI int32_t lsfpv(void *ctx, char *buf, size_t len, const char *fmt, va_list 
  *    writes the low byte (lc: the code point as UTF-8); p prints it as an
  *    address.
  *  - f F e E g G a A of an integer row convert the integer to double.
- *  - TEXT, WTEXT and PTR rows serve p (their address).
+ *  - TEXT, WTEXT, PTR and NUMBER rows serve p (their address).
+ *  - N takes a NUMBER row; any other row meeting N prints in its own form
+ *    (below), and a NUMBER row meeting any other conversion prints as %N.
  *  - otherwise the row prints in its own form, as %d (INT, CODE), %u (UINT),
  *    %g (DOUBLE), %p (PTR), %c (CHAR), %s (TEXT), %ls (WTEXT), keeping the
  *    conversion's flags and width and dropping its precision. So %s of a
