@@ -6,7 +6,8 @@
 #   ./build.sh test   installs what the tests need, builds the debug preset
 #                     (with fault-injection points) and runs the whole suite
 #
-# Further steps used by CI: asan, tsan, fuzz (each builds and tests that preset).
+# Further steps used by CI: asan, tsan, fuzz (each builds and tests that
+# preset), bench (builds the benchmarks; bench/ratios.py runs them).
 # Optional: docs (API reference from the header comments into build/docs/html).
 set -euo pipefail
 cd "$(dirname "$0")"
@@ -61,7 +62,8 @@ case "${1:-}" in
   bench)
     install_missing $PKGS_BUILD $PKGS_TEST $PKGS_BENCH
     cmake --preset release >/dev/null
-    cmake --build --preset release
+    benches=$(ninja -C build/release -t targets all | sed -n 's/^\(bench_[a-z_]*\): phony$/\1/p')
+    cmake --build --preset release $(printf -- '--target %s ' $benches)
     ;;
   docs)
     install_missing python3 $PKGS_DOCS
