@@ -11,6 +11,7 @@
 #include "lnx.h"
 #include "lpm.h"
 #include "lsf.h"
+#include "support/python.h"
 
 namespace {
 
@@ -29,13 +30,8 @@ std::string fmt1(const char *f, const void *arg) {
 }
 
 TEST(FormatNumber, MatchesDecimalOracle) {
-  std::string cmd = std::string(KEL_PYTHON) + " " + KEL_SOURCE_DIR + "/tests/format/number_oracle.py";
-  FILE *p = popen(cmd.c_str(), "r");
-  ASSERT_NE(p, nullptr);
   std::string text;
-  char buf[65536];
-  for (size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;) text.append(buf, n);
-  ASSERT_EQ(pclose(p), 0);
+  ASSERT_TRUE(kel_test::run_python("tests/format/number_oracle.py", "", text));
   std::istringstream in(text);
   std::string line;
   int cases = 0;
