@@ -263,14 +263,11 @@ TEST(Diag, FiltersAndRotationLimits) {
     ldmrec r{};
     r.time_us = x.t;
     r.severity = x.sev;
-    r.instance = x.inst;
-    r.instancel = x.inst ? strlen(x.inst) : 0;
-    r.host = x.host;
-    r.hostl = x.host ? strlen(x.host) : 0;
-    r.component = x.comp;
-    r.componentl = x.comp ? strlen(x.comp) : 0;
-    r.message = x.msg;
-    r.messagel = x.msg ? strlen(x.msg) : 0;
+    auto text = [](const char *&p, size_t &len, const char *v) { p = v, len = v ? strlen(v) : 0; };
+    text(r.instance, r.instancel, x.inst);
+    text(r.host, r.hostl, x.host);
+    text(r.component, r.componentl, x.comp);
+    text(r.message, r.messagel, x.msg);
     ASSERT_EQ(ldmwrec(w, &r), 0);
   }
   ldmclose(w);

@@ -13,15 +13,6 @@ using namespace lditest;
 
 namespace {
 
-static_assert(sizeof(LdiDateTime) == 20);
-static_assert(offsetof(LdiDateTime, fraction) == 8);
-static_assert(offsetof(LdiDateTime, tzhour) == 12);
-static_assert(offsetof(LdiDateTime, kind) == 14);
-static_assert(offsetof(LdiDateTime, region) == 16);
-static_assert(sizeof(LdiInterval) == 24);
-static_assert(offsetof(LdiInterval, fraction) == 16);
-static_assert(offsetof(LdiInterval, kind) == 20);
-
 TEST(LdiRound, FractionalSeconds) {
   struct Case {
     LdiDateTime in;

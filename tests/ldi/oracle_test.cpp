@@ -109,6 +109,16 @@ TEST(LdiOracle, MonthAddition) {
   }
 }
 
+// The six fields of an oracle answer as fields() writes them; the offset
+// that follows them goes to *off.
+std::string answer_fields(const std::string &line, int *off) {
+  std::istringstream in(line);
+  std::string f[6];
+  for (auto &x : f) in >> x;
+  in >> *off;
+  return f[0] + " " + f[1] + " " + f[2] + " " + f[3] + " " + f[4] + " " + f[5];
+}
+
 const char *kZones[] = {"America/New_York", "Europe/London", "Australia/Lord_Howe", "Asia/Kolkata",
                         "America/Sao_Paulo", "Pacific/Chatham", "Europe/Berlin", "America/St_Johns"};
 
@@ -156,34 +166,22 @@ TEST(LdiOracle, ZoneConversions) {
     local.region = it.id;
     LdiDateTime utc{};
     ASSERT_EQ(LdiTZ2T(&local, &utc, img), 0) << q[3 * i];
-    std::istringstream a0(ans[3 * i]);
-    std::string yf[6];
     int off = 0;
-    for (auto &s : yf) a0 >> s;
-    a0 >> off;
-    EXPECT_EQ(fields(utc), yf[0] + " " + yf[1] + " " + yf[2] + " " + yf[3] + " " + yf[4] + " " + yf[5]) << q[3 * i];
+    EXPECT_EQ(fields(utc), answer_fields(ans[3 * i], &off)) << q[3 * i];
     // UTC -> local.
     LdiDateTime u = it.v;
     u.kind = LDI_KIND_TIMESTAMP;
     u.tzhour = 0;
     LdiDateTime loc{};
     ASSERT_EQ(LdiT2TZ(&u, 0, 0, it.id, &loc, img), 0);
-    std::istringstream a1(ans[3 * i + 1]);
-    std::string lf[6];
-    for (auto &s : lf) a1 >> s;
-    a1 >> off;
-    EXPECT_EQ(fields(loc), lf[0] + " " + lf[1] + " " + lf[2] + " " + lf[3] + " " + lf[4] + " " + lf[5]) << q[3 * i + 1];
+    EXPECT_EQ(fields(loc), answer_fields(ans[3 * i + 1], &off)) << q[3 * i + 1];
     EXPECT_EQ(loc.tzhour * 3600 + loc.tzminute * 60, off) << q[3 * i + 1];
     EXPECT_EQ(loc.region, it.id);
     // Wall-clock addition with the offset looked up again.
     LdiInterval inc = iv(6, 0, 0, 0, static_cast<int32_t>(it.inc));
     LdiDateTime sum{};
     ASSERT_EQ(LdiDateInterAddTZ(nullptr, &local, &inc, &sum, img), 0);
-    std::istringstream a2(ans[3 * i + 2]);
-    std::string sf[6];
-    for (auto &s : sf) a2 >> s;
-    a2 >> off;
-    EXPECT_EQ(fields(sum), sf[0] + " " + sf[1] + " " + sf[2] + " " + sf[3] + " " + sf[4] + " " + sf[5]) << q[3 * i + 2];
+    EXPECT_EQ(fields(sum), answer_fields(ans[3 * i + 2], &off)) << q[3 * i + 2];
     EXPECT_EQ(sum.tzhour * 3600 + sum.tzminute * 60, off) << q[3 * i + 2];
   }
 }

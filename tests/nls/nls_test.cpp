@@ -219,7 +219,7 @@ TEST(Nls, CharacterClassesMatchPython) {
       "  for b in range(256):\n"
       "    try: c=bytes([b]).decode(cs)\n"
       "    except UnicodeDecodeError: row.append('00000-'); continue\n"
-      "    u=c.upper(); up=u.encode(cs).hex() if len(u)==1 and ord(u)<256 else bytes([b]).hex()\n"
+      "    u=c.upper()\n"
       "    try: up=u.encode(cs).hex() if len(u)==1 else bytes([b]).hex()\n"
       "    except UnicodeEncodeError: up=bytes([b]).hex()\n"
       "    row.append(''.join('1' if f else '0' for f in (c.isalpha(),c.isupper(),c.islower(),c.isdecimal(),c.isspace()))+up)\n"

@@ -186,39 +186,20 @@ int32_t op_close(void *w, void *s, void *h) {
   ++g_calls->close;
   return g_calls->close_rc;
 }
-int32_t op_read(void *w, void *s, void *h, void *b, size_t *n) {
+// Every transfer operation records the same things; only its counter differs.
+template <int Calls::*Count, class Buf>
+int32_t op_io(void *w, void *s, void *h, Buf b, size_t *n) {
   seen(w, s, h);
-  ++g_calls->read;
-  g_calls->buffer = b;
-  g_calls->length = n;
-  return g_calls->io_rc;
-}
-int32_t op_write(void *w, void *s, void *h, const void *b, size_t *n) {
-  seen(w, s, h);
-  ++g_calls->write;
-  g_calls->buffer = b;
-  g_calls->length = n;
-  return g_calls->io_rc;
-}
-int32_t op_read_char(void *w, void *s, void *h, void *b, size_t *n) {
-  seen(w, s, h);
-  ++g_calls->read_char;
-  g_calls->buffer = b;
-  g_calls->length = n;
-  return g_calls->io_rc;
-}
-int32_t op_write_char(void *w, void *s, void *h, const void *b, size_t *n) {
-  seen(w, s, h);
-  ++g_calls->write_char;
+  ++(g_calls->*Count);
   g_calls->buffer = b;
   g_calls->length = n;
   return g_calls->io_rc;
 }
 
-void *const R = reinterpret_cast<void *>(op_read);
-void *const W = reinterpret_cast<void *>(op_write);
-void *const RC = reinterpret_cast<void *>(op_read_char);
-void *const WC = reinterpret_cast<void *>(op_write_char);
+void *const R = reinterpret_cast<void *>(op_io<&Calls::read, void *>);
+void *const W = reinterpret_cast<void *>(op_io<&Calls::write, const void *>);
+void *const RC = reinterpret_cast<void *>(op_io<&Calls::read_char, void *>);
+void *const WC = reinterpret_cast<void *>(op_io<&Calls::write_char, const void *>);
 void *const OPEN = reinterpret_cast<void *>(op_open);
 void *const CLOSE = reinterpret_cast<void *>(op_close);
 
