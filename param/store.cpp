@@ -755,6 +755,17 @@ void to_file(void *arg, const char *s, size_t n) { sys_param::write_file(static_
 
 }  // namespace
 
+// The typed getters share the checks and the lookup; each stores its field.
+template <class Store>
+uint32_t get_typed(lrmctx *h, const void *qual, void *qname, const void *key, size_t klen, uint32_t occ,
+                   const void *out, uint32_t type, Store store) {
+  if (h == nullptr || key == nullptr || out == nullptr) return kNullArgument;
+  const lrmval *v;
+  uint32_t st = lookup(rec(h), qual, qname, key, klen, occ, type, type, &v);
+  if (st == 0 && v != nullptr) store(*v);
+  return st;
+}
+
 }  // namespace lrm_internal
 
 using namespace lrm_internal;
@@ -947,41 +958,25 @@ KELAPI uint32_t lrmpev(lrmctx *h, const char *name) {
 
 KELAPI uint32_t lrmgbv(lrmctx *h, const void *qual, void *qname, const void *key, size_t klen, uint32_t occ,
                        uint8_t *out) {
-  if (h == nullptr || key == nullptr || out == nullptr) return kNullArgument;
-  const lrmval *v;
-  uint32_t st = lookup(rec(h), qual, qname, key, klen, occ, LRM_T_BOOL, LRM_T_BOOL, &v);
-  if (st == 0 && v != nullptr) *out = v->boolv;
-  return st;
+  return get_typed(h, qual, qname, key, klen, occ, out, LRM_T_BOOL, [&](const lrmval &v) { *out = v.boolv; });
 }
 
 KELAPI uint32_t lrmgiv(lrmctx *h, const void *qual, void *qname, const void *key, size_t klen, uint32_t occ,
                        uint32_t *out) {
-  if (h == nullptr || key == nullptr || out == nullptr) return kNullArgument;
-  const lrmval *v;
-  uint32_t st = lookup(rec(h), qual, qname, key, klen, occ, LRM_T_INT, LRM_T_INT, &v);
-  if (st == 0 && v != nullptr) *out = v->u32;
-  return st;
+  return get_typed(h, qual, qname, key, klen, occ, out, LRM_T_INT, [&](const lrmval &v) { *out = v.u32; });
 }
 
 KELAPI uint32_t lrmg8v(lrmctx *h, const void *qual, void *qname, const void *key, size_t klen, uint32_t occ,
                        int64_t *out) {
-  if (h == nullptr || key == nullptr || out == nullptr) return kNullArgument;
-  const lrmval *v;
-  uint32_t st = lookup(rec(h), qual, qname, key, klen, occ, LRM_T_INT8, LRM_T_INT8, &v);
-  if (st == 0 && v != nullptr) *out = v->i64;
-  return st;
+  return get_typed(h, qual, qname, key, klen, occ, out, LRM_T_INT8, [&](const lrmval &v) { *out = v.i64; });
 }
 
 KELAPI uint32_t lrmgonv(lrmctx *h, const void *qual, void *qname, const void *key, size_t klen, uint32_t occ,
                         uint8_t *out, size_t *outlen) {
-  if (h == nullptr || key == nullptr || out == nullptr) return kNullArgument;
-  const lrmval *v;
-  uint32_t st = lookup(rec(h), qual, qname, key, klen, occ, LRM_T_NUMBER, LRM_T_NUMBER, &v);
-  if (st == 0 && v != nullptr) {
-    memcpy(out, v->num, v->numlen);
-    if (outlen != nullptr) *outlen = v->numlen;
-  }
-  return st;
+  return get_typed(h, qual, qname, key, klen, occ, out, LRM_T_NUMBER, [&](const lrmval &v) {
+    memcpy(out, v.num, v.numlen);
+    if (outlen != nullptr) *outlen = v.numlen;
+  });
 }
 
 KELAPI uint32_t lrmgsv(lrmctx *h, const void *qual, void *qname, const void *key, size_t klen, uint32_t occ,
