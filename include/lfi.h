@@ -88,6 +88,10 @@ KELAPI int32_t slfopen(const char *path, uint32_t flags, int64_t *handle);
  * (null or "": the temporary directory, sltmpdir of slt.h); it vanishes
  * when closed. 0 / -1. */
 KELAPI int32_t slftemp(const char *dir, int64_t *handle);
+/* The handle of the process's standard input (which 0), output (1) or
+ * error (2), for slfread / slfwrite; -1 for any other `which`. The library
+ * never closes these. */
+KELAPI int64_t slfstd(int32_t which);
 /* Closes a handle; the handle is invalid afterwards whatever the result. */
 KELAPI int32_t slfclose(int64_t handle);
 /* Reads at most n bytes at the current position: the number read, 0 at the

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "param/lrm_impl.h"
-#include "sys/paramfile_impl.h"
+#include "param/file_impl.h"
 
 namespace lrm_internal {
 
@@ -46,7 +46,7 @@ void emit(lrmctx_rec *c, const char *text, size_t len) {
   if (c->out != nullptr)
     c->out(c->outarg, text, len);
   else
-    sys_param::write_stdout(text, len);
+    lrm_file::write_stdout(text, len);
 }
 
 uint32_t u16to8(lrmctx_rec *c, const uint16_t *src, size_t units, char **out, size_t *outlen) {

@@ -16,7 +16,7 @@
 
 #include "param/lrm_impl.h"
 #include "sl.h"
-#include "sys/paramfile_impl.h"
+#include "param/file_impl.h"
 
 namespace lrm_internal {
 
@@ -531,7 +531,7 @@ uint32_t read_param_file(lrmctx_rec *c, const char *path, int32_t depth) {
   char *data = nullptr;
   size_t len = 0;
   int32_t err = 0;
-  int32_t rc = sys_param::read_file(path, file_alloc, c, &data, &len, &err);
+  int32_t rc = lrm_file::read_file(path, file_alloc, c, &data, &len, &err);
   if (rc != 0) {
     char why[128];
     if (rc == 3) return perr(c, kNoMemory, LEM_ARG_TEXT, "reading a file", LEM_ARG_END);
@@ -748,10 +748,10 @@ void dump(lrmctx_rec *c, const dumper &d) {
 }
 
 struct fileout {
-  sys_param::outfile *f;
+  lrm_file::outfile *f;
 };
 
-void to_file(void *arg, const char *s, size_t n) { sys_param::write_file(static_cast<fileout *>(arg)->f, s, n); }
+void to_file(void *arg, const char *s, size_t n) { lrm_file::write_file(static_cast<fileout *>(arg)->f, s, n); }
 
 }  // namespace
 
@@ -1026,14 +1026,14 @@ KELAPI uint32_t lrmdtf(lrmctx *h, const char *path) {
   lrmctx_rec *c = rec(h);
   if (path == nullptr) return perr(c, kNullArgument, LEM_ARG_TEXT, "path", LEM_ARG_END);
   int32_t err = 0;
-  fileout fo{sys_param::create_file(path, &err)};
+  fileout fo{lrm_file::create_file(path, &err)};
   char why[128];
   if (fo.f == nullptr) {
     slcgems(err, why, sizeof why);
     return perr(c, kCannotOpen, LEM_ARG_TEXT, path, LEM_ARG_TEXT, why, LEM_ARG_END);
   }
   dump(c, dumper{to_file, &fo});
-  err = sys_param::close_file(fo.f);
+  err = lrm_file::close_file(fo.f);
   if (err != 0) {
     slcgems(err, why, sizeof why);
     return perr(c, kReadError, LEM_ARG_TEXT, path, LEM_ARG_TEXT, why, LEM_ARG_END);

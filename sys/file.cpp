@@ -137,6 +137,8 @@ KELAPI int32_t slftemp(const char *dir, int64_t *handle) {
   return 0;
 }
 
+KELAPI int64_t slfstd(int32_t which) { return which >= 0 && which <= 2 ? which : -1; }
+
 KELAPI int32_t slfclose(int64_t handle) {
   int fd = fd_of(handle);
   if (fd < 0) {

@@ -1,12 +1,13 @@
-// paramfile_impl.h - the file access of the parameter manager: whole-file
-// reads, writes of dumps, and the standard output for help listings.
-#ifndef KEL_SYS_PARAMFILE_IMPL_H
-#define KEL_SYS_PARAMFILE_IMPL_H
+// file_impl.h - the file access of the parameter manager, over the system
+// layer's file primitives: whole-file reads, writes of dumps, and the
+// standard output for help listings.
+#ifndef KEL_PARAM_FILE_IMPL_H
+#define KEL_PARAM_FILE_IMPL_H
 
 #include <cstddef>
 #include <cstdint>
 
-namespace sys_param {
+namespace lrm_file {
 
 // Allocator the reader fills (the caller's heap); null on failure.
 using allocfn = void *(*)(void *arg, size_t size);
@@ -29,6 +30,6 @@ int32_t close_file(outfile *f);
 // Writes to the process's standard output (help listings).
 void write_stdout(const char *data, size_t len);
 
-}  // namespace sys_param
+}  // namespace lrm_file
 
 #endif
