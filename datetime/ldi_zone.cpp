@@ -6,9 +6,9 @@
 // A region value keeps the offset in force in its zone fields; whenever an
 // image is at hand the offset is looked up again rather than trusted, since
 // arithmetic may have moved the value across a transition.
-#include <cstdio>
 #include <cstring>
 
+#include "lsf.h"
 #include "datetime/ldi_impl.h"
 #include "ltz.h"
 
@@ -219,7 +219,7 @@ KELAPI int32_t LdiInterToTZ(const LdiInterval *iv, char *out, size_t outsz, size
   }
   int32_t m = iv->f2 * 60 + iv->f3;
   char buf[16];
-  int n = std::snprintf(buf, sizeof buf, "%c%02d:%02d", m < 0 ? '-' : '+', (m < 0 ? -m : m) / 60,
+  int n = lsfp(nullptr, buf, sizeof buf, "%c%02d:%02d", m < 0 ? '-' : '+', (m < 0 ? -m : m) / 60,
                         (m < 0 ? -m : m) % 60);
   if (static_cast<size_t>(n) > outsz) return LDI_ERR_OUTSPACE;
   std::memcpy(out, buf, static_cast<size_t>(n));

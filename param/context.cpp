@@ -1,9 +1,9 @@
 // Parameter contexts: opening and closing, error reporting, UTF-16/UTF-8
 // conversions at the interface.
 #include <cstdarg>
-#include <cstdio>
 #include <cstring>
 
+#include "lsf.h"
 #include "param/lrm_impl.h"
 #include "param/file_impl.h"
 
@@ -258,7 +258,7 @@ KELAPI int32_t lrmpfmt(lrmctx *h, char *buf, size_t len) {
   if (lemgef(lem, 1, fac, sizeof fac) <= 0) fac[0] = '\0';
   char text[768];
   lemgem(lem, 1, text, sizeof text);
-  return snprintf(buf, len, "%s-%05d: %s", fac, num, text);
+  return lsfp(nullptr, buf, len, "%s-%05d: %s", fac, num, text);
 }
 
 KELAPI uint32_t lrmpu16to8(lrmctx *h, const uint16_t *src, size_t units, char **out, size_t *outlen) {

@@ -19,9 +19,9 @@
 // trace, the driver loop (pz5strt7), the parse entry (lrmpzpparse), the
 // older entry names.
 #include <csetjmp>
-#include <cstdio>
 #include <cstring>
 
+#include "lsf.h"
 #include "lem.h"
 #include "lmm.h"
 #include "lrm.h"
@@ -136,10 +136,10 @@ void trace_step(pzparser *p, Action a) {
   char buf[64];
   p->cb->trace(p->cb->user, "\n       (PAR STK)");
   for (uint32_t k = 0; k < p->top; k++) {
-    snprintf(buf, sizeof buf, " [%d]", p->stk[k].state);
+    lsfp(nullptr, buf, sizeof buf, " [%d]", p->stk[k].state);
     p->cb->trace(p->cb->user, buf);
   }
-  snprintf(buf, sizeof buf, " [%d, %s]", a.value, kKindName[a.kind]);
+  lsfp(nullptr, buf, sizeof buf, " [%d, %s]", a.value, kKindName[a.kind]);
   p->cb->trace(p->cb->user, buf);
   if (a.kind == kReduce) {
     p->cb->trace(p->cb->user, " ");

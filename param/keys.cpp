@@ -1,8 +1,8 @@
 // Key sets: declaration, name matching with abbreviations and built-in
 // keys, the help listing, and the conversions of value text to typed values.
-#include <cstdio>
 #include <cstring>
 
+#include "lsf.h"
 #include "lsr.h"
 #include "param/lrm_impl.h"
 
@@ -331,7 +331,7 @@ KELAPI uint32_t lrmckv(lrmctx *h, const char *name, size_t len, uint8_t *type) {
   int32_t idx = -1;
   uint32_t st = resolve(c, name, len, &idx);
   char shown[128];
-  snprintf(shown, sizeof shown, "%.*s", static_cast<int>(len < 100 ? len : 100), name);
+  lsfp(nullptr, shown, sizeof shown, "%.*s", static_cast<int>(len < 100 ? len : 100), name);
   if (st != 0) return perr(c, st, LEM_ARG_TEXT, shown, LEM_ARG_END);
   uint8_t t = LRM_T_STRING;
   if (idx >= 0) {
@@ -360,7 +360,7 @@ KELAPI uint32_t lrmpatk(lrmctx *h, const char *name, size_t len, uint32_t *index
   if (st == 0 && idx < 0) st = kUnknownKey;
   if (st != 0) {
     char shown[128];
-    snprintf(shown, sizeof shown, "%.*s", static_cast<int>(len < 100 ? len : 100), name);
+    lsfp(nullptr, shown, sizeof shown, "%.*s", static_cast<int>(len < 100 ? len : 100), name);
     return perr(c, st, LEM_ARG_TEXT, shown, LEM_ARG_END);
   }
   *index = static_cast<uint32_t>(idx);
@@ -382,13 +382,13 @@ KELAPI uint32_t lrmprh(lrmctx *h) {
     const char *help = key.help != nullptr ? key.help : "";
     const char *nl = strchr(help, '\n');
     size_t first = nl != nullptr ? static_cast<size_t>(nl - help) : strlen(help);
-    int m = snprintf(line, sizeof line, "%s\t\t%.*s\n", key.name, static_cast<int>(first), help);
+    int m = lsfp(nullptr, line, sizeof line, "%s\t\t%.*s\n", key.name, static_cast<int>(first), help);
     emit(c, line, static_cast<size_t>(m) < sizeof line ? static_cast<size_t>(m) : sizeof line - 1);
     while (nl != nullptr) {
       const char *p = nl + 1;
       nl = strchr(p, '\n');
       size_t l = nl != nullptr ? static_cast<size_t>(nl - p) : strlen(p);
-      m = snprintf(line, sizeof line, "\t\t%.*s\n", static_cast<int>(l), p);
+      m = lsfp(nullptr, line, sizeof line, "\t\t%.*s\n", static_cast<int>(l), p);
       emit(c, line, static_cast<size_t>(m) < sizeof line ? static_cast<size_t>(m) : sizeof line - 1);
     }
   }

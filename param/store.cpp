@@ -11,9 +11,9 @@
 // Sections: table, storage, parse actions, token source, sources, getters,
 // dump, interface.
 #include <csetjmp>
-#include <cstdio>
 #include <cstring>
 
+#include "lsf.h"
 #include "param/lrm_impl.h"
 #include "sl.h"
 #include "param/file_impl.h"
@@ -120,7 +120,7 @@ uint32_t store(lrmctx_rec *c, const char *qual, size_t quallen, const char *key,
     uint32_t st = resolve(c, key, klen, &idx);
     if (st != 0) {
       char shown[128];
-      snprintf(shown, sizeof shown, "%.*s", static_cast<int>(klen < 100 ? klen : 100), key);
+      lsfp(nullptr, shown, sizeof shown, "%.*s", static_cast<int>(klen < 100 ? klen : 100), key);
       return perr(c, st, LEM_ARG_TEXT, shown, LEM_ARG_END);
     }
     if (idx >= 0) {
@@ -146,8 +146,8 @@ uint32_t store(lrmctx_rec *c, const char *qual, size_t quallen, const char *key,
   if (st == 0 && type == LRM_T_BOOL && is_flag) tmp.boolv = 1;
   if (st != 0) {
     char shown[128], kshown[128];
-    snprintf(shown, sizeof shown, "%.*s", static_cast<int>(len < 100 ? len : 100), text);
-    snprintf(kshown, sizeof kshown, "%.*s", static_cast<int>(namelen < 100 ? namelen : 100), name);
+    lsfp(nullptr, shown, sizeof shown, "%.*s", static_cast<int>(len < 100 ? len : 100), text);
+    lsfp(nullptr, kshown, sizeof kshown, "%.*s", static_cast<int>(namelen < 100 ? namelen : 100), name);
     if (st == kOutOfRange) return perr(c, st, LEM_ARG_TEXT, shown, LEM_ARG_TEXT, kshown, LEM_ARG_END);
     return perr(c, st, LEM_ARG_TEXT, shown, LEM_ARG_END);
   }
@@ -358,9 +358,9 @@ void syntax_error(void *user, int32_t status, const lrmpztok *tok) {
   char shown[80];
   int32_t line = c->src.line;
   if (tok == nullptr || tok->code == LRM_TK_END) {
-    snprintf(shown, sizeof shown, "-end of file-");
+    lsfp(nullptr, shown, sizeof shown, "-end of file-");
   } else {
-    snprintf(shown, sizeof shown, "\"%.60s\"", tok->text != nullptr ? tok->text : "");
+    lsfp(nullptr, shown, sizeof shown, "\"%.60s\"", tok->text != nullptr ? tok->text : "");
     line = tok->aux32;
   }
   perr(c, static_cast<uint32_t>(status), LEM_ARG_TEXT, shown, LEM_ARG_TEXT, c->src.name, LEM_ARG_NUM,
@@ -593,8 +593,8 @@ void put_key(lrmctx_rec *c, keyarg *k) {
 void copy_qname(lrmctx_rec *c, void *qname, const lrmentry *e) {
   if (qname == nullptr) return;
   char buf[LRM_QNAME_MAX];
-  int m = e->qual != nullptr ? snprintf(buf, sizeof buf, "%s:%s", e->qual, e->name)
-                             : snprintf(buf, sizeof buf, "%s", e->name);
+  int m = e->qual != nullptr ? lsfp(nullptr, buf, sizeof buf, "%s:%s", e->qual, e->name)
+                             : lsfp(nullptr, buf, sizeof buf, "%s", e->name);
   size_t n = static_cast<size_t>(m) < sizeof buf ? static_cast<size_t>(m) : sizeof buf - 1;
   if (!c->unicode) {
     memcpy(qname, buf, n + 1);
@@ -726,11 +726,11 @@ void dump(lrmctx_rec *c, const dumper &d) {
         }
         switch (e->type) {
           case LRM_T_INT:
-            snprintf(num, sizeof num, "%u", v->u32);
+            lsfp(nullptr, num, sizeof num, "%u", v->u32);
             puts_(d, num);
             break;
           case LRM_T_INT8:
-            snprintf(num, sizeof num, "%lld", static_cast<long long>(v->i64));
+            lsfp(nullptr, num, sizeof num, "%lld", static_cast<long long>(v->i64));
             puts_(d, num);
             break;
           default:
@@ -819,7 +819,7 @@ KELAPI uint32_t lrmvsk2(lrmctx *h, const void *qual, const void *key, size_t kle
     st = resolve(c, k.key, k.klen, &idx);
     if (st != 0) {
       char shown[128];
-      snprintf(shown, sizeof shown, "%.*s", static_cast<int>(k.klen < 100 ? k.klen : 100), k.key);
+      lsfp(nullptr, shown, sizeof shown, "%.*s", static_cast<int>(k.klen < 100 ? k.klen : 100), k.key);
       perr(c, st, LEM_ARG_TEXT, shown, LEM_ARG_END);
     }
   }
