@@ -252,7 +252,38 @@ int32_t lpmpfin(lcorectx *ctx, lpmreg *reg, lpminst *inst, uint8_t *flag, bool i
 
 }  // namespace lpm_internal
 
+namespace {
+
+// Takes the instance-list and package-block-list locks, in that order, and
+// finds the shared instance of package `name` (null in *inst when there is
+// none). A damaged list releases both locks, records internal error `sub`
+// and gives false.
+bool lock_find_shared(lcorectx *ctx, lpmreg *reg, const char *name, size_t len, int32_t sub, uint8_t *flag,
+                      lpminst **inst) {
+  sltsmna(reg->ts, &reg->instmx);
+  sltsmna(reg->ts, &reg->blockmx);
+  if (!lpmllok(&reg->insts) || !lpmllok(&reg->blocks)) {
+    sltsmnr(reg->ts, &reg->blockmx);
+    sltsmnr(reg->ts, &reg->instmx);
+    lpmprec(ctx, flag, kelmsg::LPM_INTERNAL, sub, LEM_ARG_TEXT, "Invalid list structure pointer", LEM_ARG_END);
+    lpmpce(ctx);
+    return false;
+  }
+  *inst = nullptr;
+  for (lpmlink *e = reg->insts.first; e != nullptr; e = e->next) {
+    auto *i = reinterpret_cast<lpminst *>(e);
+    if ((i->flags & kInstShared) && i->block && i->block->namel == len && memcmp(i->block->name, name, len) == 0) {
+      *inst = i;
+      break;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
 extern "C" {
+
 
 // -------------------------------------------------- loading and deleting
 
@@ -264,23 +295,8 @@ KELAPI lpmiftab *lpmloadpkg(lcorectx *ctx, const char *name) {
     return nullptr;
   }
   size_t len = strlen(name);
-  sltsmna(reg->ts, &reg->instmx);
-  sltsmna(reg->ts, &reg->blockmx);
-  if (!lpmllok(&reg->insts) || !lpmllok(&reg->blocks)) {
-    sltsmnr(reg->ts, &reg->blockmx);
-    sltsmnr(reg->ts, &reg->instmx);
-    lpmprec(ctx, &flag, kelmsg::LPM_INTERNAL, 30, LEM_ARG_TEXT, "Invalid list structure pointer", LEM_ARG_END);
-    lpmpce(ctx);
-    return nullptr;
-  }
   lpminst *inst = nullptr;
-  for (lpmlink *e = reg->insts.first; e != nullptr; e = e->next) {
-    auto *i = reinterpret_cast<lpminst *>(e);
-    if ((i->flags & kInstShared) && i->block && i->block->namel == len && memcmp(i->block->name, name, len) == 0) {
-      inst = i;
-      break;
-    }
-  }
+  if (!lock_find_shared(ctx, reg, name, len, 30, &flag, &inst)) return nullptr;
   if (inst == nullptr) {
     sltsmnr(reg->ts, &reg->blockmx);
     if (lpmpali(ctx, reg, &inst, true, name, len, &flag, false, 0, true) != 0) {
@@ -323,23 +339,8 @@ KELAPI int32_t lpmdelete(lcorectx *ctx, const char *name) {
     return -1;
   }
   size_t len = strlen(name);
-  sltsmna(reg->ts, &reg->instmx);
-  sltsmna(reg->ts, &reg->blockmx);
-  if (!lpmllok(&reg->insts) || !lpmllok(&reg->blocks)) {
-    sltsmnr(reg->ts, &reg->blockmx);
-    sltsmnr(reg->ts, &reg->instmx);
-    lpmprec(ctx, &flag, kelmsg::LPM_INTERNAL, 60, LEM_ARG_TEXT, "Invalid list structure pointer", LEM_ARG_END);
-    lpmpce(ctx);
-    return -1;
-  }
   lpminst *inst = nullptr;
-  for (lpmlink *e = reg->insts.first; e != nullptr; e = e->next) {
-    auto *i = reinterpret_cast<lpminst *>(e);
-    if ((i->flags & kInstShared) && i->block && i->block->namel == len && memcmp(i->block->name, name, len) == 0) {
-      inst = i;
-      break;
-    }
-  }
+  if (!lock_find_shared(ctx, reg, name, len, 60, &flag, &inst)) return -1;
   sltsmnr(reg->ts, &reg->blockmx);
   int32_t rc = 0;
   if (inst == nullptr) {
