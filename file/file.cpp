@@ -412,8 +412,9 @@ KELAPI int64_t lfiseek(void *fctx, lfifile *f, int64_t offset, int32_t whence) {
   }
   if (!flush_out(f)) return -1;
   int64_t here = f->sys - static_cast<int64_t>(f->rlen - f->rpos);
+  int64_t target = offset;
+  int32_t how = SLF_SEEK_END;
   if (whence != LFI_SEEK_END) {
-    int64_t target = offset;
     if ((whence == LFI_SEEK_CUR && __builtin_add_overflow(here, offset, &target)) || target < 0) {
       rec(c, kelmsg::LFI_SEEK, f->name, 0);
       return -1;
@@ -425,18 +426,10 @@ KELAPI int64_t lfiseek(void *fctx, lfifile *f, int64_t offset, int32_t whence) {
       if (f->rpos < f->rlen) f->eof = false;
       return target;
     }
-    // The handle moves first: when it cannot, nothing has changed.
-    int64_t p = slfseek(f->h, target, SLF_SEEK_SET);
-    if (p < 0) {
-      rec(c, kelmsg::LFI_SEEK, f->name, slerrno());
-      return -1;
-    }
-    f->rlen = f->rpos = 0;
-    f->sys = p;
-    f->eof = false;
-    return p;
+    how = SLF_SEEK_SET;
   }
-  int64_t p = slfseek(f->h, offset, SLF_SEEK_END);
+  // The handle moves first: when it cannot, nothing has changed.
+  int64_t p = slfseek(f->h, target, how);
   if (p < 0) {
     rec(c, kelmsg::LFI_SEEK, f->name, slerrno());
     return -1;
