@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "support/python.h"
 #include "kelmsg_kelcore_lpu.h"
 #include "lem.h"
 #include "lpm.h"
@@ -44,14 +45,11 @@ std::string resolve(void *u, const std::string &base, const std::string &ref) {
 // Lines of the oracle script as fields; "-" is absent, "=hex" a value. No
 // field is ever empty, so splitting at tabs is exact.
 std::vector<std::vector<std::string>> oracle(const char *mode, int seed, int count, std::vector<std::vector<bool>> *present) {
-  std::string cmd = std::string(KEL_PYTHON) + " " + KEL_SOURCE_DIR + "/tests/url/url_oracle.py " + mode + " " +
-                    std::to_string(seed) + " " + std::to_string(count);
   std::vector<std::vector<std::string>> rows;
-  FILE *p = popen(cmd.c_str(), "r");
-  if (p == nullptr) return rows;
   std::string all;
-  for (int c; (c = fgetc(p)) != EOF;) all += static_cast<char>(c);
-  pclose(p);
+  if (!kel_test::run_python("tests/url/url_oracle.py", std::string(mode) + " " + std::to_string(seed) + " " +
+                                std::to_string(count), all))
+    return rows;
   std::istringstream lines(all);
   for (std::string line; std::getline(lines, line);) {
     std::vector<std::string> row;
