@@ -16,6 +16,8 @@
 //
 //   bench_hash                    everything
 //   bench_hash --max=100000       skip the 1e7 tables (they take minutes)
+//   bench_hash --min=10000000     only the 1e7 tables
+//   bench_hash --keys=int         only integer (or: str) keys
 //   bench_hash --benchmark_repetitions=3   the table then shows the best run
 //   bench_hash --benchmark_filter=NONE     only the paired search table
 #include <benchmark/benchmark.h>
@@ -302,19 +304,27 @@ void paired(size_t n, bool str, std::vector<PairedRow> &out) {
 }  // namespace
 
 int main(int argc, char **argv) {
-  size_t max_n = 10000000;
+  size_t min_n = 0, max_n = 10000000;
+  std::vector<bool> key_kinds = {false, true};  // str?
   std::vector<char *> args;
   for (int i = 0; i < argc; ++i) {
     if (std::strncmp(argv[i], "--max=", 6) == 0)
       max_n = std::stoul(argv[i] + 6);
+    else if (std::strncmp(argv[i], "--min=", 6) == 0)
+      min_n = std::stoul(argv[i] + 6);
+    else if (std::strcmp(argv[i], "--keys=int") == 0)
+      key_kinds = {false};
+    else if (std::strcmp(argv[i], "--keys=str") == 0)
+      key_kinds = {true};
     else
       args.push_back(argv[i]);
   }
+  auto wanted = [&](size_t n) { return n >= min_n && n <= max_n; };
   int ac = static_cast<int>(args.size());
   benchmark::Initialize(&ac, args.data());
   for (size_t n : {size_t{1000}, size_t{100000}, size_t{10000000}}) {
-    if (n > max_n) continue;
-    for (bool str : {false, true}) {
+    if (!wanted(n)) continue;
+    for (bool str : key_kinds) {
       register_all<Lht>("lht", n, str);
       register_all<Std>("std", n, str);
       register_all<Absl>("absl", n, str);
@@ -347,8 +357,8 @@ int main(int argc, char **argv) {
               "lht/absl");
   std::vector<PairedRow> paired_rows;
   for (size_t n : {size_t{1000}, size_t{100000}, size_t{10000000}})
-    if (n <= max_n)
-      for (bool str : {false, true}) paired(n, str, paired_rows);
+    if (wanted(n))
+      for (bool str : key_kinds) paired(n, str, paired_rows);
 
   // The same pairs as RATIO lines for bench/ratios.py. This binary measures
   // ns per item (best of its repetitions or batches), so it keeps its own
