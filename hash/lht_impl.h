@@ -66,6 +66,12 @@ inline uint32_t inq2(uint32_t k, uint32_t size) noexcept {
 // The string fold with its overflow guard: below the threshold h * mul + c
 // cannot leave 32 bits by much; above it the fold subtracts (0x7FFFFFFF / h)
 // multiples of h first, wrapping as unsigned 32-bit arithmetic does.
+//
+// The division is the cost of a fold (one per byte past the fourth), and the
+// next byte waits for it. (0x7FFFFFFF / h) * h is 0x7FFFFFFF minus the
+// remainder, which the same division yields, so the byte adds the remainder
+// to h * mul + c - 0x7FFFFFFF (computed meanwhile) instead of waiting for a
+// multiplication as well. Same value, bit for bit.
 template <uint32_t Mul, uint32_t Limit>
 inline uint32_t fold(const char *s) noexcept {
   if (s == nullptr || *s == '\0') return 0;
@@ -75,7 +81,7 @@ inline uint32_t fold(const char *s) noexcept {
     if (h <= Limit)
       h = h * Mul + c;
     else
-      h = h * Mul + c - (0x7FFFFFFFu / h) * h;
+      h = (h * Mul + c - 0x7FFFFFFFu) + 0x7FFFFFFFu % h;
   }
   return h;
 }
