@@ -4,6 +4,8 @@
 #ifndef KEL_HASH_LHT_IMPL_H
 #define KEL_HASH_LHT_IMPL_H
 
+#include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -64,6 +66,12 @@ inline uint32_t inq2(uint32_t k, uint32_t size) noexcept {
 // The string fold with its overflow guard: below the threshold h * mul + c
 // cannot leave 32 bits by much; above it the fold subtracts (0x7FFFFFFF / h)
 // multiples of h first, wrapping as unsigned 32-bit arithmetic does.
+//
+// The division is the cost of a fold (one per byte past the fourth), and the
+// next byte waits for it. (0x7FFFFFFF / h) * h is 0x7FFFFFFF minus the
+// remainder, which the same division yields, so the byte adds the remainder
+// to h * mul + c - 0x7FFFFFFF (computed meanwhile) instead of waiting for a
+// multiplication as well. Same value, bit for bit.
 template <uint32_t Mul, uint32_t Limit>
 inline uint32_t fold(const char *s) noexcept {
   if (s == nullptr || *s == '\0') return 0;
@@ -73,7 +81,7 @@ inline uint32_t fold(const char *s) noexcept {
     if (h <= Limit)
       h = h * Mul + c;
     else
-      h = h * Mul + c - (0x7FFFFFFFu / h) * h;
+      h = (h * Mul + c - 0x7FFFFFFFu) + 0x7FFFFFFFu % h;
   }
   return h;
 }
@@ -130,10 +138,16 @@ struct Divisor {
 
 // --------------------------------------------------------- slot storage
 // The slot as the table itself sees it: the public layout, with the padding
-// after the state byte holding a check word (string kind: the raw first fold
-// of the key; arbitrary kind: the caller's hash for the current size) that
-// lets probes pass unequal keys without comparing them and lets a resize of
-// a string table skip folding every key again. Outside code never sees it.
+// after the state byte holding a check word (integer kind: the key itself;
+// string kind: the raw first fold of the key; arbitrary kind: the caller's
+// hash for the current size) that lets probes pass unequal keys without
+// comparing them and lets a resize of a string table skip folding every key
+// again. Outside code never sees it.
+//
+// The state byte, the spare bytes (always zero) and the check word make one
+// 64-bit tag, state | check << 32, that a search reads with a single load:
+// tag == used_tag(check) says "occupied by a key with this check word" (for
+// the integer kind: by this very key), and the low byte says empty.
 template <class KeyT>
 struct ISlot {
   KeyT key;
@@ -142,6 +156,17 @@ struct ISlot {
   uint8_t spare[3];
   uint32_t check;
 };
+
+template <class KeyT>
+inline uint64_t slot_tag(const ISlot<KeyT> &s) noexcept {
+  static_assert(offsetof(ISlot<KeyT>, check) == offsetof(ISlot<KeyT>, state) + 4);
+  static_assert(offsetof(ISlot<KeyT>, state) % 8 == 0 && sizeof(ISlot<KeyT>) % 8 == 0);
+  uint64_t w;
+  std::memcpy(&w, &s.state, sizeof w);  // the state, the spare bytes and the check word
+  return w;
+}
+inline constexpr uint64_t used_tag(uint32_t check) noexcept { return uint64_t{kUsed} | uint64_t{check} << 32; }
+static_assert(std::endian::native == std::endian::little, "slot tags assume a little-endian layout");
 
 struct Storage {
   void **chunks = nullptr;  // nchunks chunk pointers
@@ -153,32 +178,35 @@ struct Storage {
 };
 
 // ------------------------------------------------------------ the table
+// The fields a search reads come first, so that a lookup touches one cache
+// line of the header besides its slots.
 struct Table {
   Kind kind;
+  uint32_t size;          // slots (a copy of st.size, read by the probes)
+  Divisor step_div;       // size - 1, the divisor of the integer and string steps
+  Storage st;
+  // arbitrary kind: the caller's callbacks
+  LhtArbHashFn hash;
+  LhtArbCmpFn cmp;
+  void *uctx;
+  // sizes and counts
+  uint32_t index;         // position of size in kSizes
+  uint32_t count;         // entries
+  uint32_t grow_above;    // size - 1: grow when count passes it
+  uint32_t shrink_below;  // size / 4: shrink when count drops below it
+  uint32_t chunk_limit;   // most slots per chunk (LHT_CHUNK_SLOTS; tests lower it)
   // allocator choice
   void *mctx;
   lmmheap *heap;
   LhtAllocFn alloc;
   LhtFreeFn fre;
   void *actx;
-  // arbitrary kind: the caller's callbacks
-  LhtArbHashFn hash;
-  LhtArbCmpFn cmp;
-  void *uctx;
-  // sizes and counts
-  uint32_t size;          // slots (a copy of st.size, read by the probes)
-  uint32_t index;         // position of size in kSizes
-  uint32_t count;         // entries
-  uint32_t grow_above;    // size - 1: grow when count passes it
-  uint32_t shrink_below;  // size / 4: shrink when count drops below it
-  uint32_t chunk_limit;   // most slots per chunk (LHT_CHUNK_SLOTS; tests lower it)
-  Divisor step_div;       // size - 1, the divisor of the integer and string steps
-  Storage st;
   // error reporting
   lcorectx *ctx;
   void *errh;             // error manager context, or null: report nothing
   lemfac *fac;            // "LHT", registered with errh for the table's life
-  // concurrency
+  // concurrency: the mutex guards insert, remove, resize and the count of
+  // open iterations; searches and Yield read without it (see lht.h)
   sltsctx *ts;
   sltsmx mx;
   uint32_t iters;         // open iterations (under mx)

@@ -8,21 +8,28 @@
 // only at the first collision (double hashing), the arbitrary kind by a fixed
 // stride of 14 slots. Removed entries leave deleted markers that searches
 // walk over and inserts reuse; they disappear when the table is resized. The
-// table grows when an insert leaves it without a free slot and shrinks when
-// removes leave it under a quarter full, so a lookup ends at an empty slot
-// after a few probes in the common case and after `size` probes at worst.
+// table grows only when an insert leaves it without a free slot and shrinks
+// when removes leave it under a quarter full, so a table often runs nearly
+// full (1000 keys in 1031 slots): a hit still ends after a few probes, but a
+// miss walks the long path to an empty slot, `size` probes at worst.
 // Each slot's padding keeps a check word of its key (see ISlot), so that
 // probes pass most unequal string and arbitrary keys without comparing them,
 // and the step's modulus is a multiplication by a reciprocal fixed at resize.
 //
-// Changes and searches run under the table's mutex. Iteration runs without
-// it: while any iteration is open, inserts and removes are refused, so the
-// slots an iterator reads cannot change under it. Failures are collected in
-// a per-call Status and recorded once, after the mutex is released.
+// Changes (insert, remove, resize) run under the table's mutex, which also
+// counts the open iterations. Searches, the probe functions and Yield only
+// read and take no lock: any number of them may run at once. While an
+// iteration is open, changes are refused, so the slots an iterator reads
+// cannot change under it; a search that overlaps a change is the caller's
+// fault (a change can free the storage being read), and callers that mix
+// them serialise themselves. Failures are collected in a per-call Status and
+// recorded once, after the mutex is released; a search sets up none.
 //
-// Sections: kind traits; slot access and probe; resize; operations (insert,
-// remove, search, iteration, probe, resize, destroy); exported functions.
+// Sections: kind traits; slot access and probe; search; resize; operations
+// (insert, remove, search, iteration, probe, resize, destroy); exported
+// functions.
 #include <cstring>
+#include <type_traits>
 
 #include "hash/lht_impl.h"
 
@@ -47,7 +54,7 @@ struct IntKind {
   using Public = LhtIntSlot;
   static constexpr Kind kKind = Kind::Int;
   static bool valid(Key) noexcept { return true; }
-  static Hashed hash(const Table &, Key k, uint32_t size) noexcept { return {inq1(k, size), 0}; }
+  static Hashed hash(const Table &, Key k, uint32_t size) noexcept { return {inq1(k, size), k}; }
   static Hashed rehash(const Table &t, const Slot &s, uint32_t size) noexcept { return hash(t, s.key, size); }
   static uint32_t step(const Table &, Key k, const Divisor &d) noexcept { return d.mod(k + 777u) + 1; }
   static bool same(const Table &, const Slot &s, Key k, uint32_t) noexcept { return s.key == k; }
@@ -133,6 +140,156 @@ Probe probe(const Table &t, typename K::Key key) noexcept {
     if (i >= size) i -= size;
   }
   return {false, first_deleted, h.check};
+}
+
+// ------------------------------------------------------------------ search
+// The read-only walk of Search: the same path as probe() (the hashes and
+// steps are part of the stored format), minus what only a change needs. It
+// tracks no deleted slot, computes the home slot once and the step only at
+// the first collision, reads each slot's state and check word as one tag
+// (see ISlot), and indexes one-chunk storage (every real size) with no
+// division; the chunk arithmetic is paid only by multi-chunk storage.
+//
+// A Finder holds the hashed key: its home slot, the tag of a slot holding a
+// key with its check word, step(), and match(), which confirms a slot whose
+// tag is that one.
+
+struct IntFinder {
+  using Slot = ISlot<uint32_t>;
+  uint32_t key;
+  uint32_t home;
+  uint64_t tag;  // the check word of an integer slot is its key: the tag decides
+  IntFinder(const Table &t, uint32_t k) noexcept : key(k), home(inq1(k, t.size)), tag(used_tag(k)) {}
+  uint32_t step(const Table &t) const noexcept { return t.step_div.mod(key + 777u) + 1; }
+  static constexpr bool match(const Table &, const Slot &) noexcept { return true; }
+};
+
+struct StrFinder {
+  using Slot = ISlot<const char *>;
+  const char *key;
+  uint32_t home;
+  uint64_t tag;  // with the raw first fold as check word
+  StrFinder(const Table &t, const char *k) noexcept : key(k) {
+    uint32_t check = fold1(k);
+    home = inq1(check, t.size);
+    tag = used_tag(check);
+  }
+  uint32_t step(const Table &t) const noexcept { return t.step_div.mod(fold2(key) + 777u) + 1; }
+  // Equal folds nearly always mean equal keys; the first byte and strcmp
+  // make sure.
+  bool match(const Table &, const Slot &s) const noexcept {
+    return s.key == key || (s.key[0] == key[0] && strcmp(s.key, key) == 0);
+  }
+};
+
+struct ArbFinder {
+  using Slot = ISlot<const void *>;
+  const void *key;
+  uint32_t home;
+  uint64_t tag;  // with the caller's hash as check word
+  ArbFinder(const Table &t, const void *k) noexcept : key(k) {
+    uint32_t h = t.hash(k, t.size, t.uctx);
+    home = h < t.size ? h : h % t.size;
+    tag = used_tag(h);
+  }
+  uint32_t step(const Table &t) const noexcept { return ArbKind::step(t, key, t.step_div); }
+  bool match(const Table &t, const Slot &s) const noexcept { return t.cmp(s.key, key, t.uctx) == 0; }
+};
+
+template <class K> struct FinderOf;
+template <> struct FinderOf<IntKind> { using type = IntFinder; };
+template <> struct FinderOf<StrKind> { using type = StrFinder; };
+template <> struct FinderOf<ArbKind> { using type = ArbFinder; };
+
+// The path home, home + step, home + 2 step ... (mod size) visits every slot
+// once before it returns home: sizes are primes and 0 < step < size. So a
+// walk ends back at home after exactly `size` probes, the most it may make,
+// without counting them.
+constexpr bool sizes_are_odd_primes() {
+  for (uint32_t ix = kMinIndex; ix <= kMaxIndex; ++ix) {
+    uint32_t n = kSizes[ix];
+    if (n % 2 == 0 || (kArbB + kArbC) % n == 0) return false;
+    for (uint32_t d = 3; d * d <= n; d += 2)
+      if (n % d == 0) return false;
+  }
+  return true;
+}
+static_assert(sizes_are_odd_primes(), "the walks end by coming back home, the stride of 14 too");
+
+// One chunk, every real table: the walk steps byte addresses through the
+// chunk, wrapping by one subtraction. Misses on a nearly full table walk
+// long paths, so the path is followed as two interleaved chains (probes
+// 1, 3, 5 ... and 2, 4, 6 ..., each moving two steps at a time) whose address
+// updates overlap; the slots are still looked at in path order. Sizes are
+// odd, so the path comes back to home (probe `size`) in the odd chain.
+template <class F>
+inline const typename F::Slot *walk_one(const Table &t, const F &f) noexcept {
+  using Slot = typename F::Slot;
+  const auto base = reinterpret_cast<uintptr_t>(t.st.first);
+  const uintptr_t span = uintptr_t{t.size} * sizeof(Slot);
+  const uintptr_t start = base + uintptr_t{f.home} * sizeof(Slot);
+  const Slot *s = reinterpret_cast<const Slot *>(start);
+  uint64_t tag = slot_tag(*s);
+  if (tag == f.tag && f.match(t, *s)) return s;
+  if (static_cast<uint8_t>(tag) == kEmpty) return nullptr;
+  const uintptr_t end = base + span;
+  const uintptr_t stride = uintptr_t{f.step(t)} * sizeof(Slot);
+  uintptr_t stride2 = stride * 2;  // two steps, reduced mod size
+  if (stride2 >= span) stride2 -= span;
+  uintptr_t odd = start + stride;
+  if (odd >= end) odd -= span;
+  uintptr_t even = odd + stride;
+  if (even >= end) even -= span;
+  for (;;) {
+    if (__builtin_expect(odd == start, 0)) return nullptr;  // no empty slot on the whole path
+    s = reinterpret_cast<const Slot *>(odd);
+    tag = slot_tag(*s);
+    if (tag == f.tag && f.match(t, *s)) return s;
+    if (static_cast<uint8_t>(tag) == kEmpty) return nullptr;
+    s = reinterpret_cast<const Slot *>(even);
+    tag = slot_tag(*s);
+    if (tag == f.tag && f.match(t, *s)) return s;
+    if (static_cast<uint8_t>(tag) == kEmpty) return nullptr;
+    odd += stride2;
+    if (odd >= end) odd -= span;
+    even += stride2;
+    if (even >= end) even -= span;
+  }
+}
+
+// Several chunks (only tests make them): slot i is found by division.
+template <class F>
+const typename F::Slot *walk_many(const Table &t, const F &f) noexcept {
+  using Slot = typename F::Slot;
+  const Storage &st = t.st;
+  auto at = [&st](uint32_t i) {
+    return static_cast<const Slot *>(st.chunks[i / st.per_chunk]) + i % st.per_chunk;
+  };
+  const uint32_t size = t.size;
+  const typename F::Slot *s = at(f.home);
+  uint64_t tag = slot_tag(*s);
+  if (tag == f.tag && f.match(t, *s)) return s;
+  if (static_cast<uint8_t>(tag) == kEmpty) return nullptr;
+  const uint32_t step = f.step(t);
+  for (uint32_t i = f.home;;) {
+    i += step;  // i, step < size: one subtraction is the modulus
+    if (i >= size) i -= size;
+    if (i == f.home) return nullptr;
+    s = at(i);
+    tag = slot_tag(*s);
+    if (tag == f.tag && f.match(t, *s)) return s;
+    if (static_cast<uint8_t>(tag) == kEmpty) return nullptr;
+  }
+}
+
+// The slot holding key, or null.
+template <class K>
+inline const typename K::Slot *find(const Table &t, typename K::Key key) noexcept {
+  using F = typename FinderOf<K>::type;
+  static_assert(std::is_same_v<typename F::Slot, typename K::Slot>);
+  const F f(t, key);
+  if (__builtin_expect(t.st.nchunks == 1, 1)) return walk_one(t, f);
+  return walk_many(t, f);
 }
 
 // ------------------------------------------------------------------ resize
@@ -273,19 +430,25 @@ int32_t remove(LhtTable *t, typename K::Key key, void **value) noexcept {
   return rc;
 }
 
+// A null string key: the one failure of a search worth a record. Kept out
+// of line so that the search itself sets up no status.
+[[gnu::noinline, gnu::cold]] int32_t search_bad_key(LhtTable *t) noexcept {
+  Status st;
+  int32_t rc = st.fail_num(LHT_ERR_ARG, 2);
+  report(t, st);
+  return rc;
+}
+
+// Takes no lock: the storage changes only under insert, remove and resize,
+// which callers keep apart from searches (see lht.h).
 template <class K>
 int32_t search(LhtTable *t, typename K::Key key, void **value) noexcept {
   if (!is<K>(t)) return -LHT_ERR_ARG;
-  if (!K::valid(key)) {
-    Status st;
-    int32_t rc = st.fail_num(LHT_ERR_ARG, 2);
-    report(t, st);
-    return rc;
-  }
-  Locked lock(*t);
-  Probe p = probe<K>(*t, key);
-  if (!p.found) return -LHT_ERR_NOKEY;
-  if (value != nullptr) *value = slot_at<typename K::Slot>(t->st, p.slot)->value;
+  if (__builtin_expect(!K::valid(key), 0)) return search_bad_key(t);
+  const typename K::Slot *s = find<K>(*t, key);
+  // A miss is an answer, not a failure: nothing is recorded.
+  if (s == nullptr) return -LHT_ERR_NOKEY;
+  if (value != nullptr) *value = s->value;
   return LHT_OK;
 }
 

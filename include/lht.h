@@ -35,13 +35,18 @@
  * a heap of the memory manager, a caller's pair of callbacks, or the system
  * allocator. The table's own header always comes from the system allocator.
  *
- * Thread safety. Each table carries a mutex taken by insert, remove, search,
- * resize, destroy and the opening and closing of iterations; those calls may
- * come from several threads at once. While any iteration is open, inserts and
- * removes are refused (-18), so Yield reads the table without the mutex. The
- * probe functions (Lht*GetIndex) take no lock: call them only while nothing
- * changes the table (for example during an open iteration). The hash
- * functions are pure.
+ * Thread safety. Each table carries a mutex that guards its changes
+ * (insert, remove, resize) and its count of open iterations; those calls, and
+ * BeginIter / EndIter, may come from several threads at once. Reading takes
+ * no lock: Search, Yield and the probe functions (Lht*GetIndex) may run in
+ * any number of threads at once, and alongside open iterations. A read must
+ * not overlap an insert, remove or resize of the same table, which can move
+ * every entry and free the slot storage being read: a caller that mixes
+ * reads with changes from several threads serialises them itself (for
+ * example with a read-write lock of its own, readers shared). While any
+ * iteration is open, inserts and removes are refused (-18), so a table held
+ * in iteration is safe to read from everywhere. Destroy needs the table idle.
+ * The hash functions are pure.
  */
 #ifndef LHT_H
 #define LHT_H
@@ -179,8 +184,10 @@ KELAPI uint32_t LhtArqQuad(uint32_t n, uint32_t b, uint32_t c);
 KELAPI LhtTable *LhtIntCreate(lcorectx *ctx, void *errh, uint32_t size, const LhtMem *mem);
 KELAPI LhtTable *LhtStrCreate(lcorectx *ctx, void *errh, uint32_t size, const LhtMem *mem);
 
-/* Callbacks of the arbitrary kind, both called with the `uctx` of creation,
- * under the table's mutex (or by the probe function):
+/* Callbacks of the arbitrary kind, both called with the `uctx` of creation:
+ * under the table's mutex by insert, remove and resize, and without it by
+ * Search and LhtArqGetIndex, which may run in several threads at once (the
+ * callbacks must then be safe to call concurrently):
  *   hash(key, size, uctx)          the home slot of key, in [0, size) (a
  *                                  larger result is taken modulo size); equal
  *                                  keys must give equal results
@@ -228,7 +235,15 @@ KELAPI int32_t LhtArbRemove(LhtTable *t, const void *key, void **value);
 
 /* Finds key; its value goes to *value (value may be null: a membership
  * test). Returns 1, -27 when the key is not present (not recorded: a miss is
- * an answer, not a failure; *value untouched), or -6 (as Insert). */
+ * an answer, not a failure; *value untouched), or -6 (as Insert; a null
+ * string key is recorded, argument 2).
+ * Takes no lock and writes nothing in the table: any number of threads may
+ * search one table at once, also while iterations are open. A search must
+ * not overlap an Insert, Remove or Resize of the same table (they can free
+ * the storage it reads); callers that mix them serialise them themselves.
+ * A miss walks to the first empty slot of the key's probe path, and a table
+ * grows only when completely full, so misses on a nearly full table cost
+ * many probes. */
 KELAPI int32_t LhtIntSearch(LhtTable *t, uint32_t key, void **value);
 KELAPI int32_t LhtStrSearch(LhtTable *t, const char *key, void **value);
 KELAPI int32_t LhtArbSearch(LhtTable *t, const void *key, void **value);
@@ -288,9 +303,10 @@ KELAPI int32_t LhtArqResize(LhtTable *t, uint32_t index);
  * not: then *slotno and *slot name the slot where it would go (the first
  * deleted slot on the probe path, else the empty slot that ended it), or
  * UINT32_MAX and null when the path holds neither. Either output may be null.
- * -6 for a null table or wrong kind (or a null string key). Takes no lock
- * (see the top of the file); the slot pointer is for reading and valid until
- * the next change of the table (change entries only through Insert/Remove). */
+ * -6 for a null table or wrong kind (or a null string key). Takes no lock,
+ * with the contract of Search: concurrent with other reads, never with a
+ * change of the table. The slot pointer is for reading and valid until the
+ * next change of the table (change entries only through Insert/Remove). */
 KELAPI int32_t LhtInqGetIndex(LhtTable *t, uint32_t key, uint32_t *slotno, LhtIntSlot **slot);
 KELAPI int32_t LhtStqGetIndex(LhtTable *t, const char *key, uint32_t *slotno, LhtStrSlot **slot);
 KELAPI int32_t LhtArqGetIndex(LhtTable *t, const void *key, uint32_t *slotno, LhtArbSlot **slot);

@@ -185,10 +185,10 @@ TEST(LhtEdges, CreationSizes) {
 // Growth when an insert fills the table, shrink under a quarter, never below
 // 11 slots; the sequence of sizes a table passes through.
 TEST(LhtEdges, GrowthAndShrink) {
-  for (int kind : {kInt, kStr, kArb}) {
-    SCOPED_TRACE(kind_name(kind));
+  for (int kind : {kInt, kStr, kArb}) for (uint32_t chunk : {0u, 4u}) {
+    SCOPED_TRACE(std::string(kind_name(kind)) + " chunk " + std::to_string(chunk));
     Pool pool;
-    Face f{kind, make(kind, nullptr, 1, nullptr), &pool};
+    Face f{kind, make(kind, nullptr, 1, nullptr, chunk), &pool};
     ASSERT_NE(f.t, nullptr);
     for (uint32_t n = 1; n <= 10; ++n) ASSERT_EQ(f.insert(n, val(n)), 1);
     EXPECT_EQ(lht_internal::table_size(f.t), 11u) << "ten entries leave one slot free";
@@ -475,6 +475,59 @@ TEST(LhtProbe, IntegerPathMatchesIndependentWalk) {
   }
   EXPECT_GT(deleted_paths, 50) << "the case of a reused deleted slot was exercised";
   LhtIntDestroy(t);
+}
+
+// Removes and inserts at a constant count can use up every empty slot: the
+// last empty one is taken by an insert whose path met no deleted slot. Then
+// no probe path ends early, and a search for a missing key must give up after
+// `size` probes instead of going round for ever, while present keys are
+// still found.
+TEST(LhtProbe, SearchesWithoutAnEmptySlot) {
+  for (int kind : {kInt, kStr, kArb}) {
+    for (uint32_t chunk : {0u, 4u}) {
+      SCOPED_TRACE(std::string(kind_name(kind)) + " chunk " + std::to_string(chunk));
+      Pool pool;
+      Face f{kind, make(kind, nullptr, 1, nullptr, chunk), &pool};
+      ASSERT_NE(f.t, nullptr);
+      const uint32_t size = lht_internal::table_size(f.t);
+      ASSERT_EQ(size, 11u);
+      EXPECT_EQ(lht_internal::table_chunks(f.t), chunk == 0 ? 1u : 3u);
+      std::unordered_map<uint32_t, void *> model;
+      for (uint32_t n = 0; n < size - 1; ++n) {
+        ASSERT_EQ(f.insert(n, val(n)), 1);
+        model[n] = val(n);
+      }
+      auto empties = [&] {
+        const lht_internal::Storage &st = f.t->st;
+        uint32_t e = 0;
+        for (uint32_t i = 0; i < size; ++i) {
+          auto *c = static_cast<const lht_internal::ISlot<uint64_t> *>(st.chunks[i / st.per_chunk]);
+          e += c[i % st.per_chunk].state == LHT_SLOT_EMPTY;
+        }
+        return e;
+      };
+      std::mt19937 rng(kind + 3);
+      for (int round = 0; round < 10000 && empties() != 0; ++round) {
+        uint32_t out = std::next(model.begin(), static_cast<long>(rng() % model.size()))->first, in;
+        do in = rng() % 100;
+        while (model.count(in) != 0);
+        void *v;
+        ASSERT_EQ(f.remove(out, &v), 1);
+        model.erase(out);
+        ASSERT_EQ(f.insert(in, val(in)), 1);
+        model[in] = val(in);
+        ASSERT_EQ(lht_internal::table_size(f.t), size) << "the count stays, so does the size";
+      }
+      ASSERT_EQ(empties(), 0u);
+      for (uint32_t n = 0; n < 100; ++n) {
+        void *v = nullptr;
+        bool has = model.count(n) != 0;
+        ASSERT_EQ(f.search(n, &v), has ? 1 : -LHT_ERR_NOKEY) << n;
+        if (has) EXPECT_EQ(v, model[n]);
+      }
+      EXPECT_EQ(f.destroy(), 1);
+    }
+  }
 }
 
 TEST(LhtProbe, StringAndArbitraryFindTheirSlots) {
