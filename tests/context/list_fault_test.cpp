@@ -54,4 +54,57 @@ TEST(ListFault, EachWalkReportsItsSubCode) {
   EXPECT_EQ(lpmterm(ctx), 0);
 }
 
+// A package whose call takes its own element off the call stack, as memory
+// corruption would, so that the pop after the call finds nothing.
+lpmreg *g_reg = nullptr;
+lpmlink *g_taken = nullptr;
+int32_t pops_itself(lcorectx *ctx, void *, int32_t op, void *, void *) {
+  if (op == 1) {
+    const lpmfunc f[] = {reinterpret_cast<lpmfunc>(&pops_itself)};
+    return lpmmkpri(ctx, 8) != nullptr && lpmarrfuncs(ctx, nullptr, 1, f) != nullptr ? 0 : -1;
+  }
+  if (op == 7) {
+    g_taken = g_reg->calls.last;
+    lpmllre(&g_reg->calls, g_taken);
+  }
+  return 0;
+}
+
+TEST(ListFault, ElementsMissingFromTheirListsAreReported) {
+  lcorectx *ctx = lpminit();
+  ASSERT_NE(ctx, nullptr);
+  g_reg = reg_of(ctx);
+  void *lem = ctx->lemctx;
+  lpmpdesc row{"popper", 6, nullptr, 0, nullptr, 0, pops_itself, LPM_PKG_STATIC};
+  ASSERT_EQ(lpmapd(ctx, &row, 1, nullptr, nullptr), 0);
+
+  // Sub-code 170: the call's stack element is gone when the call returns.
+  lemces(lem);
+  EXPECT_EQ(lpmcall(ctx, "popper", 7, nullptr, nullptr), 0);
+  ASSERT_NE(g_taken, nullptr);
+  ASSERT_GE(lemged(lem), 1);
+  EXPECT_EQ(lemgec(lem, 1), 3);
+  EXPECT_EQ(lemgsc(lem, 1), 170);
+
+  // Sub-code 160: a loaded package whose block is no longer on the block
+  // list cannot be released through it.
+  lemces(lem);
+  ASSERT_NE(lpmloadpkg(ctx, "lsf"), nullptr);
+  lpmlink *blk = g_reg->blocks.last;
+  ASSERT_EQ(lpmllre(&g_reg->blocks, blk), 0);
+  EXPECT_EQ(lpmdelete(ctx, "lsf"), -1);
+  bool found = false;
+  for (int32_t i = 1; i <= lemged(lem); i++) found |= lemgec(lem, i) == 3 && lemgsc(lem, i) == 160;
+  EXPECT_TRUE(found);
+  // Mended: the block goes back on its list, a new load takes it up and the
+  // delete ends the package; the library stops cleanly.
+  lpmllae(&g_reg->blocks, blk);
+  lemces(lem);
+  EXPECT_NE(lpmloadpkg(ctx, "lsf"), nullptr);
+  EXPECT_EQ(lpmdelete(ctx, "lsf"), 0);
+  EXPECT_EQ(g_reg->blocks.count, 0u);
+  EXPECT_EQ(lemged(lem), 0);
+  EXPECT_EQ(lpmterm(ctx), 0);
+}
+
 }  // namespace
