@@ -16,6 +16,16 @@ constexpr size_t kCompiledMax = 2 * kModelLimit + 8;
 const uint8_t *resolve_model(ldxctx *ctx, const char *fmt, size_t fmtlen, bool input, uint8_t *buf,
                              size_t bufsz, size_t *mlen, int32_t *err);
 
+// A compiled model passed by the caller whose header is sound, or null for
+// anything else (model text, the default, a bad header), which
+// resolve_model then takes on. Inline: the hot callers pass compiled models.
+inline const uint8_t *compiled_model(const char *fmt, size_t fmtlen) {
+  const uint8_t *m = reinterpret_cast<const uint8_t *>(fmt);
+  if (!fmt || fmtlen < 3 || m[0] != 0 || (m[1] & ~(kHdrBase | kHdrEbcdic | kHdrFixed)) != 0 || !(m[1] & kHdrBase))
+    return nullptr;
+  return m;
+}
+
 // Codes a compiled model may hold: every element but FM and DL/DS/TS, which
 // the compiler resolves.
 constexpr uint64_t kCompiledCodes = ((uint64_t{1} << 46) - 2) & ~(uint64_t{1} << 39);

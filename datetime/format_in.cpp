@@ -14,6 +14,7 @@
 // read.
 //
 // Sections: text cursor / field readers / assembly / exported functions.
+#include <array>
 #include <cstring>
 
 #include "datetime/elements_impl.h"
@@ -59,14 +60,28 @@ struct Cursor {
   }
 };
 
+// The fields read so far, one slot each, so that a reader can file a value
+// by a slot number taken from a table. -1 = not read. The year slot holds
+// the value as read; F_YKIND says how to take it: 0 none, 1 ... 3 the last
+// digits of the current year, 'F' full year (negated after BC), 'S' signed
+// year, 'R' century window. F_WDAY is the weekday counted from Sunday = 0,
+// F_MERIDIAN 0 = AM, 1 = PM, F_BC 1 after a BC indicator. F_SINK takes the
+// stores a table row does not need.
+enum Slot : uint8_t {
+  F_YKIND, F_YEAR, F_MONTH, F_DAY, F_DOY, F_JDAY, F_HOUR24, F_HOUR12, F_MERIDIAN, F_MINUTE, F_SECOND,
+  F_SSSSS, F_WDAY, F_BC, F_SINK, kSlots
+};
 struct Fields {
-  int32_t year_kind = 0;  // 0 none, 'F' full, 'S' signed, 'P' partial, 'R' window
-  int32_t year_val = 0;
-  int32_t year_digits = 0;  // for partial years
-  int32_t month = -1, day = -1, doy = -1, jday = -1;
-  int32_t hour24 = -1, hour12 = -1, meridian = -1, minute = -1, second = -1, sssss = -1;
-  int32_t wday_sun = -1;  // 0 = Sunday
-  bool bc = false;
+  int32_t v[16];
+  static_assert(kSlots <= 16);
+  Fields() {
+    for (int32_t &x : v) x = -1;
+    v[F_YKIND] = 0;
+    v[F_YEAR] = 0;
+    v[F_BC] = 0;
+  }
+  int32_t &operator[](int i) { return v[i]; }
+  int32_t operator[](int i) const { return v[i]; }
 };
 
 // ------------------------------------------------------------ spelled numbers
@@ -244,31 +259,30 @@ const char *const kRoman[12] = {"I", "II", "III", "IV", "V", "VI", "VII", "VIII"
                                                    int32_t first_day) {
   switch (code) {
     case C_Y: case C_YY: case C_YYY:
-      f.year_kind = 'P';
-      f.year_val = iv;
-      f.year_digits = code == C_Y ? 1 : code == C_YY ? 2 : 3;
+      f[F_YKIND] = code == C_Y ? 1 : code == C_YY ? 2 : 3;
+      f[F_YEAR] = iv;
       break;
-    case C_YYYY: case C_Y_YYY: f.year_kind = 'F'; f.year_val = iv; break;
-    case C_SYYYY: case C_SY_YYY: case C_NYYYY: f.year_kind = 'S'; f.year_val = iv; break;
-    case C_RR: f.year_kind = 'R'; f.year_val = iv; break;
+    case C_YYYY: case C_Y_YYY: f[F_YKIND] = 'F'; f[F_YEAR] = iv; break;
+    case C_SYYYY: case C_SY_YYY: case C_NYYYY: f[F_YKIND] = 'S'; f[F_YEAR] = iv; break;
+    case C_RR: f[F_YKIND] = 'R'; f[F_YEAR] = iv; break;
     case C_RRRR:
       if (nd == 4 || iv > 99) {
-        f.year_kind = 'F';
+        f[F_YKIND] = 'F';
       } else {
-        f.year_kind = 'R';
+        f[F_YKIND] = 'R';
       }
-      f.year_val = iv;
+      f[F_YEAR] = iv;
       break;
-    case C_MM: f.month = iv; break;
-    case C_D: f.wday_sun = (iv - 1 + first_day) % 7; break;
-    case C_DD: f.day = iv; break;
-    case C_DDD: f.doy = iv; break;
-    case C_HH24: f.hour24 = iv; break;
-    case C_HH: f.hour12 = iv; break;
-    case C_MI: f.minute = iv; break;
-    case C_SS: f.second = iv; break;
-    case C_SSSSS: f.sssss = iv; break;
-    case C_J: f.jday = iv; break;
+    case C_MM: f[F_MONTH] = iv; break;
+    case C_D: f[F_WDAY] = (iv - 1 + first_day) % 7; break;
+    case C_DD: f[F_DAY] = iv; break;
+    case C_DDD: f[F_DOY] = iv; break;
+    case C_HH24: f[F_HOUR24] = iv; break;
+    case C_HH: f[F_HOUR12] = iv; break;
+    case C_MI: f[F_MINUTE] = iv; break;
+    case C_SS: f[F_SECOND] = iv; break;
+    case C_SSSSS: f[F_SSSSS] = iv; break;
+    case C_J: f[F_JDAY] = iv; break;
     default: return E_NOT_INPUT;
   }
   return 0;
@@ -294,7 +308,7 @@ int32_t read_element(Reader &r, Fields &f, int32_t code, uint32_t flags) {
       if (i < 0) return E_RANGE_MONTH;
       c.pos += len;
       eat_padding(r, flags, longest(code == C_MONTH ? r.v.months : r.v.mon_abbr, 12) - len);
-      f.month = i + 1;
+      f[F_MONTH] = i + 1;
       return 0;
     }
     case C_DAY: case C_DY: {
@@ -305,7 +319,7 @@ int32_t read_element(Reader &r, Fields &f, int32_t code, uint32_t flags) {
       if (i < 0) return E_RANGE_WEEKDAY;
       c.pos += len;
       eat_padding(r, flags, longest(code == C_DAY ? r.v.days : r.v.day_abbr, 7) - len);
-      f.wday_sun = i;
+      f[F_WDAY] = i;
       return 0;
     }
     case C_AMPM: case C_AMPM_DOTS: {
@@ -313,7 +327,7 @@ int32_t read_element(Reader &r, Fields &f, int32_t code, uint32_t flags) {
       int32_t i = read_word(c, w, 4, &len);
       if (i < 0) return E_NEED_MERIDIAN;
       c.pos += len;
-      f.meridian = i & 1;
+      f[F_MERIDIAN] = i & 1;
       return 0;
     }
     case C_ADBC: case C_ADBC_DOTS: case C_E: case C_EE: {
@@ -321,7 +335,7 @@ int32_t read_element(Reader &r, Fields &f, int32_t code, uint32_t flags) {
       int32_t i = read_word(c, w, 6, &len);
       if (i < 0) return E_NEED_ERA;
       c.pos += len;
-      f.bc = i & 1;
+      f[F_BC] = i & 1;
       return 0;
     }
     case C_RM: {
@@ -329,7 +343,7 @@ int32_t read_element(Reader &r, Fields &f, int32_t code, uint32_t flags) {
       if (i < 0) return E_RANGE_MONTH;
       c.pos += len;
       eat_padding(r, flags, 4 - len);
-      f.month = i + 1;
+      f[F_MONTH] = i + 1;
       return 0;
     }
     default: return E_NOT_INPUT;
@@ -376,9 +390,76 @@ int32_t read_literal(Reader &r, const uint8_t *lit, size_t k, bool ebcdic_model)
 // its full width, every separator the model's own. False (fields spoiled)
 // for anything else, which the general reader then takes on; it gives the
 // same result for text the fast reader accepts.
+//
+// Each number element is one row of kFixedIn, made from the attribute table:
+// its width, the slot its value goes to, and a second store that records how
+// a year was given. No per-element dispatch is left but the digit count.
+struct FixedIn {
+  uint8_t width;  // 0: not for this reader
+  uint8_t slot;
+  uint8_t kslot;  // slot of the second store (F_SINK for none)
+  uint8_t kval;   // value of the second store
+  int32_t min;
+  uint32_t span;  // max - min
+};
+constexpr std::array<FixedIn, 64> make_fixed_in() {
+  std::array<FixedIn, 64> t{};
+  struct Row {
+    int32_t code;
+    uint8_t slot, kslot, kval;
+  };
+  // RRRR read with all four digits is a full year.
+  constexpr Row rows[] = {
+      {C_Y, F_YEAR, F_YKIND, 1},     {C_YY, F_YEAR, F_YKIND, 2},     {C_YYY, F_YEAR, F_YKIND, 3},
+      {C_YYYY, F_YEAR, F_YKIND, 'F'}, {C_RRRR, F_YEAR, F_YKIND, 'F'}, {C_RR, F_YEAR, F_YKIND, 'R'},
+      {C_MM, F_MONTH, F_SINK, 0},    {C_D, F_WDAY, F_SINK, 0},       {C_DD, F_DAY, F_SINK, 0},
+      {C_DDD, F_DOY, F_SINK, 0},     {C_HH24, F_HOUR24, F_SINK, 0},  {C_HH, F_HOUR12, F_SINK, 0},
+      {C_MI, F_MINUTE, F_SINK, 0},   {C_SS, F_SECOND, F_SINK, 0},    {C_SSSSS, F_SSSSS, F_SINK, 0},
+      {C_J, F_JDAY, F_SINK, 0},
+  };
+  for (const Row &r : rows) {
+    const Attr &a = kAttrTable[r.code];
+    t[static_cast<size_t>(r.code)] = {a.width, r.slot, r.kslot, r.kval, a.min, static_cast<uint32_t>(a.max - a.min)};
+  }
+  return t;
+}
+constexpr auto kFixedIn = make_fixed_in();
+// A digit that is none reads as -1, which the range test below must refuse.
+constexpr bool mins_not_negative() {
+  for (const FixedIn &e : kFixedIn)
+    if (e.min < 0) return false;
+  return true;
+}
+static_assert(mins_not_negative());
+
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "read_fixed packs digits little-endian");
 
-bool read_fixed(const uint8_t *m, size_t mlen, const uint8_t *t, size_t n, int32_t first_day, Fields *f) {
+// The value of w digits at t, or -1 when one of them is no digit.
+[[gnu::always_inline]] inline int32_t fixed_digits(const uint8_t *t, size_t w) {
+  if (w == 2) {
+    uint16_t x;
+    std::memcpy(&x, t, 2);
+    if ((x & 0xF0F0u) != 0x3030u || ((x + 0x0606u) & 0xF0F0u) != 0x3030u) return -1;
+    return (x & 0x0F) * 10 + ((x >> 8) & 0x0F);  // first character in the low byte
+  }
+  if (w == 4) {
+    uint32_t x;
+    std::memcpy(&x, t, 4);
+    if ((x & 0xF0F0F0F0u) != 0x30303030u || ((x + 0x06060606u) & 0xF0F0F0F0u) != 0x30303030u) return -1;
+    x &= 0x0F0F0F0Fu;
+    x = x * 10 + (x >> 8);  // pairs in bytes 0 and 2
+    return static_cast<int32_t>((x & 0xFF) * 100 + ((x >> 16) & 0xFF));
+  }
+  int32_t val = 0;
+  for (size_t k = 0; k < w; ++k) {
+    const uint32_t d = static_cast<uint32_t>(t[k] - '0');
+    if (d > 9) return -1;
+    val = val * 10 + static_cast<int32_t>(d);
+  }
+  return val;
+}
+
+bool read_fixed(const uint8_t *m, size_t mlen, const uint8_t *t, size_t n, int32_t first_day, Fields &f) {
   size_t pos = 0;
   for (size_t i = 2; i < mlen; i += 2) {
     const uint8_t b = m[i];
@@ -389,33 +470,217 @@ bool read_fixed(const uint8_t *m, size_t mlen, const uint8_t *t, size_t n, int32
       ++pos;
       continue;
     }
-    const Attr &at = attr(b);  // codes that are no number elements fail below
-    const size_t w = at.width;
-    if (at.kind != Kind::Num || pos + w > n) return false;
-    int32_t val = 0;
-    if (w == 2) {
-      uint16_t x;
-      std::memcpy(&x, t + pos, 2);
-      if ((x & 0xF0F0u) != 0x3030u || ((x + 0x0606u) & 0xF0F0u) != 0x3030u) return false;
-      val = (x & 0x0F) * 10 + ((x >> 8) & 0x0F);  // first character in the low byte
-    } else if (w == 4) {
-      uint32_t x;
-      std::memcpy(&x, t + pos, 4);
-      if ((x & 0xF0F0F0F0u) != 0x30303030u || ((x + 0x06060606u) & 0xF0F0F0F0u) != 0x30303030u) return false;
-      x &= 0x0F0F0F0Fu;
-      x = x * 10 + (x >> 8);  // pairs in bytes 0 and 2
-      val = static_cast<int32_t>((x & 0xFF) * 100 + ((x >> 16) & 0xFF));
-    } else {
-      for (size_t k = 0; k < w; ++k) {
-        const uint32_t d = static_cast<uint32_t>(t[pos + k] - '0');
-        if (d > 9) return false;
-        val = val * 10 + static_cast<int32_t>(d);
-      }
-    }
+    if (b >= kFixedIn.size() || (m[i + 1] & (LDX_FLAG_TH | LDX_FLAG_SP))) return false;
+    const FixedIn &e = kFixedIn[b];
+    const size_t w = e.width;
+    if (w == 0 || pos + w > n) return false;
+    int32_t val = fixed_digits(t + pos, w);
+    if (static_cast<uint32_t>(val - e.min) > e.span) return false;  // a bad digit gives -1
     pos += w;
-    if (val < at.min || val > at.max || store_number(*f, b, val, static_cast<int32_t>(w), first_day)) return false;
+    if (b == C_D) val = (val - 1 + first_day) % 7;
+    f[e.slot] = val;
+    f[e.kslot] = e.kval;
   }
   return false;
+}
+
+// ------------------------------------------------------------ layout plans
+
+// A fixed model fixes the text completely: its length, which bytes are
+// digits and which are the model's separators. A plan holds that as two
+// windows of byte bounds, so that one vector test checks every byte of the
+// text, and as a list of fields at fixed offsets, so that the values are
+// taken without walking the model. Making a plan costs a walk of the model;
+// each thread keeps plans for the last few fixed models it read, keyed by
+// the compiled bytes themselves, so a caller that compiles a model once and
+// reads many texts with it walks it once. A plan gives exactly what
+// read_fixed gives: it is made under the same rules and takes the same
+// values, only in a different order of checks.
+
+typedef uint8_t U8x16 __attribute__((vector_size(16)));
+
+struct Plan {
+  struct Field {
+    uint8_t off, width, slot, kslot, kval;
+    bool weekday;  // "D": counted from the territory's first day
+    int32_t min;
+    uint32_t span;
+  };
+  U8x16 lo[2], span[2];  // byte bounds of the two windows, see window_of
+  uint8_t mlen;          // 0: free entry
+  uint8_t textlen;       // 0: the model has no plan (read_fixed serves it)
+  uint8_t nfields;
+  bool simple;           // full year, month and day; hour, minute, second at most
+  uint8_t model[64];
+  Field fields[16];
+};
+
+// The text is seen through two 16-byte windows: for 16 ... 32 bytes its first
+// and its last 16 (overlapping when shorter than 32); for 8 ... 15 bytes its
+// first and last 8 in one window, the second window unused (all zero).
+constexpr size_t kPlanTextMin = 8, kPlanTextMax = 32;
+
+// Text position seen by byte k of window w, or -1.
+int32_t window_of(size_t n, int w, int k) {
+  if (n >= 16) return w == 0 ? k : static_cast<int32_t>(n) - 16 + k;
+  if (w == 1) return -1;
+  return k < 8 ? k : static_cast<int32_t>(n) - 16 + k;
+}
+
+inline U8x16 load_windows(const uint8_t *t, size_t n, U8x16 *second) {
+  U8x16 a, b = {};
+  if (n >= 16) {
+    std::memcpy(&a, t, 16);
+    std::memcpy(&b, t + n - 16, 16);
+  } else {
+    std::memcpy(&a, t, 8);
+    std::memcpy(reinterpret_cast<uint8_t *>(&a) + 8, t + n - 8, 8);
+  }
+  *second = b;
+  return a;
+}
+
+// Makes the plan of a fixed model; false when the model is not one the plan
+// can serve (then read_fixed does, and answers alike).
+bool make_plan(const uint8_t *m, size_t mlen, Plan &p) {
+  uint8_t lo[kPlanTextMax] = {}, span[kPlanTextMax] = {};
+  size_t pos = 0, nf = 0;
+  bool ended = false;
+  uint64_t seen = 0;
+  for (size_t i = 2; i < mlen; i += 2) {
+    const uint8_t b = m[i];
+    if (b == 0) {
+      ended = true;
+      break;
+    }
+    if (i + 1 >= mlen) return false;
+    if (b == 0x81) {
+      if (pos >= kPlanTextMax) return false;
+      lo[pos++] = m[i + 1];
+      continue;
+    }
+    if (b >= kFixedIn.size() || (m[i + 1] & (LDX_FLAG_TH | LDX_FLAG_SP))) return false;
+    const FixedIn &e = kFixedIn[b];
+    if (e.width == 0 || pos + e.width > kPlanTextMax || nf == sizeof p.fields / sizeof p.fields[0]) return false;
+    for (size_t k = 0; k < e.width; ++k) lo[pos + k] = '0', span[pos + k] = 9;
+    p.fields[nf++] = {static_cast<uint8_t>(pos), e.width, e.slot, e.kslot, e.kval, b == C_D, e.min, e.span};
+    seen |= uint64_t{1} << b;
+    pos += e.width;
+  }
+  if (!ended || pos < kPlanTextMin) return false;
+  for (int w = 0; w < 2; ++w) {
+    for (int k = 0; k < 16; ++k) {
+      int32_t at = window_of(pos, w, k);
+      p.lo[w][k] = at < 0 ? 0 : lo[at];
+      p.span[w][k] = at < 0 ? 0 : span[at];
+    }
+  }
+  constexpr uint64_t kSimple = (uint64_t{1} << C_YYYY) | (uint64_t{1} << C_RRRR) | (uint64_t{1} << C_MM) |
+                               (uint64_t{1} << C_DD) | (uint64_t{1} << C_HH24) | (uint64_t{1} << C_MI) |
+                               (uint64_t{1} << C_SS);
+  constexpr uint64_t kYear = (uint64_t{1} << C_YYYY) | (uint64_t{1} << C_RRRR);
+  p.simple = (seen & ~kSimple) == 0 && (seen & kYear) && (seen >> C_MM & 1) && (seen >> C_DD & 1);
+  p.textlen = static_cast<uint8_t>(pos);
+  p.nfields = static_cast<uint8_t>(nf);
+  return true;
+}
+
+// Equal compiled models: whole words, the last one overlapping.
+inline bool same_model(const uint8_t *a, const uint8_t *b, size_t n) {
+  if (n < 8) return std::memcmp(a, b, n) == 0;
+  uint64_t diff = 0;
+  for (size_t i = 0; i + 8 < n; i += 8) {
+    uint64_t x, y;
+    std::memcpy(&x, a + i, 8);
+    std::memcpy(&y, b + i, 8);
+    diff |= x ^ y;
+  }
+  uint64_t x, y;
+  std::memcpy(&x, a + n - 8, 8);
+  std::memcpy(&y, b + n - 8, 8);
+  return (diff | (x ^ y)) == 0;
+}
+
+constexpr int kPlans = 4;
+struct PlanCache {
+  Plan plans[kPlans];
+  uint8_t last;  // the entry that served the last call
+  uint8_t next;  // the entry to replace next
+};
+thread_local PlanCache tl_plans;
+
+// The plan for a fixed model, made on first sight; null when the model has
+// none.
+const Plan *plan_for(const uint8_t *m, size_t mlen) {
+  if (mlen > sizeof Plan::model) return nullptr;
+  PlanCache &c = tl_plans;
+  const Plan *p = &c.plans[c.last];
+  if (p->mlen != mlen || !same_model(p->model, m, mlen)) {
+    p = nullptr;
+    for (uint8_t i = 0; i < kPlans; ++i) {
+      const Plan &q = c.plans[i];
+      if (q.mlen == mlen && same_model(q.model, m, mlen)) {
+        p = &q;
+        c.last = i;
+        break;
+      }
+    }
+    if (!p) {
+      Plan &q = c.plans[c.next];
+      c.last = c.next;
+      c.next = static_cast<uint8_t>((c.next + 1) % kPlans);
+      if (!make_plan(m, mlen, q)) q.textlen = 0;
+      std::memcpy(q.model, m, mlen);
+      q.mlen = static_cast<uint8_t>(mlen);
+      p = &q;
+    }
+  }
+  return p->textlen ? p : nullptr;
+}
+
+// Reads text by a plan; false (fields spoiled) where read_fixed would fail.
+bool read_plan(const Plan &p, const uint8_t *t, size_t n, int32_t first_day, Fields &f) {
+  if (n != p.textlen) return false;
+  U8x16 b;
+  U8x16 a = load_windows(t, n, &b);
+  auto bad = ((a - p.lo[0]) > p.span[0]) | ((b - p.lo[1]) > p.span[1]);
+  uint64_t w[2];
+  std::memcpy(w, &bad, 16);
+  if (w[0] | w[1]) return false;
+  for (size_t i = 0; i < p.nfields; ++i) {
+    const Plan::Field &e = p.fields[i];
+    const uint8_t *d = t + e.off;
+    int32_t val;
+    if (e.width == 2) {
+      val = d[0] * 10 + d[1] - ('0' * 11);
+    } else if (e.width == 4) {
+      val = (d[0] * 10 + d[1]) * 100 + d[2] * 10 + d[3] - ('0' * 1111);
+    } else {
+      val = 0;
+      for (size_t k = 0; k < e.width; ++k) val = val * 10 + (d[k] - '0');
+    }
+    if (static_cast<uint32_t>(val - e.min) > e.span) return false;
+    if (e.weekday) val = (val - 1 + first_day) % 7;
+    f[e.slot] = val;
+    f[e.kslot] = e.kval;
+  }
+  return true;
+}
+
+// assemble() for the fields of a simple plan: a full year of 0 ... 9999, a
+// month and a day already in range, and nothing that could conflict.
+inline int32_t assemble_simple(const Fields &f, ldxdate *out) {
+  const int32_t year = f[F_YEAR], month = f[F_MONTH], day = f[F_DAY];
+  if (year == 0) return E_RANGE_YEAR;
+  if ((day > 28 && day > days_in_month(year, month)) || (year == 1582 && month == 10 && day >= 5 && day <= 14))
+    return E_BAD_DAY_FOR_MONTH;
+  out->year = static_cast<int16_t>(year);
+  out->month = static_cast<int8_t>(month);
+  out->day = static_cast<int8_t>(day);
+  out->hour = static_cast<int8_t>(f[F_HOUR24] < 0 ? 0 : f[F_HOUR24]);
+  out->minute = static_cast<int8_t>(f[F_MINUTE] < 0 ? 0 : f[F_MINUTE]);
+  out->second = static_cast<int8_t>(f[F_SECOND] < 0 ? 0 : f[F_SECOND]);
+  return 0;
 }
 
 int32_t window(int32_t t, int32_t r) {
@@ -426,59 +691,60 @@ int32_t window(int32_t t, int32_t r) {
 
 int32_t assemble(const ldx_territory_view &v, Fields &f, ldxdate *out) {
   ldxdate now_d{};
-  bool need_now = f.year_kind == 0 || f.year_kind == 'P' || f.year_kind == 'R' ||
-                  (f.month < 0 && f.doy < 0 && f.jday < 0);
+  bool need_now = f[F_YKIND] <= 3 || f[F_YKIND] == 'R' ||
+                  (f[F_MONTH] < 0 && f[F_DOY] < 0 && f[F_JDAY] < 0);
   if (need_now) now(&now_d);
   int32_t year = 0;
   bool have_year = true;
-  switch (f.year_kind) {
-    case 'F': year = f.bc ? -f.year_val : f.year_val; break;
-    case 'S': year = f.year_val; break;
-    case 'P': {
-      int32_t p = f.year_digits == 1 ? 10 : f.year_digits == 2 ? 100 : 1000;
-      year = now_d.year / p * p + f.year_val;
+  switch (f[F_YKIND]) {
+    case 'F': year = f[F_BC] ? -f[F_YEAR] : f[F_YEAR]; break;
+    case 'S': year = f[F_YEAR]; break;
+    case 1: case 2: case 3: {
+      int32_t p = f[F_YKIND] == 1 ? 10 : f[F_YKIND] == 2 ? 100 : 1000;
+      year = now_d.year / p * p + f[F_YEAR];
       break;
     }
-    case 'R': year = window(now_d.year, f.year_val); break;
+    case 'R': year = window(now_d.year, f[F_YEAR]); break;
     default: year = now_d.year; have_year = false; break;
   }
   int32_t month, day;
-  if (f.jday >= 0) {
+  if (f[F_JDAY] >= 0) {
     int32_t jy, jm, jd;
-    jtc(f.jday, &jy, &jm, &jd);
+    jtc(f[F_JDAY], &jy, &jm, &jd);
     if (have_year && jy != year) return E_JDAY_YEAR;
-    if (f.month >= 0 && f.month != jm) return E_JDAY_MONTH;
-    if (f.day >= 0 && f.day != jd) return E_JDAY_DAY;
+    if (f[F_MONTH] >= 0 && f[F_MONTH] != jm) return E_JDAY_MONTH;
+    if (f[F_DAY] >= 0 && f[F_DAY] != jd) return E_JDAY_DAY;
     year = jy, month = jm, day = jd;
+    if (year == 0) return E_RANGE_YEAR;  // a day of year 0; jtc stays inside -4712 ... 9999
   } else {
     if (year == 0 || year < -4712 || year > 9999) return E_RANGE_YEAR;
-    if (f.doy >= 0) {
+    if (f[F_DOY] >= 0) {
       int32_t dm, dd;
-      if (dyc(year, f.doy, &dm, &dd)) return E_DOY366;
-      if ((f.month >= 0 && f.month != dm) || (f.day >= 0 && f.day != dd)) return E_DOY_CONFLICT;
+      if (dyc(year, f[F_DOY], &dm, &dd)) return E_DOY366;
+      if ((f[F_MONTH] >= 0 && f[F_MONTH] != dm) || (f[F_DAY] >= 0 && f[F_DAY] != dd)) return E_DOY_CONFLICT;
       month = dm, day = dd;
     } else {
-      month = f.month >= 0 ? f.month : now_d.month;
-      day = f.day >= 0 ? f.day : 1;
+      month = f[F_MONTH] >= 0 ? f[F_MONTH] : now_d.month;
+      day = f[F_DAY] >= 0 ? f[F_DAY] : 1;
     }
   }
-  if (year == 0 || year < -4712 || year > 9999) return E_RANGE_YEAR;
-  if (day > days_in_month(year, month) || (year == 1582 && month == 10 && day >= 5 && day <= 14))
+  // Every month has 28 days: the month's length is needed only past them.
+  if ((day > 28 && day > days_in_month(year, month)) || (year == 1582 && month == 10 && day >= 5 && day <= 14))
     return E_BAD_DAY_FOR_MONTH;
   int32_t hour = 0;
-  if (f.hour24 >= 0) hour = f.hour24;
-  else if (f.hour12 >= 0) hour = f.meridian < 0 ? f.hour12 : f.hour12 % 12 + 12 * f.meridian;
-  else if (f.meridian == 1) hour = 12;
-  int32_t minute = f.minute >= 0 ? f.minute : 0;
-  int32_t second = f.second >= 0 ? f.second : 0;
-  if (f.sssss >= 0) {
-    int32_t h = f.sssss / 3600, m = f.sssss % 3600 / 60, s = f.sssss % 60;
-    if ((f.hour24 >= 0 || f.hour12 >= 0) && h != hour) return E_SSSSS_HOUR;
-    if (f.minute >= 0 && m != minute) return E_SSSSS_MINUTE;
-    if (f.second >= 0 && s != second) return E_SSSSS_SECOND;
+  if (f[F_HOUR24] >= 0) hour = f[F_HOUR24];
+  else if (f[F_HOUR12] >= 0) hour = f[F_MERIDIAN] < 0 ? f[F_HOUR12] : f[F_HOUR12] % 12 + 12 * f[F_MERIDIAN];
+  else if (f[F_MERIDIAN] == 1) hour = 12;
+  int32_t minute = f[F_MINUTE] >= 0 ? f[F_MINUTE] : 0;
+  int32_t second = f[F_SECOND] >= 0 ? f[F_SECOND] : 0;
+  if (f[F_SSSSS] >= 0) {
+    int32_t h = f[F_SSSSS] / 3600, m = f[F_SSSSS] % 3600 / 60, s = f[F_SSSSS] % 60;
+    if ((f[F_HOUR24] >= 0 || f[F_HOUR12] >= 0) && h != hour) return E_SSSSS_HOUR;
+    if (f[F_MINUTE] >= 0 && m != minute) return E_SSSSS_MINUTE;
+    if (f[F_SECOND] >= 0 && s != second) return E_SSSSS_SECOND;
     hour = h, minute = m, second = s;
   }
-  if (f.wday_sun >= 0 && dow(ctj(year, month, day), 0) - 1 != f.wday_sun) return E_WEEKDAY_CONFLICT;
+  if (f[F_WDAY] >= 0 && dow(ctj(year, month, day), 0) - 1 != f[F_WDAY]) return E_WEEKDAY_CONFLICT;
   out->year = static_cast<int16_t>(year);
   out->month = static_cast<int8_t>(month);
   out->day = static_cast<int8_t>(day);
@@ -495,8 +761,13 @@ int32_t parse_date(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, co
   uint8_t buf[kCompiledMax];
   int32_t err = 0;
   size_t mlen;
-  const uint8_t *m = resolve_model(ctx, fmt, fmtlen, true, buf, sizeof buf, &mlen, &err);
-  if (err) return err;
+  const uint8_t *m = compiled_model(fmt, fmtlen);
+  if (m) {
+    mlen = fmtlen;
+  } else {
+    m = resolve_model(ctx, fmt, fmtlen, true, buf, sizeof buf, &mlen, &err);
+    if (err) return err;
+  }
   const ldx_territory_view &v = view(ctx);
   const bool ebcdic_model = m[1] & kHdrEbcdic;
   // EBCDIC text is read through its ASCII image.
@@ -511,8 +782,12 @@ int32_t parse_date(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, co
   Reader r{Cursor{t, txtlen, 0}, v};
   Fields f;
   const int32_t v_first_day = v.first_day;
-  if ((m[1] & kHdrFixed) && !v.ebcdic) {
-    if (read_fixed(m, mlen, t, txtlen, v_first_day, &f)) return assemble(v, f, out);
+  if ((m[1] & (kHdrFixed | kHdrEbcdic)) == kHdrFixed && !v.ebcdic) {
+    if (const Plan *p = plan_for(m, mlen)) {
+      if (read_plan(*p, t, txtlen, v_first_day, f)) return p->simple ? assemble_simple(f, out) : assemble(v, f, out);
+    } else if (read_fixed(m, mlen, t, txtlen, v_first_day, f)) {
+      return assemble(v, f, out);
+    }
     f = Fields{};
   }
   // The hot loop keeps the text position in a register; the slower readers
