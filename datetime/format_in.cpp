@@ -510,7 +510,11 @@ struct Plan {
   uint8_t mlen;          // 0: free entry
   uint8_t textlen;       // 0: the model has no plan (read_fixed serves it)
   uint8_t nfields;
-  bool simple;           // full year, month and day; hour, minute, second at most
+  // Simple plans (read_simple): a full year, a month and a day, and at most
+  // an hour (HH24), a minute and a second, each once. Offsets of those
+  // fields; 0xFF for a time field the model lacks.
+  bool simple;
+  uint8_t oy, om, od, oh, omi, os;
   uint8_t model[64];
   Field fields[16];
 };
@@ -547,6 +551,8 @@ bool make_plan(const uint8_t *m, size_t mlen, Plan &p) {
   size_t pos = 0, nf = 0;
   bool ended = false;
   uint64_t seen = 0;
+  bool twice = false;
+  uint8_t off[64];
   for (size_t i = 2; i < mlen; i += 2) {
     const uint8_t b = m[i];
     if (b == 0) {
@@ -564,7 +570,9 @@ bool make_plan(const uint8_t *m, size_t mlen, Plan &p) {
     if (e.width == 0 || pos + e.width > kPlanTextMax || nf == sizeof p.fields / sizeof p.fields[0]) return false;
     for (size_t k = 0; k < e.width; ++k) lo[pos + k] = '0', span[pos + k] = 9;
     p.fields[nf++] = {static_cast<uint8_t>(pos), e.width, e.slot, e.kslot, e.kval, b == C_D, e.min, e.span};
+    twice |= (seen >> b) & 1;
     seen |= uint64_t{1} << b;
+    off[b] = static_cast<uint8_t>(pos);
     pos += e.width;
   }
   if (!ended || pos < kPlanTextMin) return false;
@@ -579,7 +587,17 @@ bool make_plan(const uint8_t *m, size_t mlen, Plan &p) {
                                (uint64_t{1} << C_DD) | (uint64_t{1} << C_HH24) | (uint64_t{1} << C_MI) |
                                (uint64_t{1} << C_SS);
   constexpr uint64_t kYear = (uint64_t{1} << C_YYYY) | (uint64_t{1} << C_RRRR);
-  p.simple = (seen & ~kSimple) == 0 && (seen & kYear) && (seen >> C_MM & 1) && (seen >> C_DD & 1);
+  p.simple = !twice && (seen & ~kSimple) == 0 && (seen & kYear) && (seen & kYear) != kYear &&
+             (seen >> C_MM & 1) && (seen >> C_DD & 1);
+  if (p.simple) {
+    auto at = [&](int32_t code) { return (seen >> code & 1) ? off[code] : uint8_t{0xFF}; };
+    p.oy = (seen >> C_YYYY & 1) ? off[C_YYYY] : off[C_RRRR];
+    p.om = off[C_MM];
+    p.od = off[C_DD];
+    p.oh = at(C_HH24);
+    p.omi = at(C_MI);
+    p.os = at(C_SS);
+  }
   p.textlen = static_cast<uint8_t>(pos);
   p.nfields = static_cast<uint8_t>(nf);
   return true;
@@ -639,14 +657,20 @@ const Plan *plan_for(const uint8_t *m, size_t mlen) {
 }
 
 // Reads text by a plan; false (fields spoiled) where read_fixed would fail.
-bool read_plan(const Plan &p, const uint8_t *t, size_t n, int32_t first_day, Fields &f) {
+// Every byte of the text (of the plan's length) a digit where the model has
+// a number and the model's separator where it has one.
+inline bool text_fits(const Plan &p, const uint8_t *t, size_t n) {
   if (n != p.textlen) return false;
   U8x16 b;
   U8x16 a = load_windows(t, n, &b);
   auto bad = ((a - p.lo[0]) > p.span[0]) | ((b - p.lo[1]) > p.span[1]);
   uint64_t w[2];
   std::memcpy(w, &bad, 16);
-  if (w[0] | w[1]) return false;
+  return (w[0] | w[1]) == 0;
+}
+
+bool read_plan(const Plan &p, const uint8_t *t, size_t n, int32_t first_day, Fields &f) {
+  if (!text_fits(p, t, n)) return false;
   for (size_t i = 0; i < p.nfields; ++i) {
     const Plan::Field &e = p.fields[i];
     const uint8_t *d = t + e.off;
@@ -667,20 +691,36 @@ bool read_plan(const Plan &p, const uint8_t *t, size_t n, int32_t first_day, Fie
   return true;
 }
 
-// assemble() for the fields of a simple plan: a full year of 0 ... 9999, a
-// month and a day already in range, and nothing that could conflict.
-inline int32_t assemble_simple(const Fields &f, ldxdate *out) {
-  const int32_t year = f[F_YEAR], month = f[F_MONTH], day = f[F_DAY];
-  if (year == 0) return E_RANGE_YEAR;
-  if ((day > 28 && day > days_in_month(year, month)) || (year == 1582 && month == 10 && day >= 5 && day <= 14))
-    return E_BAD_DAY_FOR_MONTH;
-  out->year = static_cast<int16_t>(year);
-  out->month = static_cast<int8_t>(month);
-  out->day = static_cast<int8_t>(day);
-  out->hour = static_cast<int8_t>(f[F_HOUR24] < 0 ? 0 : f[F_HOUR24]);
-  out->minute = static_cast<int8_t>(f[F_MINUTE] < 0 ? 0 : f[F_MINUTE]);
-  out->second = static_cast<int8_t>(f[F_SECOND] < 0 ? 0 : f[F_SECOND]);
-  return 0;
+inline uint32_t two_digits(const uint8_t *d) { return d[0] * 10u + d[1] - '0' * 11u; }
+
+// read_plan and assemble in one for a simple plan, whose text fits: false
+// when a value is out of range (the general reader then names the error),
+// else true with *err = 0 or the error assemble would give. Digits are known
+// good, so values are taken without checks, and nothing can conflict: the
+// year is full (0 ... 9999), month and day are given, hours are HH24.
+inline bool read_simple(const Plan &p, const uint8_t *t, ldxdate *out, int32_t *err) {
+  const uint8_t *y = t + p.oy;
+  const int32_t year = static_cast<int32_t>(two_digits(y) * 100 + two_digits(y + 2));
+  const uint32_t month = two_digits(t + p.om), day = two_digits(t + p.od);
+  const uint32_t hour = p.oh != 0xFF ? two_digits(t + p.oh) : 0;
+  const uint32_t minute = p.omi != 0xFF ? two_digits(t + p.omi) : 0;
+  const uint32_t second = p.os != 0xFF ? two_digits(t + p.os) : 0;
+  if (month - 1 > 11 || day - 1 > 30 || hour > 23 || minute > 59 || second > 59) return false;
+  if (year == 0) {
+    *err = E_RANGE_YEAR;
+  } else if ((day > 28 && static_cast<int32_t>(day) > days_in_month(year, static_cast<int32_t>(month))) ||
+             (year == 1582 && month == 10 && day >= 5 && day <= 14)) {
+    *err = E_BAD_DAY_FOR_MONTH;
+  } else {
+    *err = 0;
+    out->year = static_cast<int16_t>(year);
+    out->month = static_cast<int8_t>(month);
+    out->day = static_cast<int8_t>(day);
+    out->hour = static_cast<int8_t>(hour);
+    out->minute = static_cast<int8_t>(minute);
+    out->second = static_cast<int8_t>(second);
+  }
+  return true;
 }
 
 int32_t window(int32_t t, int32_t r) {
@@ -756,8 +796,29 @@ int32_t assemble(const ldx_territory_view &v, Fields &f, ldxdate *out) {
 
 }  // namespace
 
-int32_t parse_date(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, const char *fmt,
-                   size_t fmtlen) {
+namespace {
+
+// The readers of fixed models, in order of speed: a simple plan, any plan,
+// the walk of read_fixed. True when one of them took the text (*err = 0 or
+// the error), false to leave it to the general reader.
+bool parse_fixed(const ldx_territory_view &v, const uint8_t *m, size_t mlen, const uint8_t *t, size_t n,
+                 ldxdate *out, int32_t *err) {
+  const Plan *p = plan_for(m, mlen);
+  if (p && p->simple) return text_fits(*p, t, n) && read_simple(*p, t, out, err);
+  Fields f;
+  if (p) {
+    if (!read_plan(*p, t, n, v.first_day, f)) return false;
+  } else if (!read_fixed(m, mlen, t, n, v.first_day, f)) {
+    return false;
+  }
+  *err = assemble(v, f, out);
+  return true;
+}
+
+// The general reader: model text or the default, EBCDIC, and text in any
+// layout the model accepts.
+[[gnu::noinline]] int32_t parse_general(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen,
+                                        const char *fmt, size_t fmtlen, bool fixed_tried) {
   uint8_t buf[kCompiledMax];
   int32_t err = 0;
   size_t mlen;
@@ -779,17 +840,12 @@ int32_t parse_date(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, co
     for (size_t i = 0; i < txtlen; ++i) conv[i] = kEbcdicToAscii[t[i]];
     t = conv;
   }
+  if (!fixed_tried && (m[1] & (kHdrFixed | kHdrEbcdic)) == kHdrFixed && !v.ebcdic) {
+    if (parse_fixed(v, m, mlen, t, txtlen, out, &err)) return err;
+  }
   Reader r{Cursor{t, txtlen, 0}, v};
   Fields f;
   const int32_t v_first_day = v.first_day;
-  if ((m[1] & (kHdrFixed | kHdrEbcdic)) == kHdrFixed && !v.ebcdic) {
-    if (const Plan *p = plan_for(m, mlen)) {
-      if (read_plan(*p, t, txtlen, v_first_day, f)) return p->simple ? assemble_simple(f, out) : assemble(v, f, out);
-    } else if (read_fixed(m, mlen, t, txtlen, v_first_day, f)) {
-      return assemble(v, f, out);
-    }
-    f = Fields{};
-  }
   // The hot loop keeps the text position in a register; the slower readers
   // take the cursor and hand the position back.
   const size_t n = txtlen;
@@ -863,6 +919,21 @@ int32_t parse_date(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, co
   if (!r.fx) r.c.skip_blanks();
   if (!r.c.at_end()) return E_TEXT_LEFT;
   return assemble(v, f, out);
+}
+
+}  // namespace
+
+int32_t parse_date(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, const char *fmt,
+                   size_t fmtlen) {
+  // Compiled fixed models, the bulk of machine-made dates, go straight to
+  // the fixed readers.
+  const uint8_t *m = compiled_model(fmt, fmtlen);
+  if (m && txt && (m[1] & (kHdrFixed | kHdrEbcdic)) == kHdrFixed && !view(ctx).ebcdic) {
+    int32_t err;
+    if (parse_fixed(view(ctx), m, fmtlen, reinterpret_cast<const uint8_t *>(txt), txtlen, out, &err)) return err;
+    return parse_general(ctx, out, txt, txtlen, fmt, fmtlen, true);
+  }
+  return parse_general(ctx, out, txt, txtlen, fmt, fmtlen, false);
 }
 
 }  // namespace ldx_internal
