@@ -13,11 +13,17 @@
 // have their full width (unless in fill mode) and the whole model must be
 // read.
 //
-// Sections: text cursor / field readers / assembly / exported functions.
+// Text in exactly the layout of a fixed model (the common machine-made
+// dates: "YYYY-MM-DD HH24:MI:SS" and the like) takes a shorter way through
+// the fixed readers, which give the same results.
+//
+// Sections: text cursor / spelled numbers / field readers / fixed readers /
+// assembly / the readers' entry points / exported functions.
 #include <array>
 #include <cstring>
 
 #include "datetime/elements_impl.h"
+#include "datetime/fixed_impl.h"
 #include "datetime/format_impl.h"
 
 namespace ldx_internal {
@@ -60,17 +66,8 @@ struct Cursor {
   }
 };
 
-// The fields read so far, one slot each, so that a reader can file a value
-// by a slot number taken from a table. -1 = not read. The year slot holds
-// the value as read; F_YKIND says how to take it: 0 none, 1 ... 3 the last
-// digits of the current year, 'F' full year (negated after BC), 'S' signed
-// year, 'R' century window. F_WDAY is the weekday counted from Sunday = 0,
-// F_MERIDIAN 0 = AM, 1 = PM, F_BC 1 after a BC indicator. F_SINK takes the
-// stores a table row does not need.
-enum Slot : uint8_t {
-  F_YKIND, F_YEAR, F_MONTH, F_DAY, F_DOY, F_JDAY, F_HOUR24, F_HOUR12, F_MERIDIAN, F_MINUTE, F_SECOND,
-  F_SSSSS, F_WDAY, F_BC, F_SINK, kSlots
-};
+// The fields read so far, one slot each (Slot, fixed_impl.h), so that the
+// fixed readers file a value by a slot number taken from a table.
 struct Fields {
   int32_t v[16];
   static_assert(kSlots <= 16);
@@ -384,53 +381,14 @@ int32_t read_literal(Reader &r, const uint8_t *lit, size_t k, bool ebcdic_model)
   return 0;
 }
 
-// ------------------------------------------------------------ assembly
-
-// Reads text laid out exactly as a fixed model writes it: every number at
-// its full width, every separator the model's own. False (fields spoiled)
-// for anything else, which the general reader then takes on; it gives the
-// same result for text the fast reader accepts.
+// ------------------------------------------------------------ fixed readers
 //
-// Each number element is one row of kFixedIn, made from the attribute table:
-// its width, the slot its value goes to, and a second store that records how
-// a year was given. No per-element dispatch is left but the digit count.
-struct FixedIn {
-  uint8_t width;  // 0: not for this reader
-  uint8_t slot;
-  uint8_t kslot;  // slot of the second store (F_SINK for none)
-  uint8_t kval;   // value of the second store
-  int32_t min;
-  uint32_t span;  // max - min
-};
-constexpr std::array<FixedIn, 64> make_fixed_in() {
-  std::array<FixedIn, 64> t{};
-  struct Row {
-    int32_t code;
-    uint8_t slot, kslot, kval;
-  };
-  // RRRR read with all four digits is a full year.
-  constexpr Row rows[] = {
-      {C_Y, F_YEAR, F_YKIND, 1},     {C_YY, F_YEAR, F_YKIND, 2},     {C_YYY, F_YEAR, F_YKIND, 3},
-      {C_YYYY, F_YEAR, F_YKIND, 'F'}, {C_RRRR, F_YEAR, F_YKIND, 'F'}, {C_RR, F_YEAR, F_YKIND, 'R'},
-      {C_MM, F_MONTH, F_SINK, 0},    {C_D, F_WDAY, F_SINK, 0},       {C_DD, F_DAY, F_SINK, 0},
-      {C_DDD, F_DOY, F_SINK, 0},     {C_HH24, F_HOUR24, F_SINK, 0},  {C_HH, F_HOUR12, F_SINK, 0},
-      {C_MI, F_MINUTE, F_SINK, 0},   {C_SS, F_SECOND, F_SINK, 0},    {C_SSSSS, F_SSSSS, F_SINK, 0},
-      {C_J, F_JDAY, F_SINK, 0},
-  };
-  for (const Row &r : rows) {
-    const Attr &a = kAttrTable[r.code];
-    t[static_cast<size_t>(r.code)] = {a.width, r.slot, r.kslot, r.kval, a.min, static_cast<uint32_t>(a.max - a.min)};
-  }
-  return t;
-}
-constexpr auto kFixedIn = make_fixed_in();
-// A digit that is none reads as -1, which the range test below must refuse.
-constexpr bool mins_not_negative() {
-  for (const FixedIn &e : kFixedIn)
-    if (e.min < 0) return false;
-  return true;
-}
-static_assert(mins_not_negative());
+// Text laid out exactly as a fixed model writes it (every number at its
+// full width, every separator the model's own) is read without the general
+// matching: by the model's layout plan, or, for models without one, by a
+// walk of the model (read_fixed). They return false (fields spoiled) for
+// anything else, which the general reader then takes on; it gives the same
+// result for text the fast readers accept.
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "read_fixed packs digits little-endian");
 
@@ -459,6 +417,7 @@ static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "read_fixed packs digit
   return val;
 }
 
+// Walks the model over the text.
 bool read_fixed(const uint8_t *m, size_t mlen, const uint8_t *t, size_t n, int32_t first_day, Fields &f) {
   size_t pos = 0;
   for (size_t i = 2; i < mlen; i += 2) {
@@ -484,189 +443,16 @@ bool read_fixed(const uint8_t *m, size_t mlen, const uint8_t *t, size_t n, int32
   return false;
 }
 
-// ------------------------------------------------------------ layout plans
-
-// A fixed model fixes the text completely: its length, which bytes are
-// digits and which are the model's separators. A plan holds that as two
-// windows of byte bounds, so that one vector test checks every byte of the
-// text, and as a list of fields at fixed offsets, so that the values are
-// taken without walking the model. Making a plan costs a walk of the model;
-// each thread keeps plans for the last few fixed models it read, keyed by
-// the compiled bytes themselves, so a caller that compiles a model once and
-// reads many texts with it walks it once. A plan gives exactly what
-// read_fixed gives: it is made under the same rules and takes the same
-// values, only in a different order of checks.
-
-typedef uint8_t U8x16 __attribute__((vector_size(16)));
-
-struct Plan {
-  struct Field {
-    uint8_t off, width, slot, kslot, kval;
-    bool weekday;  // "D": counted from the territory's first day
-    int32_t min;
-    uint32_t span;
-  };
-  U8x16 lo[2], span[2];  // byte bounds of the two windows, see window_of
-  uint8_t mlen;          // 0: free entry
-  uint8_t textlen;       // 0: the model has no plan (read_fixed serves it)
-  uint8_t nfields;
-  // Simple plans (read_simple): a full year, a month and a day, and at most
-  // an hour (HH24), a minute and a second, each once. Offsets of those
-  // fields; 0xFF for a time field the model lacks.
-  bool simple;
-  uint8_t oy, om, od, oh, omi, os;
-  uint8_t model[64];
-  Field fields[16];
-};
-
-// The text is seen through two 16-byte windows: for 16 ... 32 bytes its first
-// and its last 16 (overlapping when shorter than 32); for 8 ... 15 bytes its
-// first and last 8 in one window, the second window unused (all zero).
-constexpr size_t kPlanTextMin = 8, kPlanTextMax = 32;
-
-// Text position seen by byte k of window w, or -1.
-int32_t window_of(size_t n, int w, int k) {
-  if (n >= 16) return w == 0 ? k : static_cast<int32_t>(n) - 16 + k;
-  if (w == 1) return -1;
-  return k < 8 ? k : static_cast<int32_t>(n) - 16 + k;
-}
-
-inline U8x16 load_windows(const uint8_t *t, size_t n, U8x16 *second) {
-  U8x16 a, b = {};
-  if (n >= 16) {
-    std::memcpy(&a, t, 16);
-    std::memcpy(&b, t + n - 16, 16);
-  } else {
-    std::memcpy(&a, t, 8);
-    std::memcpy(reinterpret_cast<uint8_t *>(&a) + 8, t + n - 8, 8);
-  }
-  *second = b;
-  return a;
-}
-
-// Makes the plan of a fixed model; false when the model is not one the plan
-// can serve (then read_fixed does, and answers alike).
-bool make_plan(const uint8_t *m, size_t mlen, Plan &p) {
-  uint8_t lo[kPlanTextMax] = {}, span[kPlanTextMax] = {};
-  size_t pos = 0, nf = 0;
-  bool ended = false;
-  uint64_t seen = 0;
-  bool twice = false;
-  uint8_t off[64];
-  for (size_t i = 2; i < mlen; i += 2) {
-    const uint8_t b = m[i];
-    if (b == 0) {
-      ended = true;
-      break;
-    }
-    if (i + 1 >= mlen) return false;
-    if (b == 0x81) {
-      if (pos >= kPlanTextMax) return false;
-      lo[pos++] = m[i + 1];
-      continue;
-    }
-    if (b >= kFixedIn.size() || (m[i + 1] & (LDX_FLAG_TH | LDX_FLAG_SP))) return false;
-    const FixedIn &e = kFixedIn[b];
-    if (e.width == 0 || pos + e.width > kPlanTextMax || nf == sizeof p.fields / sizeof p.fields[0]) return false;
-    for (size_t k = 0; k < e.width; ++k) lo[pos + k] = '0', span[pos + k] = 9;
-    p.fields[nf++] = {static_cast<uint8_t>(pos), e.width, e.slot, e.kslot, e.kval, b == C_D, e.min, e.span};
-    twice |= (seen >> b) & 1;
-    seen |= uint64_t{1} << b;
-    off[b] = static_cast<uint8_t>(pos);
-    pos += e.width;
-  }
-  if (!ended || pos < kPlanTextMin) return false;
-  for (int w = 0; w < 2; ++w) {
-    for (int k = 0; k < 16; ++k) {
-      int32_t at = window_of(pos, w, k);
-      p.lo[w][k] = at < 0 ? 0 : lo[at];
-      p.span[w][k] = at < 0 ? 0 : span[at];
-    }
-  }
-  constexpr uint64_t kSimple = (uint64_t{1} << C_YYYY) | (uint64_t{1} << C_RRRR) | (uint64_t{1} << C_MM) |
-                               (uint64_t{1} << C_DD) | (uint64_t{1} << C_HH24) | (uint64_t{1} << C_MI) |
-                               (uint64_t{1} << C_SS);
-  constexpr uint64_t kYear = (uint64_t{1} << C_YYYY) | (uint64_t{1} << C_RRRR);
-  p.simple = !twice && (seen & ~kSimple) == 0 && (seen & kYear) && (seen & kYear) != kYear &&
-             (seen >> C_MM & 1) && (seen >> C_DD & 1);
-  if (p.simple) {
-    auto at = [&](int32_t code) { return (seen >> code & 1) ? off[code] : uint8_t{0xFF}; };
-    p.oy = (seen >> C_YYYY & 1) ? off[C_YYYY] : off[C_RRRR];
-    p.om = off[C_MM];
-    p.od = off[C_DD];
-    p.oh = at(C_HH24);
-    p.omi = at(C_MI);
-    p.os = at(C_SS);
-  }
-  p.textlen = static_cast<uint8_t>(pos);
-  p.nfields = static_cast<uint8_t>(nf);
-  return true;
-}
-
-// Equal compiled models: whole words, the last one overlapping.
-inline bool same_model(const uint8_t *a, const uint8_t *b, size_t n) {
-  if (n < 8) return std::memcmp(a, b, n) == 0;
-  uint64_t diff = 0;
-  for (size_t i = 0; i + 8 < n; i += 8) {
-    uint64_t x, y;
-    std::memcpy(&x, a + i, 8);
-    std::memcpy(&y, b + i, 8);
-    diff |= x ^ y;
-  }
-  uint64_t x, y;
-  std::memcpy(&x, a + n - 8, 8);
-  std::memcpy(&y, b + n - 8, 8);
-  return (diff | (x ^ y)) == 0;
-}
-
-constexpr int kPlans = 4;
-struct PlanCache {
-  Plan plans[kPlans];
-  uint8_t last;  // the entry that served the last call
-  uint8_t next;  // the entry to replace next
-};
-thread_local PlanCache tl_plans;
-
-// The plan for a fixed model, made on first sight; null when the model has
-// none.
-const Plan *plan_for(const uint8_t *m, size_t mlen) {
-  if (mlen > sizeof Plan::model) return nullptr;
-  PlanCache &c = tl_plans;
-  const Plan *p = &c.plans[c.last];
-  if (p->mlen != mlen || !same_model(p->model, m, mlen)) {
-    p = nullptr;
-    for (uint8_t i = 0; i < kPlans; ++i) {
-      const Plan &q = c.plans[i];
-      if (q.mlen == mlen && same_model(q.model, m, mlen)) {
-        p = &q;
-        c.last = i;
-        break;
-      }
-    }
-    if (!p) {
-      Plan &q = c.plans[c.next];
-      c.last = c.next;
-      c.next = static_cast<uint8_t>((c.next + 1) % kPlans);
-      if (!make_plan(m, mlen, q)) q.textlen = 0;
-      std::memcpy(q.model, m, mlen);
-      q.mlen = static_cast<uint8_t>(mlen);
-      p = &q;
-    }
-  }
-  return p->textlen ? p : nullptr;
-}
-
-// Reads text by a plan; false (fields spoiled) where read_fixed would fail.
 // Every byte of the text (of the plan's length) a digit where the model has
 // a number and the model's separator where it has one.
 inline bool text_fits(const Plan &p, const uint8_t *t, size_t n) {
   if (n != p.textlen) return false;
-  U8x16 b;
-  U8x16 a = load_windows(t, n, &b);
-  auto bad = ((a - p.lo[0]) > p.span[0]) | ((b - p.lo[1]) > p.span[1]);
-  uint64_t w[2];
-  std::memcpy(w, &bad, 16);
-  return (w[0] | w[1]) == 0;
+  U8x16 w[2];
+  load_windows(t, n, w);
+  auto bad = ((w[0] - p.lo[0]) > p.span[0]) | ((w[1] - p.lo[1]) > p.span[1]);
+  uint64_t x[2];
+  std::memcpy(x, &bad, 16);
+  return (x[0] | x[1]) == 0;
 }
 
 bool read_plan(const Plan &p, const uint8_t *t, size_t n, int32_t first_day, Fields &f) {
@@ -722,6 +508,8 @@ inline bool read_simple(const Plan &p, const uint8_t *t, ldxdate *out, int32_t *
   }
   return true;
 }
+
+// ------------------------------------------------------------ assembly
 
 int32_t window(int32_t t, int32_t r) {
   int32_t k = t % 100, base = t - k;
@@ -794,9 +582,7 @@ int32_t assemble(const ldx_territory_view &v, Fields &f, ldxdate *out) {
   return 0;
 }
 
-}  // namespace
-
-namespace {
+// ------------------------------------------------------------ the readers' entry points
 
 // The readers of fixed models, in order of speed: a simple plan, any plan,
 // the walk of read_fixed. True when one of them took the text (*err = 0 or
@@ -815,21 +601,9 @@ bool parse_fixed(const ldx_territory_view &v, const uint8_t *m, size_t mlen, con
   return true;
 }
 
-// The general reader: model text or the default, EBCDIC, and text in any
-// layout the model accepts.
-[[gnu::noinline]] int32_t parse_general(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen,
-                                        const char *fmt, size_t fmtlen, bool fixed_tried) {
-  uint8_t buf[kCompiledMax];
-  int32_t err = 0;
-  size_t mlen;
-  const uint8_t *m = compiled_model(fmt, fmtlen);
-  if (m) {
-    mlen = fmtlen;
-  } else {
-    m = resolve_model(ctx, fmt, fmtlen, true, buf, sizeof buf, &mlen, &err);
-    if (err) return err;
-  }
-  const ldx_territory_view &v = view(ctx);
+// The general reader: EBCDIC, and text in any layout the model accepts.
+[[gnu::noinline]] int32_t parse_general(const ldx_territory_view &v, const uint8_t *m, size_t mlen, ldxdate *out,
+                                        const char *txt, size_t txtlen) {
   const bool ebcdic_model = m[1] & kHdrEbcdic;
   // EBCDIC text is read through its ASCII image.
   uint8_t conv[256];
@@ -839,9 +613,6 @@ bool parse_fixed(const ldx_territory_view &v, const uint8_t *m, size_t mlen, con
     if (txtlen > sizeof conv) return E_TEXT_LEFT;
     for (size_t i = 0; i < txtlen; ++i) conv[i] = kEbcdicToAscii[t[i]];
     t = conv;
-  }
-  if (!fixed_tried && (m[1] & (kHdrFixed | kHdrEbcdic)) == kHdrFixed && !v.ebcdic) {
-    if (parse_fixed(v, m, mlen, t, txtlen, out, &err)) return err;
   }
   Reader r{Cursor{t, txtlen, 0}, v};
   Fields f;
@@ -925,15 +696,23 @@ bool parse_fixed(const ldx_territory_view &v, const uint8_t *m, size_t mlen, con
 
 int32_t parse_date(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, const char *fmt,
                    size_t fmtlen) {
-  // Compiled fixed models, the bulk of machine-made dates, go straight to
-  // the fixed readers.
+  uint8_t buf[kCompiledMax];
+  size_t mlen;
+  int32_t err = 0;
   const uint8_t *m = compiled_model(fmt, fmtlen);
-  if (m && txt && (m[1] & (kHdrFixed | kHdrEbcdic)) == kHdrFixed && !view(ctx).ebcdic) {
-    int32_t err;
-    if (parse_fixed(view(ctx), m, fmtlen, reinterpret_cast<const uint8_t *>(txt), txtlen, out, &err)) return err;
-    return parse_general(ctx, out, txt, txtlen, fmt, fmtlen, true);
+  if (m) {
+    mlen = fmtlen;
+  } else {
+    m = resolve_model(ctx, fmt, fmtlen, true, buf, sizeof buf, &mlen, &err);
+    if (err) return err;
   }
-  return parse_general(ctx, out, txt, txtlen, fmt, fmtlen, false);
+  const ldx_territory_view &v = view(ctx);
+  // Fixed models, the bulk of machine-made dates, try the fixed readers
+  // first.
+  if (txt && (m[1] & (kHdrFixed | kHdrEbcdic)) == kHdrFixed && !v.ebcdic &&
+      parse_fixed(v, m, mlen, reinterpret_cast<const uint8_t *>(txt), txtlen, out, &err))
+    return err;
+  return parse_general(v, m, mlen, out, txt, txtlen);
 }
 
 }  // namespace ldx_internal

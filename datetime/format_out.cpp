@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "datetime/elements_impl.h"
+#include "datetime/fixed_impl.h"
 #include "datetime/format_impl.h"
 
 namespace ldx_internal {
@@ -372,6 +373,23 @@ int32_t invalid_date(const ldxdate &d) {
   return 0;
 }
 
+// Writes a valid date by the simple plan of a fixed model: the plan's text
+// with every digit '0', then the fields over it. The caller has checked
+// that the text fits.
+inline void write_simple(const Plan &p, const ldxdate &d, char *out) {
+  const size_t n = p.textlen;
+  store_windows(p.lo, n, out);
+  auto two = [out](uint8_t off, uint32_t v) { std::memcpy(out + off, kPairs + 2 * v, 2); };
+  const uint32_t ay = static_cast<uint32_t>(d.year < 0 ? -d.year : d.year);
+  two(p.oy, ay / 100);
+  two(static_cast<uint8_t>(p.oy + 2), ay % 100);
+  two(p.om, static_cast<uint32_t>(d.month));
+  two(p.od, static_cast<uint32_t>(d.day));
+  if (p.oh != 0xFF) two(p.oh, static_cast<uint32_t>(d.hour));
+  if (p.omi != 0xFF) two(p.omi, static_cast<uint32_t>(d.minute));
+  if (p.os != 0xFF) two(p.os, static_cast<uint32_t>(d.second));
+}
+
 // Writes a date by a fixed model (plain number elements at their full width
 // and one-byte separators, see kHdrFixed) straight into the caller's buffer.
 // -1 leaves the work to the general writer: an element this writer does not
@@ -489,6 +507,11 @@ int32_t format_date(ldxctx *ctx, char *out, size_t outsz, const ldxdate *d, cons
   if ((*err = invalid_date(*d))) return -1;
   const ldx_territory_view &v = view(ctx);
   if ((m[1] & (kHdrFixed | kHdrEbcdic)) == kHdrFixed && !v.ebcdic) {
+    const Plan *p = plan_for(m, mlen);
+    if (p && p->simple && !p->fill && outsz >= p->textlen) {
+      write_simple(*p, *d, out);
+      return p->textlen;
+    }
     int32_t n = write_fixed(m, mlen, *d, out, outsz);
     if (n >= 0) return n;
   }
