@@ -257,13 +257,18 @@ TEST(DateFixedLayout, OneBufferRecompiledWithOtherModels) {
       {"YYYY-MM-DD HH24:MI:SS", "2024-02-29 13:45:59", "2024-02-29 13:45:59/7"},
   };
   uint8_t buf[64];
+  std::memset(buf, 0x81, sizeof buf);
   for (const auto &k : cases) {
     SCOPED_TRACE(k.model);
     size_t n = ldxsti(&c, k.model, std::strlen(k.model), buf, sizeof buf);
     ASSERT_GT(n, 0u);
-    ldxdate d{1, 2, 3, 4, 5, 6, 7};
-    int32_t r = ldxsto(&c, &d, k.text, std::strlen(k.text), reinterpret_cast<const char *>(buf), n, LDX_OPT_ERRNUM);
-    EXPECT_EQ(r ? "error " + std::to_string(r) : str(d), k.want);
+    // The model's own length, and the whole buffer with what an earlier,
+    // longer model left behind its end.
+    for (size_t len : {n, sizeof buf}) {
+      ldxdate d{1, 2, 3, 4, 5, 6, 7};
+      int32_t r = ldxsto(&c, &d, k.text, std::strlen(k.text), reinterpret_cast<const char *>(buf), len, LDX_OPT_ERRNUM);
+      EXPECT_EQ(r ? "error " + std::to_string(r) : str(d), k.want) << len;
+    }
   }
 }
 
