@@ -17,6 +17,7 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "datetime/ldx_impl.h"
@@ -350,6 +351,67 @@ TEST(DateFixedLayout, WriterAgreesWithTheGeneralWriter) {
     }
   }
   EXPECT_GT(compared, 30000);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(DateFixedLayout, ThreadsKeepTheirOwnPlans) {
+  // Each thread keeps plans of its own: threads reading and writing with
+  // many models at once (more than a thread keeps) get what one thread
+  // alone gets, and a date read and written again reads back the same.
+  PinNow pin;
+  Recorder rec;
+  ldxctx c{};
+  ASSERT_EQ(ldxbegin(&c, nullptr, record, &rec), 0);
+  std::mt19937 g(3);
+  std::vector<Model> models;
+  for (int i = 0; i < 12; ++i) models.push_back(make_model(g, &c));
+  rec.errs.clear();
+  struct Case {
+    size_t model;
+    std::string text;
+    int32_t r;
+    std::string date;
+  };
+  std::vector<Case> cases;
+  for (int i = 0; i < 600; ++i) {
+    const size_t mi = g() % models.size();
+    const Model &m = models[mi];
+    std::string t = g() % 2 ? edge_text(g, m) : std::string(m.textlen, '1');
+    ldxdate d{1, 2, 3, 4, 5, 6, 7};
+    int32_t r = ldxsto(&c, &d, t.data(), t.size(), reinterpret_cast<const char *>(m.slow.data()), m.slow.size(),
+                       LDX_OPT_ERRNUM);
+    cases.push_back({mi, t, r, str(d)});
+  }
+  std::vector<int> bad(4, 0);
+  std::vector<std::thread> threads;
+  for (int k = 0; k < 4; ++k) {
+    threads.emplace_back([&, k] {
+      for (int round = 0; round < 20; ++round) {
+        for (size_t i = static_cast<size_t>(k); i < cases.size(); i += 3) {
+          const Case &x = cases[i];
+          const Model &m = models[x.model];
+          ldxdate d{1, 2, 3, 4, 5, 6, 7};
+          int32_t r = ldxsto(&c, &d, x.text.data(), x.text.size(), reinterpret_cast<const char *>(m.fast.data()),
+                             m.fast.size(), LDX_OPT_ERRNUM);
+          if (r != x.r || str(d) != x.date) ++bad[static_cast<size_t>(k)];
+          if (r == 0) {
+            char out[64];
+            int32_t n = ldxdts(&c, out, sizeof out, &d, reinterpret_cast<const char *>(m.fast.data()), m.fast.size());
+            ldxdate back{1, 2, 3, 4, 5, 6, 7};
+            if (n < 0 || ldxsto(&c, &back, out, static_cast<size_t>(n), reinterpret_cast<const char *>(m.fast.data()),
+                                m.fast.size(), LDX_OPT_ERRNUM) != 0 || str(back) != x.date)
+              ++bad[static_cast<size_t>(k)];
+          }
+        }
+      }
+    });
+  }
+  for (std::thread &t : threads) t.join();
+  EXPECT_EQ(bad, std::vector<int>(4, 0));
+  EXPECT_TRUE(rec.errs.empty());
 }
 
 }  // namespace
