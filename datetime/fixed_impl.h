@@ -29,7 +29,8 @@ enum Slot : uint8_t {
 
 // Each number element is one row of kFixedIn, made from the attribute table:
 // its width, the slot its value goes to, and a second store that records how
-// a year was given. The readers need no per-element dispatch but the digit count.
+// a year was given. The readers need no per-element dispatch but the digit
+// count.
 struct FixedIn {
   uint8_t width;  // 0: not for this reader
   uint8_t slot;
@@ -85,6 +86,7 @@ static_assert(mins_not_negative());
 typedef uint8_t U8x16 __attribute__((vector_size(16)));
 
 struct Plan {
+  // The number elements in model order: their kFixedIn rows and offsets.
   struct Field {
     uint8_t off, width, slot, kslot, kval;
     bool weekday;  // "D": counted from the territory's first day

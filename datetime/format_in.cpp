@@ -479,6 +479,15 @@ bool read_plan(const Plan &p, const uint8_t *t, size_t n, int32_t first_day, Fie
 
 inline uint32_t two_digits(const uint8_t *d) { return d[0] * 10u + d[1] - '0' * 11u; }
 
+// v inside the input range of element C.
+template <int32_t C>
+constexpr bool in_range(uint32_t v) {
+  return v - static_cast<uint32_t>(kAttrTable[C].min) <= static_cast<uint32_t>(kAttrTable[C].max - kAttrTable[C].min);
+}
+static_assert(kAttrTable[C_YYYY].min == 0 && kAttrTable[C_YYYY].max == 9999 && kAttrTable[C_RRRR].min == 0 &&
+                  kAttrTable[C_RRRR].max == 9999,
+              "read_simple takes any four digits as a year");
+
 // read_plan and assemble in one for a simple plan, whose text fits: false
 // when a value is out of range (the general reader then names the error),
 // else true with *err = 0 or the error assemble would give. Digits are known
@@ -491,7 +500,9 @@ inline bool read_simple(const Plan &p, const uint8_t *t, ldxdate *out, int32_t *
   const uint32_t hour = p.oh != 0xFF ? two_digits(t + p.oh) : 0;
   const uint32_t minute = p.omi != 0xFF ? two_digits(t + p.omi) : 0;
   const uint32_t second = p.os != 0xFF ? two_digits(t + p.os) : 0;
-  if (month - 1 > 11 || day - 1 > 30 || hour > 23 || minute > 59 || second > 59) return false;
+  if (!in_range<C_MM>(month) || !in_range<C_DD>(day) || !in_range<C_HH24>(hour) || !in_range<C_MI>(minute) ||
+      !in_range<C_SS>(second))
+    return false;
   if (year == 0) {
     *err = E_RANGE_YEAR;
   } else if ((day > 28 && static_cast<int32_t>(day) > days_in_month(year, static_cast<int32_t>(month))) ||
