@@ -2,6 +2,7 @@
 // fixed_impl.h): making a plan from a compiled model, and finding the plan
 // of a model again.
 #include "datetime/fixed_impl.h"
+#include "datetime/format_impl.h"
 
 namespace ldx_internal {
 
@@ -71,64 +72,35 @@ bool make_plan(const uint8_t *m, size_t mlen, Plan &p, size_t *klen) {
   return true;
 }
 
-// Equal bytes (n >= 3, as every compiled model): whole 16-byte blocks and an
-// overlapping last block, or two overlapping words below 16 bytes.
-inline bool same_bytes(const uint8_t *a, const uint8_t *b, size_t n) {
-  if (n < 8) return std::memcmp(a, b, n) == 0;
-  if (n < 16) {
-    uint64_t x0, y0, x1, y1;
-    std::memcpy(&x0, a, 8);
-    std::memcpy(&y0, b, 8);
-    std::memcpy(&x1, a + n - 8, 8);
-    std::memcpy(&y1, b + n - 8, 8);
-    return ((x0 ^ y0) | (x1 ^ y1)) == 0;
-  }
-  U8x16 diff = {};
-  for (size_t i = 0; i + 16 < n; i += 16) {
-    U8x16 x, y;
-    std::memcpy(&x, a + i, 16);
-    std::memcpy(&y, b + i, 16);
-    diff |= x ^ y;
-  }
-  U8x16 x, y;
-  std::memcpy(&x, a + n - 16, 16);
-  std::memcpy(&y, b + n - 16, 16);
-  diff |= x ^ y;
-  uint64_t w[2];
-  std::memcpy(w, &diff, 16);
-  return (w[0] | w[1]) == 0;
-}
-
 // A plan entry is kept by the model up to its terminator, so that a caller
 // passing the whole buffer the model was compiled into still finds it. An
 // entry saying "no plan" may be kept by a prefix only: taking it for another
 // model costs that model its plan, never a wrong answer.
 inline bool entry_for(const Plan &e, const uint8_t *m, size_t mlen) {
-  return e.klen && e.klen <= mlen && same_bytes(e.model, m, e.klen);
+  return e.klen && e.klen <= mlen && equal_bytes(e.model, m, e.klen);
+}
+
+// The first bytes of a model (at most 8): entries whose tag differs need
+// no closer look, so finding one of several models costs a few compares.
+inline uint64_t model_tag(const uint8_t *m, size_t n) {
+  if (n >= 8) return load_word(m);
+  uint64_t t = 0;
+  for (size_t i = 0; i < n; ++i) t |= uint64_t{m[i]} << (8 * i);
+  return t;
 }
 
 constexpr int kPlans = 4;
 struct PlanSet {
+  uint64_t tags[kPlans];
   Plan plans[kPlans];
-  uint8_t last;  // the entry that served the last call
   uint8_t next;  // the entry to replace next
 };
 thread_local PlanSet tl_plans;
 
-}  // namespace
-
-namespace {
-
-// The other entries, and a new plan when none serves.
-[[gnu::noinline]] const Plan *find_or_make(PlanSet &c, const uint8_t *m, size_t mlen) {
-  for (uint8_t i = 0; i < kPlans; ++i) {
-    if (entry_for(c.plans[i], m, mlen)) {
-      c.last = i;
-      return &c.plans[i];
-    }
-  }
+// A new plan in place of the oldest entry.
+[[gnu::noinline]] const Plan *make_entry(PlanSet &c, const uint8_t *m, size_t mlen, uint64_t tag) {
   Plan &q = c.plans[c.next];
-  c.last = c.next;
+  c.tags[c.next] = tag;
   c.next = static_cast<uint8_t>((c.next + 1) % kPlans);
   size_t klen = 0;
   if (!make_plan(m, mlen, q, &klen)) {
@@ -144,8 +116,15 @@ namespace {
 
 const Plan *plan_for(const uint8_t *m, size_t mlen) {
   PlanSet &c = tl_plans;
-  const Plan *p = &c.plans[c.last];
-  if (!entry_for(*p, m, mlen)) p = find_or_make(c, m, mlen);
+  const uint64_t tag = model_tag(m, mlen);
+  const Plan *p = nullptr;
+  for (int i = 0; i < kPlans; ++i) {
+    if (c.tags[i] == tag && entry_for(c.plans[i], m, mlen)) {
+      p = &c.plans[i];
+      break;
+    }
+  }
+  if (!p) p = make_entry(c, m, mlen, tag);
   return p->textlen ? p : nullptr;
 }
 

@@ -2,6 +2,8 @@
 #ifndef KEL_DATETIME_FORMAT_IMPL_H
 #define KEL_DATETIME_FORMAT_IMPL_H
 
+#include <cstring>
+
 #include "datetime/ldx_impl.h"
 
 namespace ldx_internal {
@@ -24,6 +26,25 @@ inline const uint8_t *compiled_model(const char *fmt, size_t fmtlen) {
   if (!fmt || fmtlen < 3 || m[0] != 0 || (m[1] & ~(kHdrBase | kHdrEbcdic | kHdrFixed)) != 0 || !(m[1] & kHdrBase))
     return nullptr;
   return m;
+}
+
+// Equal byte strings of n bytes, for the short keys of the per-thread model
+// caches: 8-byte words and an overlapping last word, no library call.
+inline uint64_t load_word(const uint8_t *p) {
+  uint64_t w;
+  std::memcpy(&w, p, 8);
+  return w;
+}
+inline bool equal_bytes(const void *a, const void *b, size_t n) {
+  const uint8_t *x = static_cast<const uint8_t *>(a), *y = static_cast<const uint8_t *>(b);
+  if (n < 8) {
+    for (size_t i = 0; i < n; ++i)
+      if (x[i] != y[i]) return false;
+    return true;
+  }
+  for (size_t i = 0; i + 8 < n; i += 8)
+    if (load_word(x + i) != load_word(y + i)) return false;
+  return load_word(x + n - 8) == load_word(y + n - 8);
 }
 
 // Codes a compiled model may hold: every element but FM and DL/DS/TS, which

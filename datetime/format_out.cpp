@@ -469,7 +469,7 @@ const uint8_t *resolve_model(ldxctx *ctx, const char *fmt, size_t fmtlen, bool i
   const bool ebcdic = view(ctx).ebcdic;
   if (fmtlen <= sizeof ModelCache::text) {
     ModelCache &c = tl_models[input ? 1 : 0];
-    if (c.clen && c.len == fmtlen && c.ebcdic == ebcdic && std::memcmp(c.text, fmt, fmtlen) == 0) {
+    if (c.clen && c.len == fmtlen && c.ebcdic == ebcdic && equal_bytes(c.text, fmt, fmtlen)) {
       *mlen = c.clen;
       return c.compiled;
     }
