@@ -19,7 +19,6 @@
 //
 // Sections: text cursor / spelled numbers / field readers / fixed readers /
 // assembly / the readers' entry points / exported functions.
-#include <array>
 #include <cstring>
 
 #include "datetime/elements_impl.h"
