@@ -2,6 +2,8 @@
 #ifndef KEL_DATETIME_FORMAT_IMPL_H
 #define KEL_DATETIME_FORMAT_IMPL_H
 
+#include <cstring>
+
 #include "datetime/ldx_impl.h"
 
 namespace ldx_internal {
@@ -15,6 +17,35 @@ constexpr size_t kCompiledMax = 2 * kModelLimit + 8;
 // *mlen receives the bytes the model may occupy (walkers stay inside them).
 const uint8_t *resolve_model(ldxctx *ctx, const char *fmt, size_t fmtlen, bool input, uint8_t *buf,
                              size_t bufsz, size_t *mlen, int32_t *err);
+
+// A compiled model passed by the caller whose header is sound, or null for
+// anything else (model text, the default, a bad header), which
+// resolve_model then takes on. Inline: the hot callers pass compiled models.
+inline const uint8_t *compiled_model(const char *fmt, size_t fmtlen) {
+  const uint8_t *m = reinterpret_cast<const uint8_t *>(fmt);
+  if (!fmt || fmtlen < 3 || m[0] != 0 || (m[1] & ~(kHdrBase | kHdrEbcdic | kHdrFixed)) != 0 || !(m[1] & kHdrBase))
+    return nullptr;
+  return m;
+}
+
+// Equal byte strings of n bytes, for the short keys of the per-thread model
+// caches: 8-byte words and an overlapping last word, no library call.
+inline uint64_t load_word(const uint8_t *p) {
+  uint64_t w;
+  std::memcpy(&w, p, 8);
+  return w;
+}
+inline bool equal_bytes(const void *a, const void *b, size_t n) {
+  const uint8_t *x = static_cast<const uint8_t *>(a), *y = static_cast<const uint8_t *>(b);
+  if (n < 8) {
+    for (size_t i = 0; i < n; ++i)
+      if (x[i] != y[i]) return false;
+    return true;
+  }
+  for (size_t i = 0; i + 8 < n; i += 8)
+    if (load_word(x + i) != load_word(y + i)) return false;
+  return load_word(x + n - 8) == load_word(y + n - 8);
+}
 
 // Codes a compiled model may hold: every element but FM and DL/DS/TS, which
 // the compiler resolves.

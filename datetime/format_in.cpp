@@ -13,10 +13,16 @@
 // have their full width (unless in fill mode) and the whole model must be
 // read.
 //
-// Sections: text cursor / field readers / assembly / exported functions.
+// Text in exactly the layout of a fixed model (the common machine-made
+// dates: "YYYY-MM-DD HH24:MI:SS" and the like) takes a shorter way through
+// the fixed readers, which give the same results.
+//
+// Sections: text cursor / spelled numbers / field readers / fixed readers /
+// assembly / the readers' entry points / exported functions.
 #include <cstring>
 
 #include "datetime/elements_impl.h"
+#include "datetime/fixed_impl.h"
 #include "datetime/format_impl.h"
 
 namespace ldx_internal {
@@ -59,14 +65,19 @@ struct Cursor {
   }
 };
 
+// The fields read so far, one slot each (Slot, fixed_impl.h), so that the
+// fixed readers file a value by a slot number taken from a table.
 struct Fields {
-  int32_t year_kind = 0;  // 0 none, 'F' full, 'S' signed, 'P' partial, 'R' window
-  int32_t year_val = 0;
-  int32_t year_digits = 0;  // for partial years
-  int32_t month = -1, day = -1, doy = -1, jday = -1;
-  int32_t hour24 = -1, hour12 = -1, meridian = -1, minute = -1, second = -1, sssss = -1;
-  int32_t wday_sun = -1;  // 0 = Sunday
-  bool bc = false;
+  int32_t v[16];
+  static_assert(kSlots <= 16);
+  Fields() {
+    for (int32_t &x : v) x = -1;
+    v[F_YKIND] = 0;
+    v[F_YEAR] = 0;
+    v[F_BC] = 0;
+  }
+  int32_t &operator[](int i) { return v[i]; }
+  int32_t operator[](int i) const { return v[i]; }
 };
 
 // ------------------------------------------------------------ spelled numbers
@@ -244,31 +255,30 @@ const char *const kRoman[12] = {"I", "II", "III", "IV", "V", "VI", "VII", "VIII"
                                                    int32_t first_day) {
   switch (code) {
     case C_Y: case C_YY: case C_YYY:
-      f.year_kind = 'P';
-      f.year_val = iv;
-      f.year_digits = code == C_Y ? 1 : code == C_YY ? 2 : 3;
+      f[F_YKIND] = code == C_Y ? 1 : code == C_YY ? 2 : 3;
+      f[F_YEAR] = iv;
       break;
-    case C_YYYY: case C_Y_YYY: f.year_kind = 'F'; f.year_val = iv; break;
-    case C_SYYYY: case C_SY_YYY: case C_NYYYY: f.year_kind = 'S'; f.year_val = iv; break;
-    case C_RR: f.year_kind = 'R'; f.year_val = iv; break;
+    case C_YYYY: case C_Y_YYY: f[F_YKIND] = 'F'; f[F_YEAR] = iv; break;
+    case C_SYYYY: case C_SY_YYY: case C_NYYYY: f[F_YKIND] = 'S'; f[F_YEAR] = iv; break;
+    case C_RR: f[F_YKIND] = 'R'; f[F_YEAR] = iv; break;
     case C_RRRR:
       if (nd == 4 || iv > 99) {
-        f.year_kind = 'F';
+        f[F_YKIND] = 'F';
       } else {
-        f.year_kind = 'R';
+        f[F_YKIND] = 'R';
       }
-      f.year_val = iv;
+      f[F_YEAR] = iv;
       break;
-    case C_MM: f.month = iv; break;
-    case C_D: f.wday_sun = (iv - 1 + first_day) % 7; break;
-    case C_DD: f.day = iv; break;
-    case C_DDD: f.doy = iv; break;
-    case C_HH24: f.hour24 = iv; break;
-    case C_HH: f.hour12 = iv; break;
-    case C_MI: f.minute = iv; break;
-    case C_SS: f.second = iv; break;
-    case C_SSSSS: f.sssss = iv; break;
-    case C_J: f.jday = iv; break;
+    case C_MM: f[F_MONTH] = iv; break;
+    case C_D: f[F_WDAY] = (iv - 1 + first_day) % 7; break;
+    case C_DD: f[F_DAY] = iv; break;
+    case C_DDD: f[F_DOY] = iv; break;
+    case C_HH24: f[F_HOUR24] = iv; break;
+    case C_HH: f[F_HOUR12] = iv; break;
+    case C_MI: f[F_MINUTE] = iv; break;
+    case C_SS: f[F_SECOND] = iv; break;
+    case C_SSSSS: f[F_SSSSS] = iv; break;
+    case C_J: f[F_JDAY] = iv; break;
     default: return E_NOT_INPUT;
   }
   return 0;
@@ -294,7 +304,7 @@ int32_t read_element(Reader &r, Fields &f, int32_t code, uint32_t flags) {
       if (i < 0) return E_RANGE_MONTH;
       c.pos += len;
       eat_padding(r, flags, longest(code == C_MONTH ? r.v.months : r.v.mon_abbr, 12) - len);
-      f.month = i + 1;
+      f[F_MONTH] = i + 1;
       return 0;
     }
     case C_DAY: case C_DY: {
@@ -305,7 +315,7 @@ int32_t read_element(Reader &r, Fields &f, int32_t code, uint32_t flags) {
       if (i < 0) return E_RANGE_WEEKDAY;
       c.pos += len;
       eat_padding(r, flags, longest(code == C_DAY ? r.v.days : r.v.day_abbr, 7) - len);
-      f.wday_sun = i;
+      f[F_WDAY] = i;
       return 0;
     }
     case C_AMPM: case C_AMPM_DOTS: {
@@ -313,7 +323,7 @@ int32_t read_element(Reader &r, Fields &f, int32_t code, uint32_t flags) {
       int32_t i = read_word(c, w, 4, &len);
       if (i < 0) return E_NEED_MERIDIAN;
       c.pos += len;
-      f.meridian = i & 1;
+      f[F_MERIDIAN] = i & 1;
       return 0;
     }
     case C_ADBC: case C_ADBC_DOTS: case C_E: case C_EE: {
@@ -321,7 +331,7 @@ int32_t read_element(Reader &r, Fields &f, int32_t code, uint32_t flags) {
       int32_t i = read_word(c, w, 6, &len);
       if (i < 0) return E_NEED_ERA;
       c.pos += len;
-      f.bc = i & 1;
+      f[F_BC] = i & 1;
       return 0;
     }
     case C_RM: {
@@ -329,7 +339,7 @@ int32_t read_element(Reader &r, Fields &f, int32_t code, uint32_t flags) {
       if (i < 0) return E_RANGE_MONTH;
       c.pos += len;
       eat_padding(r, flags, 4 - len);
-      f.month = i + 1;
+      f[F_MONTH] = i + 1;
       return 0;
     }
     default: return E_NOT_INPUT;
@@ -370,15 +380,44 @@ int32_t read_literal(Reader &r, const uint8_t *lit, size_t k, bool ebcdic_model)
   return 0;
 }
 
-// ------------------------------------------------------------ assembly
+// ------------------------------------------------------------ fixed readers
+//
+// Text laid out exactly as a fixed model writes it (every number at its
+// full width, every separator the model's own) is read without the general
+// matching: by the model's layout plan, or, for models without one, by a
+// walk of the model (read_fixed). They return false (fields spoiled) for
+// anything else, which the general reader then takes on; it gives the same
+// result for text the fast readers accept.
 
-// Reads text laid out exactly as a fixed model writes it: every number at
-// its full width, every separator the model's own. False (fields spoiled)
-// for anything else, which the general reader then takes on; it gives the
-// same result for text the fast reader accepts.
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "read_fixed packs digits little-endian");
 
-bool read_fixed(const uint8_t *m, size_t mlen, const uint8_t *t, size_t n, int32_t first_day, Fields *f) {
+// The value of w digits at t, or -1 when one of them is no digit.
+[[gnu::always_inline]] inline int32_t fixed_digits(const uint8_t *t, size_t w) {
+  if (w == 2) {
+    uint16_t x;
+    std::memcpy(&x, t, 2);
+    if ((x & 0xF0F0u) != 0x3030u || ((x + 0x0606u) & 0xF0F0u) != 0x3030u) return -1;
+    return (x & 0x0F) * 10 + ((x >> 8) & 0x0F);  // first character in the low byte
+  }
+  if (w == 4) {
+    uint32_t x;
+    std::memcpy(&x, t, 4);
+    if ((x & 0xF0F0F0F0u) != 0x30303030u || ((x + 0x06060606u) & 0xF0F0F0F0u) != 0x30303030u) return -1;
+    x &= 0x0F0F0F0Fu;
+    x = x * 10 + (x >> 8);  // pairs in bytes 0 and 2
+    return static_cast<int32_t>((x & 0xFF) * 100 + ((x >> 16) & 0xFF));
+  }
+  int32_t val = 0;
+  for (size_t k = 0; k < w; ++k) {
+    const uint32_t d = static_cast<uint32_t>(t[k] - '0');
+    if (d > 9) return -1;
+    val = val * 10 + static_cast<int32_t>(d);
+  }
+  return val;
+}
+
+// Walks the model over the text.
+bool read_fixed(const uint8_t *m, size_t mlen, const uint8_t *t, size_t n, int32_t first_day, Fields &f) {
   size_t pos = 0;
   for (size_t i = 2; i < mlen; i += 2) {
     const uint8_t b = m[i];
@@ -389,34 +428,98 @@ bool read_fixed(const uint8_t *m, size_t mlen, const uint8_t *t, size_t n, int32
       ++pos;
       continue;
     }
-    const Attr &at = attr(b);  // codes that are no number elements fail below
-    const size_t w = at.width;
-    if (at.kind != Kind::Num || pos + w > n) return false;
-    int32_t val = 0;
-    if (w == 2) {
-      uint16_t x;
-      std::memcpy(&x, t + pos, 2);
-      if ((x & 0xF0F0u) != 0x3030u || ((x + 0x0606u) & 0xF0F0u) != 0x3030u) return false;
-      val = (x & 0x0F) * 10 + ((x >> 8) & 0x0F);  // first character in the low byte
-    } else if (w == 4) {
-      uint32_t x;
-      std::memcpy(&x, t + pos, 4);
-      if ((x & 0xF0F0F0F0u) != 0x30303030u || ((x + 0x06060606u) & 0xF0F0F0F0u) != 0x30303030u) return false;
-      x &= 0x0F0F0F0Fu;
-      x = x * 10 + (x >> 8);  // pairs in bytes 0 and 2
-      val = static_cast<int32_t>((x & 0xFF) * 100 + ((x >> 16) & 0xFF));
-    } else {
-      for (size_t k = 0; k < w; ++k) {
-        const uint32_t d = static_cast<uint32_t>(t[pos + k] - '0');
-        if (d > 9) return false;
-        val = val * 10 + static_cast<int32_t>(d);
-      }
-    }
+    if (b >= kFixedIn.size() || (m[i + 1] & (LDX_FLAG_TH | LDX_FLAG_SP))) return false;
+    const FixedIn &e = kFixedIn[b];
+    const size_t w = e.width;
+    if (w == 0 || pos + w > n) return false;
+    int32_t val = fixed_digits(t + pos, w);
+    if (static_cast<uint32_t>(val - e.min) > e.span) return false;  // a bad digit gives -1
     pos += w;
-    if (val < at.min || val > at.max || store_number(*f, b, val, static_cast<int32_t>(w), first_day)) return false;
+    if (b == C_D) val = (val - 1 + first_day) % 7;
+    f[e.slot] = val;
+    f[e.kslot] = e.kval;
   }
   return false;
 }
+
+// Every byte of the text (of the plan's length) a digit where the model has
+// a number and the model's separator where it has one.
+inline bool text_fits(const Plan &p, const uint8_t *t, size_t n) {
+  if (n != p.textlen) return false;
+  U8x16 w[2];
+  load_windows(t, n, w);
+  auto bad = ((w[0] - p.lo[0]) > p.span[0]) | ((w[1] - p.lo[1]) > p.span[1]);
+  uint64_t x[2];
+  std::memcpy(x, &bad, 16);
+  return (x[0] | x[1]) == 0;
+}
+
+bool read_plan(const Plan &p, const uint8_t *t, size_t n, int32_t first_day, Fields &f) {
+  if (!text_fits(p, t, n)) return false;
+  for (size_t i = 0; i < p.nfields; ++i) {
+    const Plan::Field &e = p.fields[i];
+    const uint8_t *d = t + e.off;
+    int32_t val;
+    if (e.width == 2) {
+      val = d[0] * 10 + d[1] - ('0' * 11);
+    } else if (e.width == 4) {
+      val = (d[0] * 10 + d[1]) * 100 + d[2] * 10 + d[3] - ('0' * 1111);
+    } else {
+      val = 0;
+      for (size_t k = 0; k < e.width; ++k) val = val * 10 + (d[k] - '0');
+    }
+    if (static_cast<uint32_t>(val - e.min) > e.span) return false;
+    if (e.weekday) val = (val - 1 + first_day) % 7;
+    f[e.slot] = val;
+    f[e.kslot] = e.kval;
+  }
+  return true;
+}
+
+inline uint32_t two_digits(const uint8_t *d) { return d[0] * 10u + d[1] - '0' * 11u; }
+
+// v inside the input range of element C.
+template <int32_t C>
+constexpr bool in_range(uint32_t v) {
+  return v - static_cast<uint32_t>(kAttrTable[C].min) <= static_cast<uint32_t>(kAttrTable[C].max - kAttrTable[C].min);
+}
+static_assert(kAttrTable[C_YYYY].min == 0 && kAttrTable[C_YYYY].max == 9999 && kAttrTable[C_RRRR].min == 0 &&
+                  kAttrTable[C_RRRR].max == 9999,
+              "read_simple takes any four digits as a year");
+
+// read_plan and assemble in one for a simple plan, whose text fits: false
+// when a value is out of range (the general reader then names the error),
+// else true with *err = 0 or the error assemble would give. Digits are known
+// good, so values are taken without checks, and nothing can conflict: the
+// year is full (0 ... 9999), month and day are given, hours are HH24.
+inline bool read_simple(const Plan &p, const uint8_t *t, ldxdate *out, int32_t *err) {
+  const uint8_t *y = t + p.oy;
+  const int32_t year = static_cast<int32_t>(two_digits(y) * 100 + two_digits(y + 2));
+  const uint32_t month = two_digits(t + p.om), day = two_digits(t + p.od);
+  const uint32_t hour = p.oh != 0xFF ? two_digits(t + p.oh) : 0;
+  const uint32_t minute = p.omi != 0xFF ? two_digits(t + p.omi) : 0;
+  const uint32_t second = p.os != 0xFF ? two_digits(t + p.os) : 0;
+  if (!in_range<C_MM>(month) || !in_range<C_DD>(day) || !in_range<C_HH24>(hour) || !in_range<C_MI>(minute) ||
+      !in_range<C_SS>(second))
+    return false;
+  if (year == 0) {
+    *err = E_RANGE_YEAR;
+  } else if ((day > 28 && static_cast<int32_t>(day) > days_in_month(year, static_cast<int32_t>(month))) ||
+             (year == 1582 && month == 10 && day >= 5 && day <= 14)) {
+    *err = E_BAD_DAY_FOR_MONTH;
+  } else {
+    *err = 0;
+    out->year = static_cast<int16_t>(year);
+    out->month = static_cast<int8_t>(month);
+    out->day = static_cast<int8_t>(day);
+    out->hour = static_cast<int8_t>(hour);
+    out->minute = static_cast<int8_t>(minute);
+    out->second = static_cast<int8_t>(second);
+  }
+  return true;
+}
+
+// ------------------------------------------------------------ assembly
 
 int32_t window(int32_t t, int32_t r) {
   int32_t k = t % 100, base = t - k;
@@ -426,59 +529,60 @@ int32_t window(int32_t t, int32_t r) {
 
 int32_t assemble(const ldx_territory_view &v, Fields &f, ldxdate *out) {
   ldxdate now_d{};
-  bool need_now = f.year_kind == 0 || f.year_kind == 'P' || f.year_kind == 'R' ||
-                  (f.month < 0 && f.doy < 0 && f.jday < 0);
+  bool need_now = f[F_YKIND] <= 3 || f[F_YKIND] == 'R' ||
+                  (f[F_MONTH] < 0 && f[F_DOY] < 0 && f[F_JDAY] < 0);
   if (need_now) now(&now_d);
   int32_t year = 0;
   bool have_year = true;
-  switch (f.year_kind) {
-    case 'F': year = f.bc ? -f.year_val : f.year_val; break;
-    case 'S': year = f.year_val; break;
-    case 'P': {
-      int32_t p = f.year_digits == 1 ? 10 : f.year_digits == 2 ? 100 : 1000;
-      year = now_d.year / p * p + f.year_val;
+  switch (f[F_YKIND]) {
+    case 'F': year = f[F_BC] ? -f[F_YEAR] : f[F_YEAR]; break;
+    case 'S': year = f[F_YEAR]; break;
+    case 1: case 2: case 3: {
+      int32_t p = f[F_YKIND] == 1 ? 10 : f[F_YKIND] == 2 ? 100 : 1000;
+      year = now_d.year / p * p + f[F_YEAR];
       break;
     }
-    case 'R': year = window(now_d.year, f.year_val); break;
+    case 'R': year = window(now_d.year, f[F_YEAR]); break;
     default: year = now_d.year; have_year = false; break;
   }
   int32_t month, day;
-  if (f.jday >= 0) {
+  if (f[F_JDAY] >= 0) {
     int32_t jy, jm, jd;
-    jtc(f.jday, &jy, &jm, &jd);
+    jtc(f[F_JDAY], &jy, &jm, &jd);
     if (have_year && jy != year) return E_JDAY_YEAR;
-    if (f.month >= 0 && f.month != jm) return E_JDAY_MONTH;
-    if (f.day >= 0 && f.day != jd) return E_JDAY_DAY;
+    if (f[F_MONTH] >= 0 && f[F_MONTH] != jm) return E_JDAY_MONTH;
+    if (f[F_DAY] >= 0 && f[F_DAY] != jd) return E_JDAY_DAY;
     year = jy, month = jm, day = jd;
+    if (year == 0) return E_RANGE_YEAR;  // a day of year 0; jtc stays inside -4712 ... 9999
   } else {
     if (year == 0 || year < -4712 || year > 9999) return E_RANGE_YEAR;
-    if (f.doy >= 0) {
+    if (f[F_DOY] >= 0) {
       int32_t dm, dd;
-      if (dyc(year, f.doy, &dm, &dd)) return E_DOY366;
-      if ((f.month >= 0 && f.month != dm) || (f.day >= 0 && f.day != dd)) return E_DOY_CONFLICT;
+      if (dyc(year, f[F_DOY], &dm, &dd)) return E_DOY366;
+      if ((f[F_MONTH] >= 0 && f[F_MONTH] != dm) || (f[F_DAY] >= 0 && f[F_DAY] != dd)) return E_DOY_CONFLICT;
       month = dm, day = dd;
     } else {
-      month = f.month >= 0 ? f.month : now_d.month;
-      day = f.day >= 0 ? f.day : 1;
+      month = f[F_MONTH] >= 0 ? f[F_MONTH] : now_d.month;
+      day = f[F_DAY] >= 0 ? f[F_DAY] : 1;
     }
   }
-  if (year == 0 || year < -4712 || year > 9999) return E_RANGE_YEAR;
-  if (day > days_in_month(year, month) || (year == 1582 && month == 10 && day >= 5 && day <= 14))
+  // Every month has 28 days: the month's length is needed only past them.
+  if ((day > 28 && day > days_in_month(year, month)) || (year == 1582 && month == 10 && day >= 5 && day <= 14))
     return E_BAD_DAY_FOR_MONTH;
   int32_t hour = 0;
-  if (f.hour24 >= 0) hour = f.hour24;
-  else if (f.hour12 >= 0) hour = f.meridian < 0 ? f.hour12 : f.hour12 % 12 + 12 * f.meridian;
-  else if (f.meridian == 1) hour = 12;
-  int32_t minute = f.minute >= 0 ? f.minute : 0;
-  int32_t second = f.second >= 0 ? f.second : 0;
-  if (f.sssss >= 0) {
-    int32_t h = f.sssss / 3600, m = f.sssss % 3600 / 60, s = f.sssss % 60;
-    if ((f.hour24 >= 0 || f.hour12 >= 0) && h != hour) return E_SSSSS_HOUR;
-    if (f.minute >= 0 && m != minute) return E_SSSSS_MINUTE;
-    if (f.second >= 0 && s != second) return E_SSSSS_SECOND;
+  if (f[F_HOUR24] >= 0) hour = f[F_HOUR24];
+  else if (f[F_HOUR12] >= 0) hour = f[F_MERIDIAN] < 0 ? f[F_HOUR12] : f[F_HOUR12] % 12 + 12 * f[F_MERIDIAN];
+  else if (f[F_MERIDIAN] == 1) hour = 12;
+  int32_t minute = f[F_MINUTE] >= 0 ? f[F_MINUTE] : 0;
+  int32_t second = f[F_SECOND] >= 0 ? f[F_SECOND] : 0;
+  if (f[F_SSSSS] >= 0) {
+    int32_t h = f[F_SSSSS] / 3600, m = f[F_SSSSS] % 3600 / 60, s = f[F_SSSSS] % 60;
+    if ((f[F_HOUR24] >= 0 || f[F_HOUR12] >= 0) && h != hour) return E_SSSSS_HOUR;
+    if (f[F_MINUTE] >= 0 && m != minute) return E_SSSSS_MINUTE;
+    if (f[F_SECOND] >= 0 && s != second) return E_SSSSS_SECOND;
     hour = h, minute = m, second = s;
   }
-  if (f.wday_sun >= 0 && dow(ctj(year, month, day), 0) - 1 != f.wday_sun) return E_WEEKDAY_CONFLICT;
+  if (f[F_WDAY] >= 0 && dow(ctj(year, month, day), 0) - 1 != f[F_WDAY]) return E_WEEKDAY_CONFLICT;
   out->year = static_cast<int16_t>(year);
   out->month = static_cast<int8_t>(month);
   out->day = static_cast<int8_t>(day);
@@ -488,16 +592,28 @@ int32_t assemble(const ldx_territory_view &v, Fields &f, ldxdate *out) {
   return 0;
 }
 
-}  // namespace
+// ------------------------------------------------------------ the readers' entry points
 
-int32_t parse_date(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, const char *fmt,
-                   size_t fmtlen) {
-  uint8_t buf[kCompiledMax];
-  int32_t err = 0;
-  size_t mlen;
-  const uint8_t *m = resolve_model(ctx, fmt, fmtlen, true, buf, sizeof buf, &mlen, &err);
-  if (err) return err;
-  const ldx_territory_view &v = view(ctx);
+// The readers of fixed models, in order of speed: a simple plan, any plan,
+// the walk of read_fixed. True when one of them took the text (*err = 0 or
+// the error), false to leave it to the general reader.
+bool parse_fixed(const ldx_territory_view &v, const uint8_t *m, size_t mlen, const uint8_t *t, size_t n,
+                 ldxdate *out, int32_t *err) {
+  const Plan *p = plan_for(m, mlen);
+  if (p && p->simple) return text_fits(*p, t, n) && read_simple(*p, t, out, err);
+  Fields f;
+  if (p) {
+    if (!read_plan(*p, t, n, v.first_day, f)) return false;
+  } else if (!read_fixed(m, mlen, t, n, v.first_day, f)) {
+    return false;
+  }
+  *err = assemble(v, f, out);
+  return true;
+}
+
+// The general reader: EBCDIC, and text in any layout the model accepts.
+[[gnu::noinline]] int32_t parse_general(const ldx_territory_view &v, const uint8_t *m, size_t mlen, ldxdate *out,
+                                        const char *txt, size_t txtlen) {
   const bool ebcdic_model = m[1] & kHdrEbcdic;
   // EBCDIC text is read through its ASCII image.
   uint8_t conv[256];
@@ -511,10 +627,6 @@ int32_t parse_date(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, co
   Reader r{Cursor{t, txtlen, 0}, v};
   Fields f;
   const int32_t v_first_day = v.first_day;
-  if ((m[1] & kHdrFixed) && !v.ebcdic) {
-    if (read_fixed(m, mlen, t, txtlen, v_first_day, &f)) return assemble(v, f, out);
-    f = Fields{};
-  }
   // The hot loop keeps the text position in a register; the slower readers
   // take the cursor and hand the position back.
   const size_t n = txtlen;
@@ -588,6 +700,29 @@ int32_t parse_date(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, co
   if (!r.fx) r.c.skip_blanks();
   if (!r.c.at_end()) return E_TEXT_LEFT;
   return assemble(v, f, out);
+}
+
+}  // namespace
+
+int32_t parse_date(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, const char *fmt,
+                   size_t fmtlen) {
+  uint8_t buf[kCompiledMax];
+  size_t mlen;
+  int32_t err = 0;
+  const uint8_t *m = compiled_model(fmt, fmtlen);
+  if (m) {
+    mlen = fmtlen;
+  } else {
+    m = resolve_model(ctx, fmt, fmtlen, true, buf, sizeof buf, &mlen, &err);
+    if (err) return err;
+  }
+  const ldx_territory_view &v = view(ctx);
+  // Fixed models, the bulk of machine-made dates, try the fixed readers
+  // first.
+  if (txt && (m[1] & (kHdrFixed | kHdrEbcdic)) == kHdrFixed && !v.ebcdic &&
+      parse_fixed(v, m, mlen, reinterpret_cast<const uint8_t *>(txt), txtlen, out, &err))
+    return err;
+  return parse_general(v, m, mlen, out, txt, txtlen);
 }
 
 }  // namespace ldx_internal

@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "datetime/elements_impl.h"
+#include "datetime/fixed_impl.h"
 #include "datetime/format_impl.h"
 
 namespace ldx_internal {
@@ -359,8 +360,8 @@ inline int32_t plain_value(const ldxdate &d, int32_t code) {
 int32_t invalid_date(const ldxdate &d) {
   // The common case in one test; the details only for a bad date.
   if (d.year >= -4712 && d.year <= 9999 && d.year != 0 && d.month >= 1 && d.month <= 12 && d.day >= 1 &&
-      d.day <= 28 && static_cast<uint8_t>(d.hour) < 24 && static_cast<uint8_t>(d.minute) < 60 &&
-      static_cast<uint8_t>(d.second) < 60)
+      (d.day <= 28 || d.day <= days_in_month(d.year, d.month)) && static_cast<uint8_t>(d.hour) < 24 &&
+      static_cast<uint8_t>(d.minute) < 60 && static_cast<uint8_t>(d.second) < 60)
     return 0;
   uint32_t f = ldxchk(nullptr, &d, 0) & ~0x1000u;
   if (f & 0x2030) return E_RANGE_YEAR;
@@ -370,6 +371,62 @@ int32_t invalid_date(const ldxdate &d) {
   if (f & 0x0100) return E_RANGE_MINUTE;
   if (f & 0x0400) return E_RANGE_SECOND;
   return 0;
+}
+
+// Writes a valid date by the simple plan of a fixed model: the plan's text
+// with every digit '0', then the fields over it. The caller has checked
+// that the text fits.
+inline void write_simple(const Plan &p, const ldxdate &d, char *out) {
+  const size_t n = p.textlen;
+  store_windows(p.lo, n, out);
+  auto two = [out](uint8_t off, uint32_t v) { std::memcpy(out + off, kPairs + 2 * v, 2); };
+  const uint32_t ay = static_cast<uint32_t>(d.year < 0 ? -d.year : d.year);
+  two(p.oy, ay / 100);
+  two(static_cast<uint8_t>(p.oy + 2), ay % 100);
+  two(p.om, static_cast<uint32_t>(d.month));
+  two(p.od, static_cast<uint32_t>(d.day));
+  if (p.oh != 0xFF) two(p.oh, static_cast<uint32_t>(d.hour));
+  if (p.omi != 0xFF) two(p.omi, static_cast<uint32_t>(d.minute));
+  if (p.os != 0xFF) two(p.os, static_cast<uint32_t>(d.second));
+}
+
+// Writes a date by a fixed model (plain number elements at their full width
+// and one-byte separators, see kHdrFixed) straight into the caller's buffer.
+// -1 leaves the work to the general writer: an element this writer does not
+// know, suffix or fill flags (a damaged model), or too little room left; the
+// general writer then starts again from the beginning and gives the same
+// text, or the error.
+int32_t write_fixed(const uint8_t *m, size_t mlen, const ldxdate &d, char *out, size_t outsz) {
+  char *q = out;
+  char *const end = out + outsz;
+  const uint32_t ay = static_cast<uint32_t>(d.year < 0 ? -d.year : d.year);
+  auto two = [&q](uint32_t v) {
+    std::memcpy(q, kPairs + 2 * v, 2);
+    q += 2;
+  };
+  for (size_t i = 2; i < mlen; i += 2) {
+    const uint8_t b = m[i];
+    if (b == 0) return static_cast<int32_t>(q - out);
+    if (i + 1 >= mlen || end - q < 8) return -1;
+    const uint8_t x = m[i + 1];
+    if (b == 0x81) {
+      *q++ = static_cast<char>(x);
+      continue;
+    }
+    if (x & (LDX_FLAG_TH | LDX_FLAG_SP | LDX_FLAG_FILL)) return -1;
+    switch (b) {
+      case C_YYYY: case C_RRRR: two(ay / 100); two(ay % 100); break;
+      case C_YY: case C_RR: two(ay % 100); break;
+      case C_MM: two(static_cast<uint32_t>(d.month)); break;
+      case C_DD: two(static_cast<uint32_t>(d.day)); break;
+      case C_HH24: two(static_cast<uint32_t>(d.hour)); break;
+      case C_HH: two(d.hour % 12 == 0 ? 12u : static_cast<uint32_t>(d.hour % 12)); break;
+      case C_MI: two(static_cast<uint32_t>(d.minute)); break;
+      case C_SS: two(static_cast<uint32_t>(d.second)); break;
+      default: return -1;
+    }
+  }
+  return -1;
 }
 
 }  // namespace
@@ -412,7 +469,7 @@ const uint8_t *resolve_model(ldxctx *ctx, const char *fmt, size_t fmtlen, bool i
   const bool ebcdic = view(ctx).ebcdic;
   if (fmtlen <= sizeof ModelCache::text) {
     ModelCache &c = tl_models[input ? 1 : 0];
-    if (c.clen && c.len == fmtlen && c.ebcdic == ebcdic && std::memcmp(c.text, fmt, fmtlen) == 0) {
+    if (c.clen && c.len == fmtlen && c.ebcdic == ebcdic && equal_bytes(c.text, fmt, fmtlen)) {
       *mlen = c.clen;
       return c.compiled;
     }
@@ -440,10 +497,24 @@ int32_t format_date(ldxctx *ctx, char *out, size_t outsz, const ldxdate *d, cons
                     size_t fmtlen, int32_t *err) {
   uint8_t buf[kCompiledMax];
   size_t mlen;
-  const uint8_t *m = resolve_model(ctx, fmt, fmtlen, false, buf, sizeof buf, &mlen, err);
-  if (*err) return -1;
+  const uint8_t *m = compiled_model(fmt, fmtlen);
+  if (m) {
+    mlen = fmtlen;
+  } else {
+    m = resolve_model(ctx, fmt, fmtlen, false, buf, sizeof buf, &mlen, err);
+    if (*err) return -1;
+  }
   if ((*err = invalid_date(*d))) return -1;
   const ldx_territory_view &v = view(ctx);
+  if ((m[1] & (kHdrFixed | kHdrEbcdic)) == kHdrFixed && !v.ebcdic) {
+    const Plan *p = plan_for(m, mlen);
+    if (p && p->simple && !p->fill && outsz >= p->textlen) {
+      write_simple(*p, *d, out);
+      return p->textlen;
+    }
+    int32_t n = write_fixed(m, mlen, *d, out, outsz);
+    if (n >= 0) return n;
+  }
   Out o{out, outsz, 0, v.ebcdic, false, v.utf8};
   for (size_t i = 2;;) {
     if (i >= mlen) {

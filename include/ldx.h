@@ -16,7 +16,10 @@
  * context may be shared by threads as long as none of them begins it again,
  * it holds no NLS handle of its own (ldxerr releases that one), and its
  * callback is itself thread-safe. The writers and readers keep the last
- * model text they compiled per thread, so repeating a model text is cheap.
+ * model text they compiled per thread, so repeating a model text is cheap,
+ * and the layout of the last few fixed models (numbers and one-character
+ * separators, "YYYY-MM-DD HH24:MI:SS" and the like) they used, so that
+ * converting many dates with one compiled model walks the model once.
  */
 #ifndef LDX_H
 #define LDX_H

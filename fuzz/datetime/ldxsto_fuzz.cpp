@@ -2,6 +2,7 @@
 // of the input is the model, the rest is the date text.
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "datetime/ldx_impl.h"
 #include "ldx.h"
@@ -28,6 +29,25 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   uint8_t compiled[512];
   size_t n = ldxsti(&ctx, model, mlen, compiled, sizeof compiled);
   if (n) ldxsto(&ctx, &d, text, tlen, reinterpret_cast<const char *>(compiled), n, LDX_OPT_QUIET);
+  if (n && (compiled[1] & ldx_internal::kHdrFixed)) {
+    // Fixed models take the fast readers and writers; without the fixed bit
+    // the same model takes the general ones, which must agree.
+    uint8_t slow[512];
+    std::memcpy(slow, compiled, n);
+    slow[1] = static_cast<uint8_t>(slow[1] & ~ldx_internal::kHdrFixed);
+    ldxdate a{1, 2, 3, 4, 5, 6, 7}, b = a;
+    int32_t ra = ldxsto(&ctx, &a, text, tlen, reinterpret_cast<const char *>(compiled), n, LDX_OPT_ERRNUM);
+    int32_t rb = ldxsto(&ctx, &b, text, tlen, reinterpret_cast<const char *>(slow), n, LDX_OPT_ERRNUM);
+    if (ra != rb || std::memcmp(&a, &b, sizeof a) != 0) __builtin_trap();
+    char oa[80], ob[80];
+    const ldxdate w = ra == 0 ? a : ldxdate{2024, 2, 29, 13, 5, 9, 0};
+    const size_t caps[2] = {sizeof oa, tlen % sizeof oa};
+    for (size_t cap : caps) {
+      int32_t na = ldxdts(&ctx, oa, cap, &w, reinterpret_cast<const char *>(compiled), n);
+      int32_t nb = ldxdts(&ctx, ob, cap, &w, reinterpret_cast<const char *>(slow), n);
+      if (na != nb || (na > 0 && std::memcmp(oa, ob, static_cast<size_t>(na)) != 0)) __builtin_trap();
+    }
+  }
   uint16_t wt[300], wm[300];
   size_t wtn = tlen < 300 ? tlen : 300, wmn = mlen < 300 ? mlen : 300;
   for (size_t i = 0; i < wtn; ++i) wt[i] = static_cast<uint16_t>(static_cast<uint8_t>(text[i]) * 37u);
