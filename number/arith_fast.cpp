@@ -119,116 +119,154 @@ inline void shift_down(const uint64_t in[4], int s, uint64_t out[4]) {
 }
 
 // Base-100 addition of two words of digits plus a carry, with the carry out
-// in *c: each byte of x is biased by 156 so that a digit sum of 100 or more
-// overflows the byte and carries into the next one by itself; the bytes
-// that did not carry give back their bias afterwards.
+// in c: each byte of x is biased by 156 so that a digit sum of 100 or more
+// overflows the byte and carries into the next one by itself. A byte that
+// carried holds its digit (0..99), one that did not holds digit + 156
+// (156..255): its top bit tells which, and those give back their bias.
 inline uint64_t add100(uint64_t x, uint64_t y, uint64_t &c) {
-  const uint64_t xb = x + kFix * kOnes;
   uint64_t t, s;
-  const bool o1 = __builtin_add_overflow(xb, y, &t);
+  const bool o1 = __builtin_add_overflow(x + kFix * kOnes, y, &t);
   const bool o2 = __builtin_add_overflow(t, c, &s);
   c = o1 | o2;
-  const uint64_t cin = xb ^ y ^ s;  // carry into every bit
-  const uint64_t cout = ((cin >> 8) & kOnes) | (c << 56);
-  return s - (~cout & kOnes) * kFix;
+  return s - ((s >> 7) & kOnes) * kFix;
 }
 
 // Base-100 subtraction with a borrow: a byte that borrowed holds its digit
-// plus 256 and gives back 156.
+// plus 156 (156..255), one that did not its digit (0..99); the top bit
+// tells which gives back 156.
 inline uint64_t sub100(uint64_t x, uint64_t y, uint64_t &c) {
   uint64_t t, s;
   const bool o1 = __builtin_sub_overflow(x, y, &t);
   const bool o2 = __builtin_sub_overflow(t, c, &s);
   c = o1 | o2;
-  const uint64_t bin = x ^ y ^ s;  // borrow into every bit
-  const uint64_t bout = ((bin >> 8) & kOnes) | (c << 56);
-  return s - bout * kFix;
-}
-
-// Writes the first t bytes (1..32) of the big-endian words o[] to dst.
-inline void store_exact(uint8_t *dst, const uint64_t o[4], int t) {
-  if (t >= 8) {
-    int j = 0;
-    for (; 8 * j + 8 <= t; ++j) store_be(dst + 8 * j, o[j]);
-    const int r = (t & 7) * 8;
-    if (r != 0) store_be(dst + t - 8, (o[j - 1] << r) | (o[j] >> (64 - r)));
-  } else if (t >= 4) {
-    const uint32_t hi = __builtin_bswap32(static_cast<uint32_t>(o[0] >> 32));
-    const uint32_t lo = __builtin_bswap32(static_cast<uint32_t>(o[0] >> (64 - 8 * t)));
-    std::memcpy(dst, &hi, 4);
-    std::memcpy(dst + t - 4, &lo, 4);
-  } else {
-    for (int i = 0; i < t; ++i) dst[i] = static_cast<uint8_t>(o[0] >> (56 - 8 * i));
-  }
+  return s - ((s >> 7) & kOnes) * kFix;
 }
 
 // ---------------------------------------------------------------- finishing
-// w[0..4) holds base-100 digits, the top byte of w[0] at base-100 exponent
-// `exp0`. Writes the number they make, rounded to twenty digits. Does
-// everything in registers: no digit is stored before the output.
-void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t *outlen) {
+// The bytes [k, k + 8) of the big-endian stream a, b (k in 0..7): a funnel
+// shift that is also right for k = 0.
+inline uint64_t window(uint64_t a, uint64_t b, int k) {
+  const unsigned r = 8u * static_cast<unsigned>(k);
+  return (a << r) | ((b >> 1) >> (63 - r));
+}
+
+// Writes the first t bytes (1..24) of the big-endian words o0, o1, o2 to
+// dst: whole words, then one overlapping word that ends exactly at byte t.
+// Nothing past byte t is touched.
+inline void store_exact(uint8_t *dst, uint64_t o0, uint64_t o1, uint64_t o2, int t) {
+  if (t >= 16) {
+    store_be(dst, o0);
+    store_be(dst + 8, o1);
+    store_be(dst + t - 8, window(o1, o2, t - 16));
+  } else if (t >= 8) {
+    store_be(dst, o0);
+    store_be(dst + t - 8, window(o0, o1, t - 8));
+  } else if (t >= 4) {
+    const uint32_t hi = __builtin_bswap32(static_cast<uint32_t>(o0 >> 32));
+    const uint32_t lo = __builtin_bswap32(static_cast<uint32_t>(o0 >> (64 - 8 * t)));
+    std::memcpy(dst, &hi, 4);
+    std::memcpy(dst + t - 4, &lo, 4);
+  } else {
+    for (int i = 0; i < t; ++i) dst[i] = static_cast<uint8_t>(o0 >> (56 - 8 * i));
+  }
+}
+
+void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t *outlen);
+
+// A first word of zeros (a deep cancellation in a subtraction): the zero
+// words are moved out before finishing.
+[[gnu::noinline, gnu::cold]] void finish_deep(bool neg, int exp0, const uint64_t w[4], uint8_t *out,
+                                              size_t *outlen) {
   int k = 0;
   while (k < 4 && w[k] == 0) ++k;
   if (k == 4) {
     emit_zero(out, outlen);
     return;
   }
-  const int lead = 8 * k + __builtin_clzll(w[k]) / 8;
+  uint64_t v[4];
+  for (int j = 0; j < 4; ++j) v[j] = j + k < 4 ? w[j + k] : 0;
+  finish(neg, exp0 - 8 * k, v, out, outlen);
+}
+
+// w[0..4) holds base-100 digits, the top byte of w[0] at base-100 exponent
+// `exp0`. Writes the number they make, rounded to twenty digits. Does
+// everything in registers: no digit is stored before the output.
+void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t *outlen) {
+  if (__builtin_expect(w[0] == 0, 0)) {
+    finish_deep(neg, exp0, w, out, outlen);
+    return;
+  }
+  const int lead = __builtin_clzll(w[0]) >> 3;  // zero digits before the first
   int exp = exp0 - lead;
-  // Twenty-one digits from the first non-zero one: d[0..2] hold digits
-  // 0..23 of the result, the twenty-first (index 20) in byte 4 of d[2].
-  uint64_t d[3];
-  {
-    const int q = lead >> 3, r = (lead & 7) * 8;
-    for (int j = 0; j < 3; ++j) {
-      const uint64_t hi = j + q < 4 ? w[j + q] : 0;
-      const uint64_t lo = j + q + 1 < 4 ? w[j + q + 1] : 0;
-      d[j] = r == 0 ? hi : (hi << r) | (lo >> (64 - r));
-    }
-  }
-  const bool up = ((d[2] >> 24) & 0xFF) >= 50;
-  d[2] &= 0xFFFFFFFF00000000ull;
-  if (up) {  // one unit at digit 19, carries through 99s
-    uint64_t c = 0;
-    d[2] = add100(d[2], 1ull << 32, c);
-    d[2] &= 0xFFFFFFFF00000000ull;  // the biased empty bytes are not digits
-    d[1] = add100(d[1], 0, c);
-    d[0] = add100(d[0], 0, c);
-    if (c) {  // 99..99 became 100..00
-      d[0] = 1ull << 56;
+  // Twenty-four digits from the first non-zero one; the twenty-first (index
+  // 20) is byte 4 of d2.
+  uint64_t d0 = window(w[0], w[1], lead);
+  uint64_t d1 = window(w[1], w[2], lead);
+  uint64_t d2 = window(w[2], w[3], lead);
+  constexpr uint64_t kHigh4 = 0xFFFFFFFF00000000ull;
+  const bool up = (d2 & 0xFF000000u) >= (50u << 24);
+  d2 &= kHigh4;
+  if (up) {
+    // One unit at digit 19, carried through 99s as in add100: on biased
+    // digits a 99 overflows its byte. The four places after digit 19 get
+    // no bias and stay empty. A sum below the unbiased word it started
+    // from has overflowed into the next word.
+    const uint64_t b2 = d2 + (kFix * kOnes & kHigh4) + (1ull << 32);
+    const uint64_t b1 = d1 + kFix * kOnes + static_cast<uint64_t>(b2 < d2);
+    const uint64_t b0 = d0 + kFix * kOnes + static_cast<uint64_t>(b1 < d1);
+    if (__builtin_expect(b0 < d0, 0)) {  // 99..99 became 100..00
+      d0 = 1ull << 56;
+      d1 = d2 = 0;
       ++exp;
+    } else {
+      d2 = b2 - ((b2 >> 7) & kOnes) * kFix;
+      d1 = b1 - ((b1 >> 7) & kOnes) * kFix;
+      d0 = b0 - ((b0 >> 7) & kOnes) * kFix;
     }
   }
-  k = 2;
-  while (d[k] == 0) --k;
-  const int n = 8 * k + 8 - __builtin_ctzll(d[k]) / 8;
-  if (exp > kMaxExp) {
-    emit_inf(neg, out, outlen);
+  // Digit count up to the last non-zero digit (d0 never is zero).
+  int n;
+  if (d2 != 0)
+    n = 24 - (__builtin_ctzll(d2) >> 3);
+  else if (d1 != 0)
+    n = 16 - (__builtin_ctzll(d1) >> 3);
+  else
+    n = 8 - (__builtin_ctzll(d0) >> 3);
+  if (__builtin_expect(static_cast<unsigned>(exp - kMinExp) > static_cast<unsigned>(kMaxExp - kMinExp), 0)) {
+    if (exp > kMaxExp)
+      emit_inf(neg, out, outlen);
+    else
+      emit_zero(out, outlen);
     return;
   }
-  if (exp < kMinExp) {
-    emit_zero(out, outlen);
-    return;
+  // Digit bytes: d + 1 for a positive, 101 - d = -(d - 101) for a negative
+  // (the sign is a random choice in real data: masks, not a branch). Past
+  // the last digit a negative's bytes are 101; the one right after it
+  // becomes the terminator 102 when there is room for one.
+  const uint64_t m = 0 - static_cast<uint64_t>(neg);
+  const uint64_t K = kOnes + (m & (kNegBias - kOnes));
+  uint64_t e0 = ((d0 ^ m) - m) + K;
+  uint64_t e1 = ((d1 ^ m) - m) + K;
+  uint64_t e2 = ((d2 ^ m) - m) + K;
+  const bool term = neg && n < kMaxDigits;
+  if (term) {
+    const uint64_t tb = 1ull << (56 - 8 * (n & 7));
+    if (n < 8)
+      e0 += tb;
+    else if (n < 16)
+      e1 += tb;
+    else
+      e2 += tb;
   }
-  uint64_t e[3];
-  uint8_t eb;
-  if (neg) {
-    eb = static_cast<uint8_t>(62 - exp);
-    for (int j = 0; j < 3; ++j) e[j] = kNegBias - d[j];
-    if (n < kMaxDigits) e[n >> 3] += 1ull << (56 - 8 * (n & 7));  // 101 -> terminator 102
+  const uint64_t eb = static_cast<uint64_t>(exp + 193) ^ (m & 0xFF);  // 62 - exp for a negative
+  const int len = n + 1 + static_cast<int>(term);
+  if (outlen == nullptr) {  // length byte, exponent byte, digits
+    const uint64_t hdr = (static_cast<uint64_t>(len) << 56) | (eb << 48);
+    store_exact(out, hdr | (e0 >> 16), (e0 << 48) | (e1 >> 16), (e1 << 48) | (e2 >> 16), len + 1);
   } else {
-    eb = static_cast<uint8_t>(exp + 193);
-    for (int j = 0; j < 3; ++j) e[j] = d[j] + kOnes;
+    store_exact(out, (eb << 56) | (e0 >> 8), (e0 << 56) | (e1 >> 8), (e1 << 56) | (e2 >> 8), len);
+    *outlen = static_cast<size_t>(len);
   }
-  const int len = n + 1 + (neg && n < kMaxDigits ? 1 : 0);
-  const int h = outlen == nullptr ? 2 : 1;  // header bytes: length, exponent
-  const uint64_t hdr = h == 2 ? (static_cast<uint64_t>(len) << 56) | (static_cast<uint64_t>(eb) << 48)
-                              : static_cast<uint64_t>(eb) << 56;
-  const int sh = 8 * h;
-  const uint64_t o[4] = {hdr | (e[0] >> sh), (e[0] << (64 - sh)) | (e[1] >> sh),
-                         (e[1] << (64 - sh)) | (e[2] >> sh), e[2] << (64 - sh)};
-  store_exact(out, o, len + h - 1);
-  if (outlen != nullptr) *outlen = static_cast<size_t>(len);
 }
 
 // ---------------------------------------------------------------- limbs
