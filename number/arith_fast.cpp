@@ -107,14 +107,22 @@ inline void digits(const Raw &o, uint64_t w[4]) {
   }
 }
 
-// Shifts four words of digits towards the less significant end by `s`
-// bytes (0..31); digits shifted past the end are lost.
+// Shifts the three words of an operand's digits (the fourth is empty)
+// towards the less significant end by s bytes (1..31) into four words;
+// digits shifted past the end are lost. The word part of the shift is a
+// branch: operands met together mostly lie within a word of each other.
 inline void shift_down(const uint64_t in[4], int s, uint64_t out[4]) {
-  const int q = s >> 3, r = (s & 7) * 8;
-  for (int k = 0; k < 4; ++k) {
-    const uint64_t hi = k - q >= 0 ? in[k - q] : 0;
-    const uint64_t lo = k - q - 1 >= 0 ? in[k - q - 1] : 0;
-    out[k] = r == 0 ? hi : (hi >> r) | (lo << (64 - r));
+  const unsigned r = 8u * static_cast<unsigned>(s & 7);
+  // in >> r across the words; (x << 1) << (63 - r) is x << (64 - r), also for r = 0.
+  const uint64_t t0 = in[0] >> r;
+  const uint64_t t1 = (in[1] >> r) | ((in[0] << 1) << (63 - r));
+  const uint64_t t2 = (in[2] >> r) | ((in[1] << 1) << (63 - r));
+  const uint64_t t3 = (in[2] << 1) << (63 - r);
+  switch (s >> 3) {
+    case 0: out[0] = t0, out[1] = t1, out[2] = t2, out[3] = t3; break;
+    case 1: out[0] = 0, out[1] = t0, out[2] = t1, out[3] = t2; break;
+    case 2: out[0] = 0, out[1] = 0, out[2] = t0, out[3] = t1; break;
+    default: out[0] = 0, out[1] = 0, out[2] = 0, out[3] = t0; break;
   }
 }
 
@@ -239,27 +247,32 @@ void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t *outle
       emit_zero(out, outlen);
     return;
   }
-  // Digit bytes: d + 1 for a positive, 101 - d = -(d - 101) for a negative
-  // (the sign is a random choice in real data: masks, not a branch). Past
-  // the last digit a negative's bytes are 101; the one right after it
-  // becomes the terminator 102 when there is room for one.
-  const uint64_t m = 0 - static_cast<uint64_t>(neg);
-  const uint64_t K = kOnes + (m & (kNegBias - kOnes));
-  uint64_t e0 = ((d0 ^ m) - m) + K;
-  uint64_t e1 = ((d1 ^ m) - m) + K;
-  uint64_t e2 = ((d2 ^ m) - m) + K;
-  const bool term = neg && n < kMaxDigits;
-  if (term) {
-    const uint64_t tb = 1ull << (56 - 8 * (n & 7));
-    if (n < 8)
-      e0 += tb;
-    else if (n < 16)
-      e1 += tb;
-    else
-      e2 += tb;
+  // Digit bytes: d + 1 for a positive, 101 - d for a negative. Past the
+  // last digit a negative's bytes are 101; the one right after it becomes
+  // the terminator 102 when there is room for one.
+  uint64_t e0, e1, e2, eb;
+  int len = n + 1;
+  if (neg) {
+    e0 = kNegBias - d0;
+    e1 = kNegBias - d1;
+    e2 = kNegBias - d2;
+    eb = static_cast<uint64_t>(62 - exp);
+    if (n < kMaxDigits) {
+      const uint64_t tb = 1ull << (56 - 8 * (n & 7));
+      if (n < 8)
+        e0 += tb;
+      else if (n < 16)
+        e1 += tb;
+      else
+        e2 += tb;
+      ++len;
+    }
+  } else {
+    e0 = d0 + kOnes;
+    e1 = d1 + kOnes;
+    e2 = d2 + kOnes;
+    eb = static_cast<uint64_t>(exp + 193);
   }
-  const uint64_t eb = static_cast<uint64_t>(exp + 193) ^ (m & 0xFF);  // 62 - exp for a negative
-  const int len = n + 1 + static_cast<int>(term);
   if (outlen == nullptr) {  // length byte, exponent byte, digits
     const uint64_t hdr = (static_cast<uint64_t>(len) << 56) | (eb << 48);
     store_exact(out, hdr | (e0 >> 16), (e0 << 48) | (e1 >> 16), (e1 << 48) | (e2 >> 16), len + 1);
@@ -377,8 +390,11 @@ bool add_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, bool
   const int diff = x.exp - y.exp;
   if (diff + y.n > 31) return false;
   uint64_t X[4], Y[4], t[4];
-  digits(x, t);
-  shift_down(t, 1, X);
+  digits(x, t);  // one place down, under the carry place
+  X[0] = t[0] >> 8;
+  X[1] = (t[0] << 56) | (t[1] >> 8);
+  X[2] = (t[1] << 56) | (t[2] >> 8);
+  X[3] = t[2] << 56;
   digits(y, t);
   shift_down(t, 1 + diff, Y);
   uint64_t R[4];
