@@ -299,12 +299,18 @@ inline int limbs8(const Raw &o, uint32_t *l) {
 }
 
 // The four base-100 digits of a limb below 10^8, one per byte, the first
-// in the top byte.
+// in the top byte of the low half. One division by 10^4 splits the limb
+// into two halves, which then go through the division by 100 side by side
+// as 32-bit lanes of one word (a half times 5243 stays within its lane).
 inline uint64_t split8(uint32_t v) {
-  const uint32_t hi = v / 10000, lo = v - hi * 10000;
-  const uint32_t d0 = hi / 100, d2 = lo / 100;
-  return (d0 << 24) | ((hi - d0 * 100) << 16) | (d2 << 8) | (lo - d2 * 100);
+  const uint64_t h = v / 10000, l = v - h * 10000;
+  const uint64_t u = (h << 32) | l;
+  const uint64_t q = ((u * 5243) >> 19) & 0x0000007F0000007Full;  // each lane / 100
+  const uint64_t t = (q << 8) | (u - q * 100);                     // lane: [tens pair][units pair]
+  return ((t >> 16) | t) & 0xFFFFFFFFull;
 }
+// Eight digits from two limbs.
+inline uint64_t split8x2(uint32_t a, uint32_t b) { return (split8(a) << 32) | split8(b); }
 
 // Long division Q = floor(U / V) in base 10^8 on little-endian limbs: U
 // has m + n + 1 limbs with U < V * B^(m+1), V has n >= 2 limbs whose top
@@ -448,10 +454,20 @@ bool mul_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint
     carry = acc / 100000000;
     p[m] = static_cast<uint32_t>(acc - carry * 100000000);
   }
-  const int s0 = p[0] == 0 ? 1 : 0;
-  uint64_t w[4] = {};
-  for (int m = 0; m < 6; ++m) w[m >> 1] |= split8(p[s0 + m]) << (m & 1 ? 0 : 32);
-  finish(x.neg != y.neg, x.exp + y.exp + 1 - 4 * s0, w, out, outlen);
+  uint64_t w[4];
+  w[3] = 0;
+  int exp = x.exp + y.exp + 1;
+  if (p[0] != 0) {
+    w[0] = split8x2(p[0], p[1]);
+    w[1] = split8x2(p[2], p[3]);
+    w[2] = split8x2(p[4], p[5]);
+  } else {
+    w[0] = split8x2(p[1], p[2]);
+    w[1] = split8x2(p[3], p[4]);
+    w[2] = split8x2(p[5], p[6]);
+    exp -= 4;
+  }
+  finish(x.neg != y.neg, exp, w, out, outlen);
   return true;
 }
 
@@ -483,8 +499,8 @@ bool div_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint
   u[M + N] = static_cast<uint32_t>(c);
   for (int t = 0; t < N; ++t) v[t] = lb[N - 1 - t];
   div_limbs<M, N>(u, v, q);
-  uint64_t w[4] = {};
-  for (int i = 0; i <= M; ++i) w[i >> 1] |= split8(q[M - i]) << (i & 1 ? 0 : 32);
+  static_assert(M == 5, "six quotient limbs make three words of digits");
+  const uint64_t w[4] = {split8x2(q[5], q[4]), split8x2(q[3], q[2]), split8x2(q[1], q[0]), 0};
   finish(x.neg != y.neg, x.exp - y.exp + 2, w, out, outlen);
   return true;
 }
