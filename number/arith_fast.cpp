@@ -298,19 +298,19 @@ inline int limbs8(const Raw &o, uint32_t *l) {
   return (o.n + 3) / 4;
 }
 
-// The four base-100 digits of a limb below 10^8, one per byte, the first
-// in the top byte of the low half. One division by 10^4 splits the limb
-// into two halves, which then go through the division by 100 side by side
-// as 32-bit lanes of one word (a half times 5243 stays within its lane).
-inline uint64_t split8(uint32_t v) {
-  const uint64_t h = v / 10000, l = v - h * 10000;
-  const uint64_t u = (h << 32) | l;
-  const uint64_t q = ((u * 5243) >> 19) & 0x0000007F0000007Full;  // each lane / 100
-  const uint64_t t = (q << 8) | (u - q * 100);                     // lane: [tens pair][units pair]
-  return ((t >> 16) | t) & 0xFFFFFFFFull;
+// Eight base-100 digits, one per byte, the first in the top byte, from two
+// limbs below 10^8. One division by 10^4 splits each limb into halves; the
+// four halves then go through the division by 100 two at a time, as 32-bit
+// lanes of one word (a half times 5243 stays within its lane).
+inline uint64_t split8x2(uint32_t a, uint32_t b) {
+  const uint64_t ha = a / 10000, la = a - ha * 10000;
+  const uint64_t hb = b / 10000, lb = b - hb * 10000;
+  const uint64_t E = (la << 32) | lb, O = (ha << 32) | hb;
+  constexpr uint64_t kLane7 = 0x0000007F0000007Full;
+  const uint64_t qE = ((E * 5243) >> 19) & kLane7, qO = ((O * 5243) >> 19) & kLane7;  // each lane / 100
+  const uint64_t tE = (qE << 8) | (E - qE * 100), tO = (qO << 8) | (O - qO * 100);
+  return (tO << 16) | tE;
 }
-// Eight digits from two limbs.
-inline uint64_t split8x2(uint32_t a, uint32_t b) { return (split8(a) << 32) | split8(b); }
 
 // Long division Q = floor(U / V) in base 10^8 on little-endian limbs: U
 // has m + n + 1 limbs with U < V * B^(m+1), V has n >= 2 limbs whose top
