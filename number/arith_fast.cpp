@@ -179,7 +179,7 @@ inline void store_exact(uint8_t *dst, uint64_t o0, uint64_t o1, uint64_t o2, int
   }
 }
 
-void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t *outlen);
+inline void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t *outlen);
 
 // A first word of zeros (a deep cancellation in a subtraction): the zero
 // words are moved out before finishing.
@@ -199,7 +199,7 @@ void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t *outle
 // w[0..4) holds base-100 digits, the top byte of w[0] at base-100 exponent
 // `exp0`. Writes the number they make, rounded to twenty digits. Does
 // everything in registers: no digit is stored before the output.
-void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t *outlen) {
+[[gnu::always_inline]] inline void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t *outlen) {
   if (__builtin_expect(w[0] == 0, 0)) {
     finish_deep(neg, exp0, w, out, outlen);
     return;
