@@ -289,9 +289,12 @@ inline int limbs8(const Raw &o, uint32_t *l) {
   uint64_t w[4];
   digits(o, w);
   for (int j = 0; j < 3; ++j) {
-    // eight digits -> four pairs (below 10^4) -> two quadruples (below 10^8)
-    const uint64_t p = ((w[j] >> 8) & 0x00FF00FF00FF00FFull) * 100 + (w[j] & 0x00FF00FF00FF00FFull);
-    const uint64_t q = ((p >> 16) & 0x0000FFFF0000FFFFull) * 10000 + (p & 0x0000FFFF0000FFFFull);
+    // eight digits -> four pairs (below 10^4) -> two quadruples (below
+    // 10^8): a 16-bit lane holding digits a, b is a * 256 + b, and taking
+    // a * 156 off it leaves a * 100 + b in place; likewise for the pairs
+    // in 32-bit lanes with 65536 - 10000.
+    const uint64_t p = w[j] - ((w[j] >> 8) & 0x00FF00FF00FF00FFull) * 156;
+    const uint64_t q = p - ((p >> 16) & 0x0000FFFF0000FFFFull) * 55536;
     l[2 * j] = static_cast<uint32_t>(q >> 32);
     l[2 * j + 1] = static_cast<uint32_t>(q);
   }
