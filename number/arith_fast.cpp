@@ -19,10 +19,12 @@
 // in registers: bytes stored and read back as words stall the loads.
 //
 // Sections: words and operands; finishing; limbs and the long division;
-// addition and subtraction; multiplication; division.
+// addition and subtraction; multiplication; division; the exported entry
+// points.
 #include <cstring>
 #include <utility>
 
+#include "lnx.h"
 #include "number/lnx_impl.h"
 
 namespace lnx_internal {
@@ -387,8 +389,8 @@ inline void div_limbs(const uint32_t *u_in, const uint32_t *v, uint32_t *q) {
 // exponent; both operands must fit in the 31 places below it (always true
 // within eleven places of each other, and so for most pairs met in
 // practice; the rest go to the plain kernel).
-bool add_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, bool subtract,
-              uint8_t *out, size_t *outlen) {
+[[gnu::always_inline]] inline bool add_fast_in(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen,
+                                               bool subtract, uint8_t *out, size_t *outlen) {
   Raw x, y;
   if (!raw(a, alen, x) || !raw(b, blen, y)) return false;
   bool xneg = x.neg, yneg = y.neg != subtract;
@@ -436,8 +438,8 @@ bool add_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, bool
 // 64-bit column). Only the six limbs from the first non-zero one are turned
 // back into digits: they hold at least twenty-one significant digits, all
 // that rounding reads.
-bool mul_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
-              size_t *outlen) {
+[[gnu::always_inline]] inline bool mul_fast_in(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen,
+                                               uint8_t *out, size_t *outlen) {
   Raw x, y;
   if (!raw(a, alen, x) || !raw(b, blen, y)) return false;
   uint32_t la[6], lb[6];
@@ -479,8 +481,8 @@ bool mul_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint
 // integers of five limbs, q = floor(100 * A * 10^40 / B) lies in
 // [100^20, 100^23): six quotient limbs hold every digit of it, at least
 // the twenty-one significant ones that rounding reads, all exact.
-bool div_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
-              size_t *outlen) {
+[[gnu::always_inline]] inline bool div_fast_in(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen,
+                                               uint8_t *out, size_t *outlen) {
   Raw x, y;
   if (!raw(a, alen, x) || !raw(b, blen, y)) return false;
   uint32_t la[6], lb[6];
@@ -508,4 +510,45 @@ bool div_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint
   return true;
 }
 
+// ---------------------------------------------------------------- entry points
+// The fast paths are inlined into the exported functions, which hand the
+// other shapes on to the plain kernels; the out-of-line copies serve the
+// tests that hold them against those kernels.
+bool add_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, bool subtract, uint8_t *out,
+              size_t *outlen) {
+  return add_fast_in(a, alen, b, blen, subtract, out, outlen);
+}
+bool mul_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out, size_t *outlen) {
+  return mul_fast_in(a, alen, b, blen, out, outlen);
+}
+bool div_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out, size_t *outlen) {
+  return div_fast_in(a, alen, b, blen, out, outlen);
+}
+
 }  // namespace lnx_internal
+
+using namespace lnx_internal;
+
+extern "C" {
+
+KELAPI void lnxadd(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
+                   size_t *outlen) {
+  if (!add_fast_in(a, alen, b, blen, false, out, outlen)) add_plain(a, alen, b, blen, false, out, outlen);
+}
+
+KELAPI void lnxsub(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
+                   size_t *outlen) {
+  if (!add_fast_in(a, alen, b, blen, true, out, outlen)) add_plain(a, alen, b, blen, true, out, outlen);
+}
+
+KELAPI void lnxmul(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
+                   size_t *outlen) {
+  if (!mul_fast_in(a, alen, b, blen, out, outlen)) mul_plain(a, alen, b, blen, out, outlen);
+}
+
+KELAPI void lnxdiv(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
+                   size_t *outlen) {
+  if (!div_fast_in(a, alen, b, blen, out, outlen)) div_plain(a, alen, b, blen, out, outlen);
+}
+
+}  // extern "C"
