@@ -185,8 +185,9 @@ inline void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t
 
 // A first word of zeros (a deep cancellation in a subtraction): the zero
 // words are moved out before finishing.
-[[gnu::noinline, gnu::cold]] void finish_deep(bool neg, int exp0, const uint64_t w[4], uint8_t *out,
-                                              size_t *outlen) {
+[[gnu::noinline, gnu::cold]] void finish_deep(bool neg, int exp0, uint64_t w0, uint64_t w1, uint64_t w2,
+                                              uint64_t w3, uint8_t *out, size_t *outlen) {
+  const uint64_t w[4] = {w0, w1, w2, w3};  // by value: the caller's words stay in registers
   int k = 0;
   while (k < 4 && w[k] == 0) ++k;
   if (k == 4) {
@@ -203,7 +204,7 @@ inline void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t
 // everything in registers: no digit is stored before the output.
 [[gnu::always_inline]] inline void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t *outlen) {
   if (__builtin_expect(w[0] == 0, 0)) {
-    finish_deep(neg, exp0, w, out, outlen);
+    finish_deep(neg, exp0, w[0], w[1], w[2], w[3], out, outlen);
     return;
   }
   const int lead = __builtin_clzll(w[0]) >> 3;  // zero digits before the first
@@ -286,21 +287,30 @@ inline void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t
 
 // ---------------------------------------------------------------- limbs
 // Base-10^8 limbs of an operand, most significant first, always six (the
-// digits are followed by zeros). Returns how many hold digits.
-inline int limbs8(const Raw &o, uint32_t *l) {
+// digits are followed by zeros). Named fields rather than an array filled
+// by a loop, which the compiler would keep in memory.
+struct Limbs {
+  uint64_t l0, l1, l2, l3, l4, l5;
+};
+
+// Two base-10^8 limbs from a word of eight digits: a 16-bit lane holding
+// digits a, b is a * 256 + b, and taking a * 156 off it leaves a * 100 + b
+// in place; likewise for the pairs in 32-bit lanes with 65536 - 10000.
+inline void limbs_of_word(uint64_t w, uint64_t &hi, uint64_t &lo) {
+  const uint64_t p = w - ((w >> 8) & 0x00FF00FF00FF00FFull) * 156;
+  const uint64_t q = p - ((p >> 16) & 0x0000FFFF0000FFFFull) * 55536;
+  hi = q >> 32;
+  lo = q & 0xFFFFFFFFull;
+}
+
+inline Limbs limbs8(const Raw &o) {
   uint64_t w[4];
   digits(o, w);
-  for (int j = 0; j < 3; ++j) {
-    // eight digits -> four pairs (below 10^4) -> two quadruples (below
-    // 10^8): a 16-bit lane holding digits a, b is a * 256 + b, and taking
-    // a * 156 off it leaves a * 100 + b in place; likewise for the pairs
-    // in 32-bit lanes with 65536 - 10000.
-    const uint64_t p = w[j] - ((w[j] >> 8) & 0x00FF00FF00FF00FFull) * 156;
-    const uint64_t q = p - ((p >> 16) & 0x0000FFFF0000FFFFull) * 55536;
-    l[2 * j] = static_cast<uint32_t>(q >> 32);
-    l[2 * j + 1] = static_cast<uint32_t>(q);
-  }
-  return (o.n + 3) / 4;
+  Limbs l;
+  limbs_of_word(w[0], l.l0, l.l1);
+  limbs_of_word(w[1], l.l2, l.l3);
+  limbs_of_word(w[2], l.l4, l.l5);
+  return l;
 }
 
 // Eight base-100 digits, one per byte, the first in the top byte, from two
@@ -400,34 +410,43 @@ inline void div_limbs(const uint32_t *u_in, const uint32_t *v, uint32_t *q) {
   }
   const int diff = x.exp - y.exp;
   if (diff + y.n > 31) return false;
-  uint64_t X[4], Y[4], t[4];
+  // Plain variables rather than arrays walked by loops: the compiler keeps
+  // those in memory, and every step would go through a store and a load.
+  uint64_t t[4];
   digits(x, t);  // one place down, under the carry place
-  X[0] = t[0] >> 8;
-  X[1] = (t[0] << 56) | (t[1] >> 8);
-  X[2] = (t[1] << 56) | (t[2] >> 8);
-  X[3] = t[2] << 56;
+  uint64_t X0 = t[0] >> 8, X1 = (t[0] << 56) | (t[1] >> 8), X2 = (t[1] << 56) | (t[2] >> 8), X3 = t[2] << 56;
   digits(y, t);
+  uint64_t Y[4];
   shift_down(t, 1 + diff, Y);
+  uint64_t Y0 = Y[0], Y1 = Y[1], Y2 = Y[2], Y3 = Y[3];
   uint64_t R[4];
   bool resneg = xneg;
+  uint64_t c = 0;
   if (xneg == yneg) {
-    uint64_t c = 0;
-    for (int k = 3; k >= 0; --k) R[k] = add100(X[k], Y[k], c);
+    R[3] = add100(X3, Y3, c);
+    R[2] = add100(X2, Y2, c);
+    R[1] = add100(X1, Y1, c);
+    R[0] = add100(X0, Y0, c);
   } else {
     if (diff == 0) {  // the larger magnitude goes first
-      int k = 0;
-      while (k < 4 && X[k] == Y[k]) ++k;
-      if (k == 4) {
+      const bool eq0 = X0 == Y0, eq1 = X1 == Y1, eq2 = X2 == Y2;
+      if (__builtin_expect(eq0 & eq1 & eq2 & (X3 == Y3), 0)) {
         emit_zero(out, outlen);
         return true;
       }
-      if (X[k] < Y[k]) {
-        for (int j = 0; j < 4; ++j) std::swap(X[j], Y[j]);
+      const bool lt = !eq0 ? X0 < Y0 : !eq1 ? X1 < Y1 : !eq2 ? X2 < Y2 : X3 < Y3;
+      if (lt) {
+        std::swap(X0, Y0);
+        std::swap(X1, Y1);
+        std::swap(X2, Y2);
+        std::swap(X3, Y3);
         resneg = yneg;
       }
     }
-    uint64_t c = 0;
-    for (int k = 3; k >= 0; --k) R[k] = sub100(X[k], Y[k], c);
+    R[3] = sub100(X3, Y3, c);
+    R[2] = sub100(X2, Y2, c);
+    R[1] = sub100(X1, Y1, c);
+    R[0] = sub100(X0, Y0, c);
   }
   finish(resneg, x.exp + 1, R, out, outlen);
   return true;
@@ -442,23 +461,39 @@ inline void div_limbs(const uint32_t *u_in, const uint32_t *v, uint32_t *q) {
                                                uint8_t *out, size_t *outlen) {
   Raw x, y;
   if (!raw(a, alen, x) || !raw(b, blen, y)) return false;
-  uint32_t la[6], lb[6];
-  limbs8(x, la);
-  limbs8(y, lb);
+  const Limbs A = limbs8(x), B = limbs8(y);
   // Always five limbs by five (short operands are padded with zero limbs at
-  // the bottom, which leaves the leading product limbs as they are): a fixed
-  // shape the compiler lays out without loops or branches.
+  // the bottom, which leaves the leading product limbs as they are). Column
+  // m sums the products of limbs i, j with i + j = m - 1, each below 10^16,
+  // and takes the carry of the column below it.
+  const uint64_t a0 = A.l0, a1 = A.l1, a2 = A.l2, a3 = A.l3, a4 = A.l4;
+  const uint64_t b0 = B.l0, b1 = B.l1, b2 = B.l2, b3 = B.l3, b4 = B.l4;
+  constexpr uint64_t kB = 100000000;
+  uint64_t acc, carry;
   uint32_t p[10];
-  uint64_t carry = 0;
-#pragma GCC unroll 10
-  for (int m = 9; m >= 0; --m) {
-    uint64_t acc = carry;
-#pragma GCC unroll 5
-    for (int i = 0; i < 5; ++i)
-      if (m - 1 - i >= 0 && m - 1 - i < 5) acc += static_cast<uint64_t>(la[i]) * lb[m - 1 - i];
-    carry = acc / 100000000;
-    p[m] = static_cast<uint32_t>(acc - carry * 100000000);
-  }
+  auto put = [&](int m) {
+    carry = acc / kB;
+    p[m] = static_cast<uint32_t>(acc - carry * kB);
+  };
+  acc = a4 * b4;
+  put(9);
+  acc = carry + a3 * b4 + a4 * b3;
+  put(8);
+  acc = carry + a2 * b4 + a3 * b3 + a4 * b2;
+  put(7);
+  acc = carry + a1 * b4 + a2 * b3 + a3 * b2 + a4 * b1;
+  put(6);
+  acc = carry + a0 * b4 + a1 * b3 + a2 * b2 + a3 * b1 + a4 * b0;
+  put(5);
+  acc = carry + a0 * b3 + a1 * b2 + a2 * b1 + a3 * b0;
+  put(4);
+  acc = carry + a0 * b2 + a1 * b1 + a2 * b0;
+  put(3);
+  acc = carry + a0 * b1 + a1 * b0;
+  put(2);
+  acc = carry + a0 * b0;
+  put(1);
+  p[0] = static_cast<uint32_t>(carry);
   uint64_t w[4];
   w[3] = 0;
   int exp = x.exp + y.exp + 1;
@@ -485,9 +520,11 @@ inline void div_limbs(const uint32_t *u_in, const uint32_t *v, uint32_t *q) {
                                                uint8_t *out, size_t *outlen) {
   Raw x, y;
   if (!raw(a, alen, x) || !raw(b, blen, y)) return false;
-  uint32_t la[6], lb[6];
-  limbs8(x, la);
-  limbs8(y, lb);
+  const Limbs A = limbs8(x), B = limbs8(y);
+  const uint32_t la[5] = {static_cast<uint32_t>(A.l0), static_cast<uint32_t>(A.l1), static_cast<uint32_t>(A.l2),
+                          static_cast<uint32_t>(A.l3), static_cast<uint32_t>(A.l4)};
+  const uint32_t lb[5] = {static_cast<uint32_t>(B.l0), static_cast<uint32_t>(B.l1), static_cast<uint32_t>(B.l2),
+                          static_cast<uint32_t>(B.l3), static_cast<uint32_t>(B.l4)};
   // Both operands are always taken as five limbs, zero limbs below shorter
   // ones (which leaves the quotient as it is): a fixed shape the compiler
   // lays out without loops.
