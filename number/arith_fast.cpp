@@ -214,9 +214,16 @@ inline void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t
   int exp = exp0 - lead;
   // Twenty-four digits from the first non-zero one; the twenty-first (index
   // 20) is byte 4 of d2.
-  uint64_t d0 = window(w[0], w[1], lead);
-  uint64_t d1 = window(w[1], w[2], lead);
-  uint64_t d2 = window(w[2], w[3], lead);
+  // The shift by the leading zeros as a branch over its common values:
+  // predicted, it lets the rest start before the leading digit is known.
+  uint64_t d0, d1, d2;
+  switch (lead) {
+    case 0: d0 = w[0], d1 = w[1], d2 = w[2]; break;
+    case 1: d0 = window(w[0], w[1], 1), d1 = window(w[1], w[2], 1), d2 = window(w[2], w[3], 1); break;
+    case 2: d0 = window(w[0], w[1], 2), d1 = window(w[1], w[2], 2), d2 = window(w[2], w[3], 2); break;
+    case 3: d0 = window(w[0], w[1], 3), d1 = window(w[1], w[2], 3), d2 = window(w[2], w[3], 3); break;
+    default: d0 = window(w[0], w[1], lead), d1 = window(w[1], w[2], lead), d2 = window(w[2], w[3], lead); break;
+  }
   constexpr uint64_t kHigh4 = 0xFFFFFFFF00000000ull;
   const bool up = (d2 & 0xFF000000u) >= (50u << 24);
   d2 &= kHigh4;
