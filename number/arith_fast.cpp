@@ -86,7 +86,11 @@ inline void digits(const Raw &o, uint64_t w[4]) {
   // before the shifts that clear the places past the last digit.
   auto dec = [&o](uint64_t v) { return o.neg ? kNegBias - v : v - kOnes; };
   w[3] = 0;
-  if (n > 16) {
+  if (n == 20) {  // the usual length of a computed result: constant offsets
+    w[0] = dec(load_be(p));
+    w[1] = dec(load_be(p + 8));
+    w[2] = dec(load_be(p + 12)) << 32;
+  } else if (n > 16) {
     w[0] = dec(load_be(p));
     w[1] = dec(load_be(p + 8));
     w[2] = dec(load_be(p + n - 8)) << (8 * (24 - n));
@@ -247,7 +251,9 @@ inline void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t
   }
   // Digit count up to the last non-zero digit (d0 never is zero).
   int n;
-  if (d2 != 0)
+  if ((d2 >> 32) & 0xFF)  // the usual case, twenty digits: a constant length
+    n = 20;
+  else if (d2 != 0)
     n = 24 - (__builtin_ctzll(d2) >> 3);
   else if (d1 != 0)
     n = 16 - (__builtin_ctzll(d1) >> 3);
