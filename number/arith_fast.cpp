@@ -120,18 +120,35 @@ inline void digits(const Raw &o, uint64_t w[4]) {
 // towards the less significant end by s bytes (1..31) into four words;
 // digits shifted past the end are lost. The word part of the shift is a
 // branch: operands met together mostly lie within a word of each other.
-inline void shift_down(const uint64_t in[4], int s, uint64_t out[4]) {
-  const unsigned r = 8u * static_cast<unsigned>(s & 7);
+template <int S>
+inline void shift_down_by(const uint64_t in[4], int s, uint64_t out[4]) {
+  const int sh = S >= 0 ? S : s;
+  const unsigned r = 8u * static_cast<unsigned>(sh & 7);
   // in >> r across the words; (x << 1) << (63 - r) is x << (64 - r), also for r = 0.
   const uint64_t t0 = in[0] >> r;
   const uint64_t t1 = (in[1] >> r) | ((in[0] << 1) << (63 - r));
   const uint64_t t2 = (in[2] >> r) | ((in[1] << 1) << (63 - r));
   const uint64_t t3 = (in[2] << 1) << (63 - r);
-  switch (s >> 3) {
+  switch (sh >> 3) {
     case 0: out[0] = t0, out[1] = t1, out[2] = t2, out[3] = t3; break;
     case 1: out[0] = 0, out[1] = t0, out[2] = t1, out[3] = t2; break;
     case 2: out[0] = 0, out[1] = 0, out[2] = t0, out[3] = t1; break;
     default: out[0] = 0, out[1] = 0, out[2] = 0, out[3] = t0; break;
+  }
+}
+// The distances met most (operands within a word of each other) as a
+// branch to constant shifts: predicted, it lets the addition start before
+// the distance is known.
+inline void shift_down(const uint64_t in[4], int s, uint64_t out[4]) {
+  switch (s) {
+    case 1: shift_down_by<1>(in, s, out); break;
+    case 2: shift_down_by<2>(in, s, out); break;
+    case 3: shift_down_by<3>(in, s, out); break;
+    case 4: shift_down_by<4>(in, s, out); break;
+    case 5: shift_down_by<5>(in, s, out); break;
+    case 6: shift_down_by<6>(in, s, out); break;
+    case 7: shift_down_by<7>(in, s, out); break;
+    default: shift_down_by<-1>(in, s, out); break;
   }
 }
 
