@@ -49,6 +49,8 @@ inline void store_be(uint8_t *p, uint64_t v) {
   std::memcpy(p, &v, 8);
 }
 
+#define KEL_INLINE_LAMBDA __attribute__((always_inline))
+
 // A finite non-zero operand as it lies in its bytes.
 struct Raw {
   const uint8_t *p;  // digit bytes
@@ -266,16 +268,6 @@ inline void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t
       d0 = b0 - ((b0 >> 7) & kOnes) * kFix;
     }
   }
-  // Digit count up to the last non-zero digit (d0 never is zero).
-  int n;
-  if ((d2 >> 32) & 0xFF)  // the usual case, twenty digits: a constant length
-    n = 20;
-  else if (d2 != 0)
-    n = 24 - (__builtin_ctzll(d2) >> 3);
-  else if (d1 != 0)
-    n = 16 - (__builtin_ctzll(d1) >> 3);
-  else
-    n = 8 - (__builtin_ctzll(d0) >> 3);
   if (__builtin_expect(static_cast<unsigned>(exp - kMinExp) > static_cast<unsigned>(kMaxExp - kMinExp), 0)) {
     if (exp > kMaxExp)
       emit_inf(neg, out, outlen);
@@ -285,37 +277,50 @@ inline void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t
   }
   // Digit bytes: d + 1 for a positive, 101 - d for a negative. Past the
   // last digit a negative's bytes are 101; the one right after it becomes
-  // the terminator 102 when there is room for one.
-  uint64_t e0, e1, e2, eb;
-  int len = n + 1;
-  if (neg) {
-    e0 = kNegBias - d0;
-    e1 = kNegBias - d1;
-    e2 = kNegBias - d2;
-    eb = static_cast<uint64_t>(62 - exp);
-    if (n < kMaxDigits) {
-      const uint64_t tb = 1ull << (56 - 8 * (n & 7));
-      if (n < 8)
-        e0 += tb;
-      else if (n < 16)
-        e1 += tb;
-      else
-        e2 += tb;
-      ++len;
+  // the terminator 102 when there is room for one. `n` is the digit count.
+  auto write = [&](int n) KEL_INLINE_LAMBDA {
+    uint64_t e0, e1, e2, eb;
+    int len = n + 1;
+    if (neg) {
+      e0 = kNegBias - d0;
+      e1 = kNegBias - d1;
+      e2 = kNegBias - d2;
+      eb = static_cast<uint64_t>(62 - exp);
+      if (n < kMaxDigits) {
+        const uint64_t tb = 1ull << (56 - 8 * (n & 7));
+        if (n < 8)
+          e0 += tb;
+        else if (n < 16)
+          e1 += tb;
+        else
+          e2 += tb;
+        ++len;
+      }
+    } else {
+      e0 = d0 + kOnes;
+      e1 = d1 + kOnes;
+      e2 = d2 + kOnes;
+      eb = static_cast<uint64_t>(exp + 193);
     }
-  } else {
-    e0 = d0 + kOnes;
-    e1 = d1 + kOnes;
-    e2 = d2 + kOnes;
-    eb = static_cast<uint64_t>(exp + 193);
-  }
-  if (outlen == nullptr) {  // length byte, exponent byte, digits
-    const uint64_t hdr = (static_cast<uint64_t>(len) << 56) | (eb << 48);
-    store_exact(out, hdr | (e0 >> 16), (e0 << 48) | (e1 >> 16), (e1 << 48) | (e2 >> 16), len + 1);
-  } else {
-    store_exact(out, (eb << 56) | (e0 >> 8), (e0 << 56) | (e1 >> 8), (e1 << 56) | (e2 >> 8), len);
-    *outlen = static_cast<size_t>(len);
-  }
+    if (outlen == nullptr) {  // length byte, exponent byte, digits
+      const uint64_t hdr = (static_cast<uint64_t>(len) << 56) | (eb << 48);
+      store_exact(out, hdr | (e0 >> 16), (e0 << 48) | (e1 >> 16), (e1 << 48) | (e2 >> 16), len + 1);
+    } else {
+      store_exact(out, (eb << 56) | (e0 >> 8), (e0 << 56) | (e1 >> 8), (e1 << 56) | (e2 >> 8), len);
+      *outlen = static_cast<size_t>(len);
+    }
+  };
+  // The usual case, twenty digits, gets a copy with a constant length.
+  // Otherwise the count runs up to the last non-zero digit (d0 never is
+  // zero).
+  if ((d2 >> 32) & 0xFF)
+    write(20);
+  else if (d2 != 0)
+    write(24 - (__builtin_ctzll(d2) >> 3));
+  else if (d1 != 0)
+    write(16 - (__builtin_ctzll(d1) >> 3));
+  else
+    write(8 - (__builtin_ctzll(d0) >> 3));
 }
 
 // ---------------------------------------------------------------- limbs
