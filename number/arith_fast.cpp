@@ -8,15 +8,25 @@
 //  - the excess encodings (d + 1 for positives, 101 - d for negatives) are
 //    removed and re-applied with one subtraction per word;
 //  - addition and subtraction run as whole-word additions whose carries or
-//    borrows cross the bytes by themselves; the bytes that did (or did not)
-//    carry are then found from the carry vector and corrected in one step;
+//    borrows cross the bytes by themselves; the top bit of each byte then
+//    tells which bytes did (or did not) carry, and they are corrected in
+//    one step;
 //  - multiplication and division regroup the digit words into base-10^8
-//    limbs with two multiply-adds per word.
+//    limbs with two multiply-adds per word, and turn the limbs of the
+//    result back into digits two limbs at a time (in the vector unit when
+//    there is one).
 // The result is rounded, range-checked and written by `finish`, which
 // applies exactly the rule of `encode_bytes`: round half up on the
 // twenty-first digit, drop trailing zeros, infinity above the range, zero
 // below it. Between the input bytes and the output bytes the digits stay
-// in registers: bytes stored and read back as words stall the loads.
+// in registers (plain variables, no arrays walked by loops): bytes stored
+// and read back as words stall the loads.
+//
+// Where a value steers a shift or a length (the distance of the exponents,
+// the leading zero digits of a result, a length of twenty digits), its
+// common values get branches of their own with constant shifts. Predicted,
+// such a branch lets the work after it start before the value is known;
+// computed shifts would wait for it.
 //
 // Sections: words and operands; finishing; limbs and the long division;
 // addition and subtraction; multiplication; division; the exported entry
