@@ -243,20 +243,27 @@ inline void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t
     finish_deep(neg, exp0, w[0], w[1], w[2], w[3], out, outlen);
     return;
   }
-  const int lead = __builtin_clzll(w[0]) >> 3;  // zero digits before the first
-  int exp = exp0 - lead;
   // Twenty-four digits from the first non-zero one; the twenty-first (index
-  // 20) is byte 4 of d2.
-  // The shift by the leading zeros as a branch over its common values:
-  // predicted, it lets the rest start before the leading digit is known.
+  // 20) is byte 4 of d2. The leading zero digits are found by tests on the
+  // common counts first and the shift by them is a branch over those:
+  // predicted, they let the rest start before the first digit is known.
+  int lead;
   uint64_t d0, d1, d2;
-  switch (lead) {
-    case 0: d0 = w[0], d1 = w[1], d2 = w[2]; break;
-    case 1: d0 = window(w[0], w[1], 1), d1 = window(w[1], w[2], 1), d2 = window(w[2], w[3], 1); break;
-    case 2: d0 = window(w[0], w[1], 2), d1 = window(w[1], w[2], 2), d2 = window(w[2], w[3], 2); break;
-    case 3: d0 = window(w[0], w[1], 3), d1 = window(w[1], w[2], 3), d2 = window(w[2], w[3], 3); break;
-    default: d0 = window(w[0], w[1], lead), d1 = window(w[1], w[2], lead), d2 = window(w[2], w[3], lead); break;
+  if (w[0] >> 56) {
+    lead = 0;
+    d0 = w[0], d1 = w[1], d2 = w[2];
+  } else if (w[0] >> 48) {
+    lead = 1;
+    d0 = window(w[0], w[1], 1), d1 = window(w[1], w[2], 1), d2 = window(w[2], w[3], 1);
+  } else {
+    lead = __builtin_clzll(w[0]) >> 3;
+    switch (lead) {
+      case 2: d0 = window(w[0], w[1], 2), d1 = window(w[1], w[2], 2), d2 = window(w[2], w[3], 2); break;
+      case 3: d0 = window(w[0], w[1], 3), d1 = window(w[1], w[2], 3), d2 = window(w[2], w[3], 3); break;
+      default: d0 = window(w[0], w[1], lead), d1 = window(w[1], w[2], lead), d2 = window(w[2], w[3], lead); break;
+    }
   }
+  int exp = exp0 - lead;
   constexpr uint64_t kHigh4 = 0xFFFFFFFF00000000ull;
   const bool up = (d2 & 0xFF000000u) >= (50u << 24);
   d2 &= kHigh4;
