@@ -267,7 +267,9 @@ inline void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t
   constexpr uint64_t kHigh4 = 0xFFFFFFFF00000000ull;
   const bool up = (d2 & 0xFF000000u) >= (50u << 24);
   d2 &= kHigh4;
-  if (up) {
+  if (up && ((d2 >> 32) & 0xFF) != 99) {
+    d2 += 1ull << 32;  // one unit at digit 19, which takes it without a carry
+  } else if (up) {
     // One unit at digit 19, carried through 99s as in add100: on biased
     // digits a 99 overflows its byte. The four places after digit 19 get
     // no bias and stay empty. A sum below the unbiased word it started
