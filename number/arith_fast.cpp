@@ -129,7 +129,7 @@ inline void digits(const Raw &o, uint64_t w[4]) {
 }
 
 // Shifts the three words of an operand's digits (the fourth is empty)
-// towards the less significant end by s bytes (1..31) into four words;
+// towards the less significant end by s bytes (0..31) into four words;
 // digits shifted past the end are lost. The word part of the shift is a
 // branch: operands met together mostly lie within a word of each other.
 template <int S>
@@ -153,6 +153,7 @@ inline void shift_down_by(const uint64_t in[4], int s, uint64_t out[4]) {
 // the distance is known.
 inline void shift_down(const uint64_t in[4], int s, uint64_t out[4]) {
   switch (s) {
+    case 0: shift_down_by<0>(in, s, out); break;
     case 1: shift_down_by<1>(in, s, out); break;
     case 2: shift_down_by<2>(in, s, out); break;
     case 3: shift_down_by<3>(in, s, out); break;
@@ -479,10 +480,11 @@ inline void div_limbs(const uint32_t *u_in, const uint32_t *v, uint32_t *q) {
 }  // namespace
 
 // ---------------------------------------------------------------- add / sub
-// The top byte of the first word is the carry place, one above the larger
-// exponent; both operands must fit in the 31 places below it (always true
-// within eleven places of each other, and so for most pairs met in
-// practice; the rest go to the plain kernel).
+// The operand with the larger exponent fills the words from the top, the
+// other is aligned under it; both must fit in the 32 places (always true
+// within twelve places of each other, and so for most pairs met in
+// practice; the rest go to the plain kernel). A carry out of the top makes
+// a leading digit 1 one place up.
 [[gnu::always_inline]] inline bool add_fast_in(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen,
                                                bool subtract, uint8_t *out, size_t *outlen) {
   Raw x, y;
@@ -493,15 +495,15 @@ inline void div_limbs(const uint32_t *u_in, const uint32_t *v, uint32_t *q) {
     std::swap(xneg, yneg);
   }
   const int diff = x.exp - y.exp;
-  if (diff + y.n > 31) return false;
+  if (diff + y.n > 32) return false;
   // Plain variables rather than arrays walked by loops: the compiler keeps
   // those in memory, and every step would go through a store and a load.
   uint64_t t[4];
-  digits(x, t);  // one place down, under the carry place
-  uint64_t X0 = t[0] >> 8, X1 = (t[0] << 56) | (t[1] >> 8), X2 = (t[1] << 56) | (t[2] >> 8), X3 = t[2] << 56;
+  digits(x, t);
+  uint64_t X0 = t[0], X1 = t[1], X2 = t[2], X3 = 0;
   digits(y, t);
   uint64_t Y[4];
-  shift_down(t, 1 + diff, Y);
+  shift_down(t, diff, Y);
   uint64_t Y0 = Y[0], Y1 = Y[1], Y2 = Y[2], Y3 = Y[3];
   uint64_t R[4];
   bool resneg = xneg;
@@ -511,6 +513,12 @@ inline void div_limbs(const uint32_t *u_in, const uint32_t *v, uint32_t *q) {
     R[2] = add100(X2, Y2, c);
     R[1] = add100(X1, Y1, c);
     R[0] = add100(X0, Y0, c);
+    if (c) {  // a carry out of the top: a digit 1 before the others
+      const uint64_t W[4] = {(1ull << 56) | (R[0] >> 8), (R[0] << 56) | (R[1] >> 8), (R[1] << 56) | (R[2] >> 8),
+                             (R[2] << 56) | (R[3] >> 8)};  // the last place drops: it is past the rounding
+      finish(resneg, x.exp + 1, W, out, outlen);
+      return true;
+    }
   } else {
     if (diff == 0) {  // the larger magnitude goes first
       const bool eq0 = X0 == Y0, eq1 = X1 == Y1, eq2 = X2 == Y2;
@@ -532,7 +540,7 @@ inline void div_limbs(const uint32_t *u_in, const uint32_t *v, uint32_t *q) {
     R[1] = sub100(X1, Y1, c);
     R[0] = sub100(X0, Y0, c);
   }
-  finish(resneg, x.exp + 1, R, out, outlen);
+  finish(resneg, x.exp, R, out, outlen);
   return true;
 }
 

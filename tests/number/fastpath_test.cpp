@@ -169,10 +169,10 @@ TEST(NumberFastPath, SweepOfLengthsAndDistances) {
           const int signs = g.uni(0, 3);
           const Bytes a = make(signs & 1, ea, da), b = make((signs & 2) != 0, eb, db);
           // Addition takes the pair when the digits of the operand with the
-          // smaller exponent fit in the 31 places under the other's carry
-          // place; multiplication and division take every finite pair.
+          // smaller exponent fit in the 32 places from the other's first
+          // digit; multiplication and division take every finite pair.
           const int lo_n = ea < eb ? na : nb;
-          const bool served = (o.op == Op::Mul || o.op == Op::Div) || std::abs(ea - eb) + lo_n <= 31;
+          const bool served = (o.op == Op::Mul || o.op == Op::Div) || std::abs(ea - eb) + lo_n <= 32;
           uint8_t want[22];
           size_t wl = 0;
           plain(o.op, a, b, want, &wl);
