@@ -59,8 +59,6 @@ inline void store_be(uint8_t *p, uint64_t v) {
   std::memcpy(p, &v, 8);
 }
 
-#define KEL_INLINE_LAMBDA __attribute__((always_inline))
-
 // A finite non-zero operand as it lies in its bytes.
 struct Raw {
   const uint8_t *p;  // digit bytes
@@ -298,7 +296,7 @@ inline void finish(bool neg, int exp0, const uint64_t w[4], uint8_t *out, size_t
   // Digit bytes: d + 1 for a positive, 101 - d for a negative. Past the
   // last digit a negative's bytes are 101; the one right after it becomes
   // the terminator 102 when there is room for one. `n` is the digit count.
-  auto write = [&](int n) KEL_INLINE_LAMBDA {
+  auto write = [&](int n) __attribute__((always_inline)) {  // one copy per call below
     uint64_t e0, e1, e2, eb;
     int len = n + 1;
     if (neg) {
