@@ -8,8 +8,9 @@
 // base-100 digits each, to shorten the inner loops.
 //
 // These are the plain kernels: they serve every operand shape and are the
-// reference for the fast paths in arith_fast.cpp, which the entry points at
-// the end of this file try first for finite non-zero operands.
+// reference for the fast paths in arith_fast.cpp, whose entry points try
+// the fast path first for finite non-zero operands and come here for the
+// rest.
 #include <cstring>
 #include <utility>
 
@@ -295,46 +296,29 @@ void div_num(const Num &a, const Num &b, uint8_t *out, size_t *outlen) {
   encode(aneg != bneg, a.exp - b.exp + 3, d, 4 * (M + 1), out, outlen);
 }
 
-}  // namespace lnx_internal
-
-using namespace lnx_internal;
-
-extern "C" {
-
-KELAPI void lnxadd(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
-                   size_t *outlen) {
-  if (add_fast(a, alen, b, blen, false, out, outlen)) return;
+// The operations on arguments as they come, for the shapes the fast paths
+// leave over; the exported entry points are in arith_fast.cpp, next to the
+// fast paths they try first.
+void add_plain(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, bool subtract, uint8_t *out,
+               size_t *outlen) {
   Num x, y;
   decode_arg(a, alen, x);
   decode_arg(b, blen, y);
-  add_num(x, y, false, out, outlen);
+  add_num(x, y, subtract, out, outlen);
 }
 
-KELAPI void lnxsub(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
-                   size_t *outlen) {
-  if (add_fast(a, alen, b, blen, true, out, outlen)) return;
-  Num x, y;
-  decode_arg(a, alen, x);
-  decode_arg(b, blen, y);
-  add_num(x, y, true, out, outlen);
-}
-
-KELAPI void lnxmul(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
-                   size_t *outlen) {
-  if (mul_fast(a, alen, b, blen, out, outlen)) return;
+void mul_plain(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out, size_t *outlen) {
   Num x, y;
   decode_arg(a, alen, x);
   decode_arg(b, blen, y);
   mul_num(x, y, out, outlen);
 }
 
-KELAPI void lnxdiv(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
-                   size_t *outlen) {
-  if (div_fast(a, alen, b, blen, out, outlen)) return;
+void div_plain(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out, size_t *outlen) {
   Num x, y;
   decode_arg(a, alen, x);
   decode_arg(b, blen, y);
   div_num(x, y, out, outlen);
 }
 
-}  // extern "C"
+}  // namespace lnx_internal

@@ -168,6 +168,12 @@ bool mul_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint
               size_t *outlen);
 bool div_fast(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out,
               size_t *outlen);
+// The same operations through the plain kernels, on arguments in the
+// caller's conventions (decoded first): what the entry points fall back to.
+void add_plain(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, bool subtract, uint8_t *out,
+               size_t *outlen);
+void mul_plain(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out, size_t *outlen);
+void div_plain(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen, uint8_t *out, size_t *outlen);
 
 // Round (truncate == false) or truncate to `places` decimal places.
 void round_num(const Num &x, int32_t places, bool truncate, uint8_t *out, size_t *outlen);

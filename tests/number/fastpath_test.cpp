@@ -4,6 +4,10 @@
 // conventions and with the output aliasing an input.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdlib>
+#include <iterator>
+
 #include "lnx.h"
 #include "number/lnx_impl.h"
 #include "tests/number/lnx_test_util.h"
@@ -122,6 +126,77 @@ TEST(NumberFastPath, SameBytesAsPlainKernels) {
     }
     // The fast path must serve the common shapes, not hand everything on.
     EXPECT_GT(taken, kCases * 7 / 10) << o.name;
+  }
+}
+
+// Every pair of mantissa lengths 1..20 with every exponent distance the
+// addition path serves (and some it hands on), both signs of each operand,
+// and operands sharing a prefix of their digits (the cancellations of a
+// subtraction that empty whole words), against the plain kernels. The
+// output buffer is fenced: a result must not touch a byte past its own
+// length, in either output convention, since callers size buffers to the
+// number they expect.
+TEST(NumberFastPath, SweepOfLengthsAndDistances) {
+  const struct {
+    Op op;
+    const char *name;
+    int max_dist;  // exponent distances tried: -max_dist..max_dist
+  } ops[] = {{Op::Add, "add", 33}, {Op::Sub, "sub", 33}, {Op::Mul, "mul", 6}, {Op::Div, "div", 6}};
+  constexpr uint8_t kFence = 0xA5;
+  for (const auto &o : ops) {
+    Gen g(0x5eed + static_cast<uint64_t>(o.op));
+    for (int rep = 0; rep < 4; ++rep)
+    for (int na = 1; na <= 20; ++na)
+      for (int nb = 1; nb <= 20; ++nb)
+        for (int dist = -o.max_dist; dist <= o.max_dist; ++dist) {
+          // Exponents in the middle of the range, now and then at its ends,
+          // where results overflow to infinity or underflow to zero.
+          const int k = g.uni(0, 15);
+          const int ea = k == 0 ? g.uni(52, 62) : (k == 1 ? g.uni(-64, -54) : g.uni(-4, 4));
+          const int eb = std::min(62, std::max(-64, ea - dist));
+          const int style = g.uni(0, 4);
+          std::vector<int> da(static_cast<size_t>(na)), db(static_cast<size_t>(nb));
+          for (auto &x : da) x = g.digit(style);
+          for (auto &x : db) x = g.digit(style);
+          if (g.uni(0, 3) == 0) {  // a shared prefix: cancellation in a subtraction
+            const int share = g.uni(0, std::min(na, nb));
+            for (int i = 0; i < share; ++i) db[static_cast<size_t>(i)] = da[static_cast<size_t>(i)];
+          }
+          da[0] = da[0] == 0 ? g.uni(1, 99) : da[0];
+          db[0] = db[0] == 0 ? g.uni(1, 99) : db[0];
+          if (da.back() == 0) da.back() = g.uni(1, 99);
+          if (db.back() == 0) db.back() = g.uni(1, 99);
+          const int signs = g.uni(0, 3);
+          const Bytes a = make(signs & 1, ea, da), b = make((signs & 2) != 0, eb, db);
+          // Addition takes the pair when the digits of the operand with the
+          // smaller exponent fit in the 32 places from the other's first
+          // digit; multiplication and division take every finite pair.
+          const int lo_n = ea < eb ? na : nb;
+          const bool served = (o.op == Op::Mul || o.op == Op::Div) || std::abs(ea - eb) + lo_n <= 32;
+          uint8_t want[22];
+          size_t wl = 0;
+          plain(o.op, a, b, want, &wl);
+          uint8_t got[32];
+          std::fill(std::begin(got), std::end(got), kFence);
+          size_t gl = 0;
+          const bool took = fast(o.op, a.data(), a.size(), b.data(), b.size(), got, &gl);
+          ASSERT_EQ(took, served) << o.name << " " << hex(a) << " " << hex(b);
+          if (!took) {
+            for (uint8_t byte : got) ASSERT_EQ(byte, kFence) << o.name << " wrote before handing on";
+            continue;
+          }
+          ASSERT_EQ(hex(got, gl), hex(want, wl)) << o.name << " " << hex(a) << " " << hex(b);
+          for (size_t i = gl; i < sizeof got; ++i)
+            ASSERT_EQ(got[i], kFence) << o.name << " wrote past the result at " << i << ": " << hex(a) << " "
+                                      << hex(b);
+          std::fill(std::begin(got), std::end(got), kFence);
+          ASSERT_TRUE(fast(o.op, a.data(), a.size(), b.data(), b.size(), got, nullptr));
+          ASSERT_EQ(hex(got, static_cast<size_t>(got[0]) + 1), hex(std::vector<uint8_t>{static_cast<uint8_t>(wl)}) + hex(want, wl))
+              << o.name << " prefixed " << hex(a) << " " << hex(b);
+          for (size_t i = got[0] + 1u; i < sizeof got; ++i)
+            ASSERT_EQ(got[i], kFence) << o.name << " prefixed, wrote past the result at " << i << ": " << hex(a)
+                                      << " " << hex(b);
+        }
   }
 }
 
