@@ -200,7 +200,8 @@ KELAPI lrmctx *lrminiu(lcorectx *ctx, const lxenv *charset, uint32_t flags, lrmi
   }
   // A NUL byte cannot be part of a NUL-terminated token text: it separates
   // like a blank.
-  c->blank['\n'] = c->blank['\r'] = c->blank['\t'] = c->blank[' '] = c->blank[0] = 1;
+  static const unsigned char kBlanks[] = {'\n', '\r', '\t', ' ', '\0'};
+  for (unsigned char b : kBlanks) c->blank[b] = 1;
   c->lsf = lpmloadpkg(ctx, "lsf");
   if (c->lsf == nullptr) {
     free_context(c);
