@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "lem.h"
+#include "memory/lmm_impl.h"
 #include "lmm.h"
 #include "lpm.h"
 #include "lsf.h"
@@ -80,6 +81,7 @@ TEST(Start, SecondStartSharesTheRecordAndOneStopEndsIt) {
 TEST(Start, MemoryOptionSetsTheExtentOfTheCallersHeap) {
   lcorectx *a = lpminitm(nullptr, 1 << 20, nullptr, nullptr, 0);
   ASSERT_NE(a, nullptr);
+  EXPECT_EQ(static_cast<lmmctx *>(a->lmmctx)->extent, size_t{1} << 20);
   lmmheap *h = lmmtophp(a->lmmctx);
   void *p = lmmmalloc(a->lmmctx, h, 100, 0, "t", 1);
   EXPECT_NE(p, nullptr);
