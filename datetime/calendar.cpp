@@ -276,9 +276,7 @@ KELAPI int32_t ldxjtc(ldxctx *ctx, int32_t jday, ldxdate *out) {
   int32_t y, m, d;
   int32_t err = jtc(jday, &y, &m, &d);
   if (err == E_JDAY) return raise(ctx, err);
-  out->year = static_cast<int16_t>(y);
-  out->month = static_cast<int8_t>(m);
-  out->day = static_cast<int8_t>(d);
+  set_ymd(out, y, m, d);
   return raise(ctx, err);
 }
 
@@ -295,9 +293,7 @@ KELAPI void ldxdtd(ldxctx *, const ldxdate *in, ldxdays *out) {
 KELAPI int32_t ldxdfd(ldxctx *ctx, const ldxdays *in, ldxdate *out) {
   std::memset(out, 0, sizeof *out);
   int32_t s = in->seconds;
-  out->hour = static_cast<int8_t>(s / 3600);
-  out->minute = static_cast<int8_t>(s % 3600 / 60);
-  out->second = static_cast<int8_t>(s % 60);
+  set_hms(out, s / 3600, s % 3600 / 60, s % 60);
   return ldxjtc(ctx, in->days, out);
 }
 

@@ -509,12 +509,8 @@ inline bool read_simple(const Plan &p, const uint8_t *t, ldxdate *out, int32_t *
     *err = E_BAD_DAY_FOR_MONTH;
   } else {
     *err = 0;
-    out->year = static_cast<int16_t>(year);
-    out->month = static_cast<int8_t>(month);
-    out->day = static_cast<int8_t>(day);
-    out->hour = static_cast<int8_t>(hour);
-    out->minute = static_cast<int8_t>(minute);
-    out->second = static_cast<int8_t>(second);
+    set_ymd(out, year, month, day);
+    set_hms(out, hour, minute, second);
   }
   return true;
 }
@@ -583,12 +579,8 @@ int32_t assemble(const ldx_territory_view &v, Fields &f, ldxdate *out) {
     hour = h, minute = m, second = s;
   }
   if (f[F_WDAY] >= 0 && dow(ctj(year, month, day), 0) - 1 != f[F_WDAY]) return E_WEEKDAY_CONFLICT;
-  out->year = static_cast<int16_t>(year);
-  out->month = static_cast<int8_t>(month);
-  out->day = static_cast<int8_t>(day);
-  out->hour = static_cast<int8_t>(hour);
-  out->minute = static_cast<int8_t>(minute);
-  out->second = static_cast<int8_t>(second);
+  set_ymd(out, year, month, day);
+  set_hms(out, hour, minute, second);
   return 0;
 }
 

@@ -145,6 +145,19 @@ int32_t raise(ldxctx *ctx, int32_t err);
 // Spelled English numbers (0 ... 999,999,999), upper case; ordinal with th.
 size_t spell(uint32_t n, bool ordinal, char *out, size_t cap);
 
+// Stores calendar fields in a date record (the record's fields are narrow;
+// callers pass values already in range).
+inline void set_ymd(ldxdate *out, int32_t y, int32_t m, int32_t d) {
+  out->year = static_cast<int16_t>(y);
+  out->month = static_cast<int8_t>(m);
+  out->day = static_cast<int8_t>(d);
+}
+inline void set_hms(ldxdate *out, int32_t h, int32_t mi, int32_t s) {
+  out->hour = static_cast<int8_t>(h);
+  out->minute = static_cast<int8_t>(mi);
+  out->second = static_cast<int8_t>(s);
+}
+
 }  // namespace ldx_internal
 
 #endif  // KEL_DATETIME_LDX_IMPL_H

@@ -61,9 +61,7 @@ int32_t nls_add_months(ldxctx *ctx, ldxdate *out, const ldxdate *in, int32_t mon
   int32_t r = lxeadm(env_of(ctx), &y, &m, &d, months);
   if (r & 0xFF) {
     *out = *in;
-    out->year = static_cast<int16_t>(y);
-    out->month = static_cast<int8_t>(m);
-    out->day = static_cast<int8_t>(d);
+    set_ymd(out, y, m, d);
   }
   return r;
 }
@@ -73,9 +71,7 @@ int32_t nls_last_day(ldxctx *ctx, ldxdate *out, const ldxdate *in) {
   int32_t r = lxeldd(env_of(ctx), &y, &m, &d);
   if (r & 0xFF) {
     *out = *in;
-    out->year = static_cast<int16_t>(y);
-    out->month = static_cast<int8_t>(m);
-    out->day = static_cast<int8_t>(d);
+    set_ymd(out, y, m, d);
   }
   return r;
 }

@@ -73,12 +73,8 @@ KELAPI int32_t ldxn2d(ldxctx *ctx, const uint8_t *num, size_t len, ldxdate *out)
   if (!split(num, len, false, &j, &s) || j < 1 || j > kMaxJday) return raise(ctx, E_RANGE_YEAR);
   int32_t y, m, d;
   jtc(j, &y, &m, &d);
-  out->year = static_cast<int16_t>(y);
-  out->month = static_cast<int8_t>(m);
-  out->day = static_cast<int8_t>(d);
-  out->hour = static_cast<int8_t>(s / 3600);
-  out->minute = static_cast<int8_t>(s / 60 % 60);
-  out->second = static_cast<int8_t>(s % 60);
+  set_ymd(out, y, m, d);
+  set_hms(out, s / 3600, s / 60 % 60, s % 60);
   return 0;
 }
 

@@ -32,12 +32,6 @@ Unit classify(int32_t code) {
   }
 }
 
-void set_ymd(ldxdate *d, int32_t y, int32_t m, int32_t dd) {
-  d->year = static_cast<int16_t>(y);
-  d->month = static_cast<int8_t>(m);
-  d->day = static_cast<int8_t>(dd);
-}
-
 int32_t monday_on_or_before(ldxdate *r) {
   int32_t j = ctj(r->year, r->month, r->day);
   int32_t wd = (j - 2445030) % 7;
