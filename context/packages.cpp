@@ -284,7 +284,6 @@ bool lock_find_shared(lcorectx *ctx, lpmreg *reg, const char *name, size_t len, 
 
 extern "C" {
 
-
 // -------------------------------------------------- loading and deleting
 
 KELAPI lpmiftab *lpmloadpkg(lcorectx *ctx, const char *name) {
