@@ -215,14 +215,6 @@ void free_large(lmmctx *c, lmmheap *heap, stmodel *m, large *b) noexcept {
 
 // ------------------------------------------------- chunks and small blocks
 
-void cls_push(stmodel *m, int k, void *user) noexcept {
-  auto *f = static_cast<sfree *>(user);
-  f->prev = nullptr;
-  f->next = m->cls[k];
-  if (f->next) f->next->prev = f;
-  m->cls[k] = f;
-}
-
 void cls_remove(stmodel *m, int k, void *user) noexcept {
   auto *f = static_cast<sfree *>(user);
   if (f->prev) f->prev->next = f->next; else m->cls[k] = f->next;
@@ -272,30 +264,16 @@ chunk *get_chunk(lmmctx *c, lmmheap *heap, stmodel *m, uint32_t flags) noexcept 
 
 void *get_small(lmmctx *c, lmmheap *heap, stmodel *m, size_t n, uint32_t flags) noexcept {
   int k = class_of(n);
-  if (sfree *f = m->cls[k]) {
-    m->cls[k] = f->next;
-    if (f->next) f->next->prev = nullptr;
-    chunk_of(f)->inuse++;
-    tag_of(f) = static_cast<uint8_t>(k | kInUse);
-    return f;
-  }
-  size_t need = kClassSize[k] + kSmallHdr;
+  if (m->cls[k] != nullptr) return st_pop(m, k);
   chunk *ch = m->clast;
-  if (ch == nullptr || ch->room < need) {
+  if (ch == nullptr || ch->room < kClassSize[k] + kSmallHdr) {
     ch = get_chunk(c, heap, m, flags);
     if (ch == nullptr) {
       fail(c, 425, "In Std getsml: std get chunk fail");
       return nullptr;
     }
   }
-  ch->inuse++;
-  ch->room -= need;
-  char *blk = ch->free;
-  ch->free += need;
-  char *user = blk + kSmallHdr;
-  chunk_of(user) = ch;
-  tag_of(user) = static_cast<uint8_t>(k | kInUse);
-  return user;
+  return st_carve(ch, k);
 }
 
 void *get_large(lmmctx *c, lmmheap *heap, stmodel *m, size_t n, uint32_t flags) noexcept {
@@ -396,8 +374,7 @@ int32_t st_free(void *mctx, lmmheap *heap, void *p, uint32_t flags) {
     free_chunk(c, heap, m, ch, p);
     return 0;
   }
-  tag_of(p) = static_cast<uint8_t>(k);
-  cls_push(m, k, p);
+  st_push(m, k, p);
   return 0;
 }
 
