@@ -158,6 +158,13 @@ enum class Call { Malloc, Calloc, Valloc };
   return p;
 }
 
+[[gnu::noinline]] void *locked_malloc(void *mctx, lmmheap *heap, size_t size, uint32_t flags) {
+  heap_enter(heap);
+  void *p = quick_alloc(heap, size);
+  heap_leave(heap);
+  return p != nullptr ? p : alloc_call(Call::Malloc, mctx, heap, size, flags, "lmmmalloc");
+}
+
 }  // namespace
 
 extern "C" {
@@ -229,14 +236,8 @@ KELAPI void *lmmmalloc(void *mctx, lmmheap *heap, size_t size, uint32_t flags, c
   // blocks, bad arguments, failures) takes the checked path out of line.
   auto *c = static_cast<lmmctx *>(mctx);
   if (c != nullptr && heap != nullptr && size - 1 < LMM_MAX_REQUEST && c->magic == kCtxMagic) [[likely]] {
-    if (!heap->locking) {
-      if (void *p = quick_alloc(heap, size)) [[likely]] return p;
-    } else {
-      heap_enter(heap);
-      void *p = quick_alloc(heap, size);
-      heap_leave(heap);
-      if (p != nullptr) [[likely]] return p;
-    }
+    if (heap->locking) return locked_malloc(mctx, heap, size, flags);
+    if (void *p = quick_alloc(heap, size)) [[likely]] return p;
   }
   return alloc_call(Call::Malloc, mctx, heap, size, flags, "lmmmalloc");
 }
@@ -297,22 +298,25 @@ namespace {
   return 0;
 }
 
+// The quick path of a locking heap, out of line so that the unlocked path
+// keeps no frame; it falls back to the checked path like the unlocked one.
+// The object block list changes under the mutex, so it is looked at only
+// while holding it.
+[[gnu::noinline]] int32_t locked_free(void *mctx, lmmheap *heap, void *ptr, uint32_t flags) {
+  heap_enter(heap);
+  bool done = heap->objlist == nullptr && quick_free(heap, ptr);
+  heap_leave(heap);
+  return done ? 0 : free_call(mctx, heap, ptr, flags);
+}
+
 }  // namespace
 
 extern "C" {
 
 KELAPI int32_t lmmfree(void *mctx, lmmheap *heap, void *ptr, uint32_t flags) {
   if (mctx != nullptr && heap != nullptr && ptr != nullptr) [[likely]] {
-    if (!heap->locking) {
-      if (heap->objlist == nullptr && quick_free(heap, ptr)) [[likely]] return 0;
-    } else {
-      // The object block list changes under the mutex, so it is looked at
-      // only while holding it.
-      heap_enter(heap);
-      bool done = heap->objlist == nullptr && quick_free(heap, ptr);
-      heap_leave(heap);
-      if (done) [[likely]] return 0;
-    }
+    if (heap->locking) return locked_free(mctx, heap, ptr, flags);
+    if (heap->objlist == nullptr && quick_free(heap, ptr)) [[likely]] return 0;
   }
   return free_call(mctx, heap, ptr, flags);
 }

@@ -215,20 +215,73 @@ void free_large(lmmctx *c, lmmheap *heap, stmodel *m, large *b) noexcept {
 
 // ------------------------------------------------- chunks and small blocks
 
-void cls_remove(stmodel *m, int k, void *user) noexcept {
-  auto *f = static_cast<sfree *>(user);
-  if (f->prev) f->prev->next = f->next; else m->cls[k] = f->next;
-  if (f->next) f->next->prev = f->prev;
-}
-
 // Returns an empty chunk to the large pool: its free blocks leave their
-// class lists first.
+// class lists first (all but `except`, the block being freed, which is on
+// none). Rather than unlinking them one by one, each run of them that lies
+// back to back on a list is cut out at once, joining the list from the
+// block before the run to the block after it; the blocks left on the lists
+// keep their order. Blocks freed in a row form one run per class, which a
+// single pass over the chunk finds with its two ends; otherwise each run's
+// end is found by following the list from its start.
+//
+// The pass steps from block to block by their tags, but a chunk usually
+// holds one class only, and then the blocks sit at a fixed stride: the pass
+// assumes that stride (so no load waits for the one before) and falls back
+// to following the tags when a tag says otherwise. The stride reaches every
+// block up to the first of another class, so that block is always seen.
 void free_chunk(lmmctx *c, lmmheap *heap, stmodel *m, chunk *ch, void *except) noexcept {
-  for (char *blk = first_block(ch); blk < ch->free;) {
-    char *user = blk + kSmallHdr;
-    int k = tag_of(user) & 7;
-    if (user != except) cls_remove(m, k, user);
-    blk += kClassSize[k] + kSmallHdr;
+  char *lo = first_block(ch), *hi = ch->free;
+  auto inside = [lo, hi](sfree *f) { return reinterpret_cast<char *>(f) >= lo && reinterpret_cast<char *>(f) < hi; };
+  auto cut_out = [m](int k, sfree *before, sfree *after) {
+    if (before) before->next = after; else m->cls[k] = after;
+    if (after) after->prev = before;
+  };
+  sfree *first[4] = {}, *last[4] = {};
+  int runs[4] = {};
+  auto note = [&](char *user, int k) {
+    if (user == except) return;
+    auto *f = reinterpret_cast<sfree *>(user);
+    if (f->prev == nullptr || !inside(f->prev)) {
+      first[k] = f;
+      runs[k]++;
+    }
+    if (f->next == nullptr || !inside(f->next)) last[k] = f;
+  };
+  bool uniform = true;
+  if (lo < hi) {
+    int k0 = tag_of(lo + kSmallHdr) & 3;
+    size_t step = kClassSize[k0] + kSmallHdr;
+    for (char *blk = lo; blk < hi; blk += step) {
+      if ((tag_of(blk + kSmallHdr) & 3) != k0) {
+        uniform = false;
+        break;
+      }
+      note(blk + kSmallHdr, k0);
+    }
+  }
+  if (!uniform) {
+    for (int k = 0; k < 4; k++) first[k] = last[k] = nullptr, runs[k] = 0;
+    for (char *blk = lo; blk < hi;) {
+      int k = tag_of(blk + kSmallHdr) & 3;
+      note(blk + kSmallHdr, k);
+      blk += kClassSize[k] + kSmallHdr;
+    }
+  }
+  bool simple = runs[0] <= 1 && runs[1] <= 1 && runs[2] <= 1 && runs[3] <= 1;
+  if (simple) {
+    for (int k = 0; k < 4; k++)
+      if (runs[k] == 1) cut_out(k, first[k]->prev, last[k]->next);
+  } else {
+    for (char *blk = lo; blk < hi;) {
+      char *user = blk + kSmallHdr;
+      int k = tag_of(user) & 3;
+      blk += kClassSize[k] + kSmallHdr;
+      auto *f = reinterpret_cast<sfree *>(user);
+      if (user == except || (f->prev != nullptr && inside(f->prev))) continue;
+      sfree *after = f->next;
+      while (after != nullptr && inside(after)) after = after->next;
+      cut_out(k, f->prev, after);
+    }
   }
   if (ch->prev) ch->prev->next = ch->next; else m->cfirst = ch->next;
   if (ch->next) ch->next->prev = ch->prev; else m->clast = ch->prev;
