@@ -231,7 +231,10 @@ void free_large(lmmctx *c, lmmheap *heap, stmodel *m, large *b) noexcept {
 // block up to the first of another class, so that block is always seen.
 void free_chunk(lmmctx *c, lmmheap *heap, stmodel *m, chunk *ch, void *except) noexcept {
   char *lo = first_block(ch), *hi = ch->free;
-  auto inside = [lo, hi](sfree *f) { return reinterpret_cast<char *>(f) >= lo && reinterpret_cast<char *>(f) < hi; };
+  // One unsigned comparison; a null link falls outside too.
+  auto inside = [base = reinterpret_cast<uintptr_t>(lo), span = static_cast<uintptr_t>(hi - lo)](sfree *f) {
+    return reinterpret_cast<uintptr_t>(f) - base < span;
+  };
   auto cut_out = [m](int k, sfree *before, sfree *after) {
     if (before) before->next = after; else m->cls[k] = after;
     if (after) after->prev = before;
@@ -241,11 +244,11 @@ void free_chunk(lmmctx *c, lmmheap *heap, stmodel *m, chunk *ch, void *except) n
   auto note = [&](char *user, int k) {
     if (user == except) return;
     auto *f = reinterpret_cast<sfree *>(user);
-    if (f->prev == nullptr || !inside(f->prev)) {
+    if (!inside(f->prev)) {
       first[k] = f;
       runs[k]++;
     }
-    if (f->next == nullptr || !inside(f->next)) last[k] = f;
+    if (!inside(f->next)) last[k] = f;
   };
   bool uniform = true;
   if (lo < hi) {
@@ -277,9 +280,9 @@ void free_chunk(lmmctx *c, lmmheap *heap, stmodel *m, chunk *ch, void *except) n
       int k = tag_of(user) & 3;
       blk += kClassSize[k] + kSmallHdr;
       auto *f = reinterpret_cast<sfree *>(user);
-      if (user == except || (f->prev != nullptr && inside(f->prev))) continue;
+      if (user == except || inside(f->prev)) continue;
       sfree *after = f->next;
-      while (after != nullptr && inside(after)) after = after->next;
+      while (inside(after)) after = after->next;
       cut_out(k, f->prev, after);
     }
   }
