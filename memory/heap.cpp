@@ -113,7 +113,7 @@ inline void *quick_alloc(lmmheap *h, size_t n) noexcept {
   int k = class_of(n);
   if (m->cls[k] != nullptr) return st_pop(m, k);
   chunk *ch = m->clast;
-  if (ch == nullptr || ch->room < kClassSize[k] + kSmallHdr) return nullptr;
+  if (ch == nullptr || ch->room < block_size(k)) return nullptr;
   return st_carve(ch, k);
 }
 

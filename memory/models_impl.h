@@ -120,6 +120,13 @@ constexpr bool class_table_exact() {
 static_assert(class_table_exact(), "the class table must pick the first class that holds the request");
 
 inline int class_of(size_t n) noexcept { return kClassOf.of[(n + 8) >> 3]; }
+
+// Bytes a small block of class k occupies with its 9-byte head: 32 << k,
+// computed rather than looked up.
+constexpr size_t block_size(int k) noexcept { return size_t{32} << k; }
+static_assert(block_size(0) == kClassSize[0] + kSmallHdr && block_size(1) == kClassSize[1] + kSmallHdr &&
+                  block_size(2) == kClassSize[2] + kSmallHdr && block_size(3) == kClassSize[3] + kSmallHdr,
+              "small blocks occupy 32, 64, 128 and 256 bytes");
 inline int bucket_of(size_t s) noexcept { return s < 65536 ? static_cast<int>(s / 64) : 1024; }
 
 // The standard model's operations (standard.cpp). Hidden, so that the quick
@@ -140,7 +147,7 @@ inline void *st_pop(stmodel *m, int k) noexcept {
 
 // Carves a block of class k from chunk ch, which has the room for it.
 inline void *st_carve(chunk *ch, int k) noexcept {
-  size_t need = kClassSize[k] + kSmallHdr;
+  size_t need = block_size(k);
   ch->inuse++;
   ch->room -= need;
   char *user = ch->free + kSmallHdr;

@@ -253,7 +253,7 @@ void free_chunk(lmmctx *c, lmmheap *heap, stmodel *m, chunk *ch, void *except) n
   bool uniform = true;
   if (lo < hi) {
     int k0 = tag_of(lo + kSmallHdr) & 3;
-    size_t step = kClassSize[k0] + kSmallHdr;
+    size_t step = block_size(k0);
     for (char *blk = lo; blk < hi; blk += step) {
       if ((tag_of(blk + kSmallHdr) & 3) != k0) {
         uniform = false;
@@ -267,7 +267,7 @@ void free_chunk(lmmctx *c, lmmheap *heap, stmodel *m, chunk *ch, void *except) n
     for (char *blk = lo; blk < hi;) {
       int k = tag_of(blk + kSmallHdr) & 3;
       note(blk + kSmallHdr, k);
-      blk += kClassSize[k] + kSmallHdr;
+      blk += block_size(k);
     }
   }
   bool simple = runs[0] <= 1 && runs[1] <= 1 && runs[2] <= 1 && runs[3] <= 1;
@@ -278,7 +278,7 @@ void free_chunk(lmmctx *c, lmmheap *heap, stmodel *m, chunk *ch, void *except) n
     for (char *blk = lo; blk < hi;) {
       char *user = blk + kSmallHdr;
       int k = tag_of(user) & 3;
-      blk += kClassSize[k] + kSmallHdr;
+      blk += block_size(k);
       auto *f = reinterpret_cast<sfree *>(user);
       if (user == except || inside(f->prev)) continue;
       sfree *after = f->next;
@@ -322,7 +322,7 @@ void *get_small(lmmctx *c, lmmheap *heap, stmodel *m, size_t n, uint32_t flags) 
   int k = class_of(n);
   if (m->cls[k] != nullptr) return st_pop(m, k);
   chunk *ch = m->clast;
-  if (ch == nullptr || ch->room < kClassSize[k] + kSmallHdr) {
+  if (ch == nullptr || ch->room < block_size(k)) {
     ch = get_chunk(c, heap, m, flags);
     if (ch == nullptr) {
       fail(c, 425, "In Std getsml: std get chunk fail");
