@@ -2,6 +2,7 @@
 //
 // Critical sections are the lock word of cslock_impl.h (one atomic operation
 // to enter and one to leave when nobody waits).
+//
 // Semaphores and events are each a mutex, a condition variable on the
 // monotonic clock and a counter, which gives the platform-neutral semantics
 // the portable layer relies on: a bounded maximum for semaphores, manual and
