@@ -15,6 +15,7 @@
 #include "kelmsg_kelcore_lmm.h"
 #include "memory/lmm_impl.h"
 #include "memory/models_impl.h"
+#include "sys/cslock_impl.h"
 
 using namespace lmm_internal;
 
@@ -76,53 +77,47 @@ inline uint8_t *op_flag(uint32_t flags, uint8_t *flag) noexcept {
   return (flags & kOwnAllocCis) == kOwnAllocCis ? nullptr : flag;
 }
 
+// The heap mutex is a critical section of the system layer; taking it here
+// through the section's inline path is what sltsmna/sltsmnr do, without two
+// calls around every allocation.
+inline void heap_enter(lmmheap *h) noexcept { sl_internal::cs_enter(&h->mutex.cs); }
+inline void heap_leave(lmmheap *h) noexcept { sl_internal::cs_leave(&h->mutex.cs); }
+
 class HeapLock {
  public:
-  HeapLock(lmmctx *c, lmmheap *h) noexcept : c_(c), h_(h->locking ? h : nullptr) {
-    if (h_) sltsmna(c_->ts, &h_->mutex);
+  HeapLock(lmmctx *, lmmheap *h) noexcept : h_(h->locking ? h : nullptr) {
+    if (h_) heap_enter(h_);
   }
   ~HeapLock() {
-    if (h_) sltsmnr(c_->ts, &h_->mutex);
+    if (h_) heap_leave(h_);
   }
   HeapLock(const HeapLock &) = delete;
   HeapLock &operator=(const HeapLock &) = delete;
 
  private:
-  lmmctx *c_;
   lmmheap *h_;
 };
 
-// Quick paths of a heap without a lock: a small request of a standard heap
-// that its class list or its current chunk can serve, a request that a fast heap's current
-// extent can hold, and the free of a small block that leaves its chunk in
-// use. Everything else goes through the model's table.
+// Quick paths: a small request of a standard heap that its class list or its
+// current chunk can serve, a request that a fast heap's current extent can
+// hold, and the free of a small block that leaves its chunk in use. They do
+// exactly what the model operations do in those cases (same blocks, same
+// tags and headers); everything else goes through the heap's table. A heap
+// is recognised by its table's address, so a heap made with any other table
+// (even a copy of one of these) always goes through it.
 inline void *quick_alloc(lmmheap *h, size_t n) noexcept {
   using namespace lmm_model;
   if (h->ops == &kFastOps) return fs_bump(h, n);
   if (h->ops != &kStandardOps || n > kSmallMax) return nullptr;
   auto *m = static_cast<stmodel *>(h->model);
   int k = class_of(n);
-  sfree *f = m->cls[k];
-  if (f == nullptr) {
-    // Carve from the current chunk while it has room.
-    chunk *ch = m->clast;
-    size_t need = kClassSize[k] + kSmallHdr;
-    if (ch == nullptr || ch->room < need) return nullptr;
-    ch->inuse++;
-    ch->room -= need;
-    char *user = ch->free + kSmallHdr;
-    ch->free += need;
-    chunk_of(user) = ch;
-    tag_of(user) = static_cast<uint8_t>(k | kInUse);
-    return user;
-  }
-  m->cls[k] = f->next;
-  if (f->next) f->next->prev = nullptr;
-  chunk_of(f)->inuse++;
-  tag_of(f) = static_cast<uint8_t>(k | kInUse);
-  return f;
+  if (m->cls[k] != nullptr) return st_pop(m, k);
+  chunk *ch = m->clast;
+  if (ch == nullptr || ch->room < block_size(k)) return nullptr;
+  return st_carve(ch, k);
 }
 
+// True when p was freed here; false when the model's free must do it.
 inline bool quick_free(lmmheap *h, void *p) noexcept {
   using namespace lmm_model;
   if (h->ops == &kFastOps) return true;
@@ -133,13 +128,7 @@ inline bool quick_free(lmmheap *h, void *p) noexcept {
   chunk *ch = chunk_of(p);
   if (ch->inuse <= 1 && ch != m->clast) return false;  // the chunk goes back
   ch->inuse--;
-  int k = t & 3;
-  tag_of(p) = static_cast<uint8_t>(k);
-  auto *f = static_cast<sfree *>(p);
-  f->prev = nullptr;
-  f->next = m->cls[k];
-  if (f->next) f->next->prev = f;
-  m->cls[k] = f;
+  st_push(m, t & 3, p);
   return true;
 }
 
@@ -167,6 +156,13 @@ enum class Call { Malloc, Calloc, Valloc };
   if (p == nullptr)
     rec(c, op_flag(flags, &flag), kelmsg::LMM_INTERNAL, 120, LEM_ARG_TEXT, "Underlying model-specific malloc call failed", LEM_ARG_END);
   return p;
+}
+
+[[gnu::noinline]] void *locked_malloc(void *mctx, lmmheap *heap, size_t size, uint32_t flags) {
+  heap_enter(heap);
+  void *p = quick_alloc(heap, size);
+  heap_leave(heap);
+  return p != nullptr ? p : alloc_call(Call::Malloc, mctx, heap, size, flags, "lmmmalloc");
 }
 
 }  // namespace
@@ -236,11 +232,11 @@ KELAPI int32_t lmmhpfree(void *mctx, lmmheap *heap, uint32_t flags) {
 // -------------------------------------------------------- allocation calls
 
 KELAPI void *lmmmalloc(void *mctx, lmmheap *heap, size_t size, uint32_t flags, const char *comment, int32_t line) {
-  // The common case inline; everything else (locking heaps, new chunks and
-  // extents, bad arguments, failures) takes the checked path out of line.
+  // The common case inline; everything else (new chunks and extents, large
+  // blocks, bad arguments, failures) takes the checked path out of line.
   auto *c = static_cast<lmmctx *>(mctx);
-  if (c != nullptr && heap != nullptr && size - 1 < LMM_MAX_REQUEST && !heap->locking && c->magic == kCtxMagic)
-      [[likely]] {
+  if (c != nullptr && heap != nullptr && size - 1 < LMM_MAX_REQUEST && c->magic == kCtxMagic) [[likely]] {
+    if (heap->locking) return locked_malloc(mctx, heap, size, flags);
     if (void *p = quick_alloc(heap, size)) [[likely]] return p;
   }
   return alloc_call(Call::Malloc, mctx, heap, size, flags, "lmmmalloc");
@@ -302,14 +298,26 @@ namespace {
   return 0;
 }
 
+// The quick path of a locking heap, out of line so that the unlocked path
+// keeps no frame; it falls back to the checked path like the unlocked one.
+// The object block list changes under the mutex, so it is looked at only
+// while holding it.
+[[gnu::noinline]] int32_t locked_free(void *mctx, lmmheap *heap, void *ptr, uint32_t flags) {
+  heap_enter(heap);
+  bool done = heap->objlist == nullptr && quick_free(heap, ptr);
+  heap_leave(heap);
+  return done ? 0 : free_call(mctx, heap, ptr, flags);
+}
+
 }  // namespace
 
 extern "C" {
 
 KELAPI int32_t lmmfree(void *mctx, lmmheap *heap, void *ptr, uint32_t flags) {
-  if (mctx != nullptr && heap != nullptr && ptr != nullptr && !heap->locking && heap->objlist == nullptr &&
-      quick_free(heap, ptr)) [[likely]]
-    return 0;
+  if (mctx != nullptr && heap != nullptr && ptr != nullptr) [[likely]] {
+    if (heap->locking) return locked_free(mctx, heap, ptr, flags);
+    if (heap->objlist == nullptr && quick_free(heap, ptr)) [[likely]] return 0;
+  }
   return free_call(mctx, heap, ptr, flags);
 }
 

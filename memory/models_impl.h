@@ -95,11 +95,78 @@ inline char *first_block(chunk *ch) noexcept {
   return reinterpret_cast<char *>(a - kSmallHdr);
 }
 
-inline int class_of(size_t n) noexcept { return n <= 23 ? 0 : n <= 55 ? 1 : n <= 119 ? 2 : 3; }
+// The class of a small request (1 to 247 bytes): the first class at least n.
+// The class edges are all 8k - 1, so (n + 8) / 8 names the class exactly and a
+// 32-entry table replaces the chain of comparisons.
+constexpr int kClassSlots = (kSmallMax + 8) / 8 + 1;  // 32
+struct class_table {
+  uint8_t of[kClassSlots];
+  constexpr class_table() : of{} {
+    for (size_t n = 1; n <= kSmallMax; n++) {
+      int k = 0;
+      while (kClassSize[k] < n) k++;
+      of[(n + 8) / 8] = static_cast<uint8_t>(k);
+    }
+  }
+};
+constexpr class_table kClassOf{};
+constexpr bool class_table_exact() {
+  for (size_t n = 1; n <= kSmallMax; n++) {
+    int k = kClassOf.of[(n + 8) / 8];
+    if (kClassSize[k] < n || (k > 0 && kClassSize[k - 1] >= n)) return false;
+  }
+  return true;
+}
+static_assert(class_table_exact(), "the class table must pick the first class that holds the request");
+
+inline int class_of(size_t n) noexcept { return kClassOf.of[(n + 8) >> 3]; }
+
+// Bytes a small block of class k occupies with its 9-byte head: 32 << k,
+// computed rather than looked up.
+constexpr size_t block_size(int k) noexcept { return size_t{32} << k; }
+static_assert(block_size(0) == kClassSize[0] + kSmallHdr && block_size(1) == kClassSize[1] + kSmallHdr &&
+                  block_size(2) == kClassSize[2] + kSmallHdr && block_size(3) == kClassSize[3] + kSmallHdr,
+              "small blocks occupy 32, 64, 128 and 256 bytes");
 inline int bucket_of(size_t s) noexcept { return s < 65536 ? static_cast<int>(s / 64) : 1024; }
 
-// The standard model's operations (standard.cpp).
-extern const lmmmfp kStandardOps;
+// The standard model's operations (standard.cpp). Hidden, so that the quick
+// paths compare a heap's table with its address directly.
+[[gnu::visibility("hidden")]] extern const lmmmfp kStandardOps;
+
+// Pops a block of class k from its free list (the caller checked that the
+// list is not empty): the chunk counts it, the tag says in use.
+inline void *st_pop(stmodel *m, int k) noexcept {
+  sfree *f = m->cls[k];
+  sfree *next = f->next;
+  m->cls[k] = next;
+  if (next) next->prev = nullptr;
+  chunk_of(f)->inuse++;
+  tag_of(f) = static_cast<uint8_t>(k | kInUse);
+  return f;
+}
+
+// Carves a block of class k from chunk ch, which has the room for it.
+inline void *st_carve(chunk *ch, int k) noexcept {
+  size_t need = block_size(k);
+  ch->inuse++;
+  ch->room -= need;
+  char *user = ch->free + kSmallHdr;
+  ch->free += need;
+  chunk_of(user) = ch;
+  tag_of(user) = static_cast<uint8_t>(k | kInUse);
+  return user;
+}
+
+// Pushes the freed small block p of class k on its class list.
+inline void st_push(stmodel *m, int k, void *p) noexcept {
+  tag_of(p) = static_cast<uint8_t>(k);
+  auto *f = static_cast<sfree *>(p);
+  sfree *head = m->cls[k];
+  f->prev = nullptr;
+  f->next = head;
+  if (head) head->prev = f;
+  m->cls[k] = f;
+}
 
 // ---------------------------------------------------------- the fast model
 
@@ -120,7 +187,7 @@ struct fsmodel {
 };
 
 // The fast model's operations (fast.cpp).
-extern const lmmmfp kFastOps;
+[[gnu::visibility("hidden")]] extern const lmmmfp kFastOps;
 
 // Serves n bytes from a fast heap's current extent, or null when it has no
 // room (the model's malloc then gets a new extent).

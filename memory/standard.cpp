@@ -215,28 +215,76 @@ void free_large(lmmctx *c, lmmheap *heap, stmodel *m, large *b) noexcept {
 
 // ------------------------------------------------- chunks and small blocks
 
-void cls_push(stmodel *m, int k, void *user) noexcept {
-  auto *f = static_cast<sfree *>(user);
-  f->prev = nullptr;
-  f->next = m->cls[k];
-  if (f->next) f->next->prev = f;
-  m->cls[k] = f;
-}
-
-void cls_remove(stmodel *m, int k, void *user) noexcept {
-  auto *f = static_cast<sfree *>(user);
-  if (f->prev) f->prev->next = f->next; else m->cls[k] = f->next;
-  if (f->next) f->next->prev = f->prev;
-}
-
 // Returns an empty chunk to the large pool: its free blocks leave their
-// class lists first.
+// class lists first (all but `except`, the block being freed, which is on
+// none). Rather than unlinking them one by one, each run of them that lies
+// back to back on a list is cut out at once, joining the list from the
+// block before the run to the block after it; the blocks left on the lists
+// keep their order. Blocks freed in a row form one run per class, which a
+// single pass over the chunk finds with its two ends; otherwise each run's
+// end is found by following the list from its start.
+//
+// The pass steps from block to block by their tags, but a chunk usually
+// holds one class only, and then the blocks sit at a fixed stride: the pass
+// assumes that stride (so no load waits for the one before) and falls back
+// to following the tags when a tag says otherwise. The stride reaches every
+// block up to the first of another class, so that block is always seen.
 void free_chunk(lmmctx *c, lmmheap *heap, stmodel *m, chunk *ch, void *except) noexcept {
-  for (char *blk = first_block(ch); blk < ch->free;) {
-    char *user = blk + kSmallHdr;
-    int k = tag_of(user) & 7;
-    if (user != except) cls_remove(m, k, user);
-    blk += kClassSize[k] + kSmallHdr;
+  char *lo = first_block(ch), *hi = ch->free;
+  // One unsigned comparison; a null link falls outside too.
+  auto inside = [base = reinterpret_cast<uintptr_t>(lo), span = static_cast<uintptr_t>(hi - lo)](sfree *f) {
+    return reinterpret_cast<uintptr_t>(f) - base < span;
+  };
+  auto cut_out = [m](int k, sfree *before, sfree *after) {
+    if (before) before->next = after; else m->cls[k] = after;
+    if (after) after->prev = before;
+  };
+  sfree *first[4] = {}, *last[4] = {};
+  int runs[4] = {};
+  auto note = [&](char *user, int k) {
+    if (user == except) return;
+    auto *f = reinterpret_cast<sfree *>(user);
+    if (!inside(f->prev)) {
+      first[k] = f;
+      runs[k]++;
+    }
+    if (!inside(f->next)) last[k] = f;
+  };
+  bool uniform = true;
+  if (lo < hi) {
+    int k0 = tag_of(lo + kSmallHdr) & 3;
+    size_t step = block_size(k0);
+    for (char *blk = lo; blk < hi; blk += step) {
+      if ((tag_of(blk + kSmallHdr) & 3) != k0) {
+        uniform = false;
+        break;
+      }
+      note(blk + kSmallHdr, k0);
+    }
+  }
+  if (!uniform) {
+    for (int k = 0; k < 4; k++) first[k] = last[k] = nullptr, runs[k] = 0;
+    for (char *blk = lo; blk < hi;) {
+      int k = tag_of(blk + kSmallHdr) & 3;
+      note(blk + kSmallHdr, k);
+      blk += block_size(k);
+    }
+  }
+  bool simple = runs[0] <= 1 && runs[1] <= 1 && runs[2] <= 1 && runs[3] <= 1;
+  if (simple) {
+    for (int k = 0; k < 4; k++)
+      if (runs[k] == 1) cut_out(k, first[k]->prev, last[k]->next);
+  } else {
+    for (char *blk = lo; blk < hi;) {
+      char *user = blk + kSmallHdr;
+      int k = tag_of(user) & 3;
+      blk += block_size(k);
+      auto *f = reinterpret_cast<sfree *>(user);
+      if (user == except || inside(f->prev)) continue;
+      sfree *after = f->next;
+      while (inside(after)) after = after->next;
+      cut_out(k, f->prev, after);
+    }
   }
   if (ch->prev) ch->prev->next = ch->next; else m->cfirst = ch->next;
   if (ch->next) ch->next->prev = ch->prev; else m->clast = ch->prev;
@@ -272,30 +320,16 @@ chunk *get_chunk(lmmctx *c, lmmheap *heap, stmodel *m, uint32_t flags) noexcept 
 
 void *get_small(lmmctx *c, lmmheap *heap, stmodel *m, size_t n, uint32_t flags) noexcept {
   int k = class_of(n);
-  if (sfree *f = m->cls[k]) {
-    m->cls[k] = f->next;
-    if (f->next) f->next->prev = nullptr;
-    chunk_of(f)->inuse++;
-    tag_of(f) = static_cast<uint8_t>(k | kInUse);
-    return f;
-  }
-  size_t need = kClassSize[k] + kSmallHdr;
+  if (m->cls[k] != nullptr) return st_pop(m, k);
   chunk *ch = m->clast;
-  if (ch == nullptr || ch->room < need) {
+  if (ch == nullptr || ch->room < block_size(k)) {
     ch = get_chunk(c, heap, m, flags);
     if (ch == nullptr) {
       fail(c, 425, "In Std getsml: std get chunk fail");
       return nullptr;
     }
   }
-  ch->inuse++;
-  ch->room -= need;
-  char *blk = ch->free;
-  ch->free += need;
-  char *user = blk + kSmallHdr;
-  chunk_of(user) = ch;
-  tag_of(user) = static_cast<uint8_t>(k | kInUse);
-  return user;
+  return st_carve(ch, k);
 }
 
 void *get_large(lmmctx *c, lmmheap *heap, stmodel *m, size_t n, uint32_t flags) noexcept {
@@ -396,8 +430,7 @@ int32_t st_free(void *mctx, lmmheap *heap, void *p, uint32_t flags) {
     free_chunk(c, heap, m, ch, p);
     return 0;
   }
-  tag_of(p) = static_cast<uint8_t>(k);
-  cls_push(m, k, p);
+  st_push(m, k, p);
   return 0;
 }
 

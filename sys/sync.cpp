@@ -1,5 +1,8 @@
 // Critical sections, counting semaphores and events over POSIX threads.
 //
+// Critical sections are the lock word of cslock_impl.h (one atomic operation
+// to enter and one to leave when nobody waits).
+//
 // Semaphores and events are each a mutex, a condition variable on the
 // monotonic clock and a counter, which gives the platform-neutral semantics
 // the portable layer relies on: a bounded maximum for semaphores, manual and
@@ -13,14 +16,10 @@
 #include <new>
 
 #include "sl.h"
+#include "sys/cslock_impl.h"
 #include "sys/fault_impl.h"
 
-static_assert(sizeof(pthread_mutex_t) <= sizeof(slcs), "slcs cannot hold a pthread mutex");
-static_assert(alignof(pthread_mutex_t) <= alignof(slcs), "slcs is under-aligned");
-
 namespace {
-
-pthread_mutex_t *mutex_of(slcs *cs) noexcept { return reinterpret_cast<pthread_mutex_t *>(cs->opaque); }
 
 // A condition variable waiting on CLOCK_MONOTONIC.
 int init_cond(pthread_cond_t *cv) noexcept {
@@ -101,26 +100,28 @@ KELAPI int32_t slcsinit(slcs *cs) {
     return -1;
   }
   if (SL_FAULT(SL_FAULT_CS_INIT)) return -1;
-  int rc = pthread_mutex_init(mutex_of(cs), nullptr);
-  if (rc != 0) errno = rc;
-  return rc == 0 ? 0 : -1;
+  new (sl_internal::cs_word(cs)) sl_internal::csword(sl_internal::kCsFree);
+  return 0;
 }
 
-KELAPI void slcsenter(slcs *cs) { pthread_mutex_lock(mutex_of(cs)); }
+KELAPI void slcsenter(slcs *cs) { sl_internal::cs_enter(cs); }
 
-KELAPI int32_t slcstry(slcs *cs) { return pthread_mutex_trylock(mutex_of(cs)) == 0 ? 1 : 0; }
+KELAPI int32_t slcstry(slcs *cs) { return sl_internal::cs_try(cs) ? 1 : 0; }
 
-KELAPI void slcsleave(slcs *cs) { pthread_mutex_unlock(mutex_of(cs)); }
+KELAPI void slcsleave(slcs *cs) { sl_internal::cs_leave(cs); }
 
 KELAPI int32_t slcsdelete(slcs *cs) {
   if (cs == nullptr) {
     errno = EINVAL;
     return -1;
   }
-  int rc = pthread_mutex_destroy(mutex_of(cs));
   if (SL_FAULT(SL_FAULT_CLOSE)) return -1;
-  if (rc != 0) errno = rc;
-  return rc == 0 ? 0 : -1;
+  // A section still held is in use: refuse, as a busy mutex would be.
+  if (sl_internal::cs_word(cs)->load(std::memory_order_relaxed) != sl_internal::kCsFree) {
+    errno = EBUSY;
+    return -1;
+  }
+  return 0;
 }
 
 // -------------------------------------------------------------- semaphores

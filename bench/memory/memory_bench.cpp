@@ -1,10 +1,24 @@
 // The memory manager against glibc malloc, mimalloc and jemalloc.
 //
 //   Pair/<size>/<impl>   one allocation and its free, repeated
-//   Batch/<size>/<impl>  1000 allocations, then all of them released (the
-//                        fast model releases by freeing its heap)
+//       ours: lmmmalloc + lmmfree on one standard heap made before the loop,
+//             with its mutex (std_lock: taken twice per pair, never
+//             contended) or without (std_nolock);
+//       peers: malloc + free (glibc through __libc_malloc/__libc_free).
+//   Batch/<size>/<impl>  1000 allocations, then all of them released
+//       ours std_*: 1000 lmmmalloc, then 1000 lmmfree, on one standard heap
+//             made before the loop;
+//       ours fast: per round, a new fast-model heap inside a standard parent
+//             (lmmhpinit), 1000 lmmmalloc, then lmmhpfree: the fast model
+//             frees nothing singly and is meant for heaps that die whole, so
+//             making and freeing the heap is its "release everything" and is
+//             timed with it;
+//       peers: 1000 malloc, then 1000 free.
 //
-// At the end a table gives ours / peer for every case (below 1: ours faster).
+// Our heaps are reached only through the exported calls, as a caller of the
+// library would; no case reuses a heap across rounds in a way a peer could
+// not. At the end a table gives ours / peer for every case (below 1: ours
+// faster).
 #include <benchmark/benchmark.h>
 #include <jemalloc/jemalloc.h>
 #include <mimalloc.h>

@@ -1,0 +1,44 @@
+// The contended half of critical sections: spin a little, then sleep on the
+// lock word with a futex. A sleeper marks the word 2 so that whoever leaves
+// the section wakes one sleeper; a woken thread marks it 2 again when it
+// takes the section, since it cannot know whether others still sleep (one
+// spare wake-up at worst).
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include "sys/cslock_impl.h"
+
+namespace sl_internal {
+
+namespace {
+
+// Rounds of polling before sleeping: a heap operation holds its section for
+// well under a microsecond, so a short wait usually ends without the kernel.
+constexpr int kSpins = 100;
+
+inline void cpu_relax() noexcept {
+#if defined(__x86_64__) || defined(__i386__)
+  __builtin_ia32_pause();
+#endif
+}
+
+}  // namespace
+
+void cs_enter_slow(csword *w) noexcept {
+  for (int i = 0; i < kSpins; i++) {
+    uint32_t expect = kCsFree;
+    if (w->load(std::memory_order_relaxed) == kCsFree &&
+        w->compare_exchange_weak(expect, kCsHeld, std::memory_order_acquire, std::memory_order_relaxed))
+      return;
+    cpu_relax();
+  }
+  while (w->exchange(kCsWaited, std::memory_order_acquire) != kCsFree)
+    syscall(SYS_futex, reinterpret_cast<uint32_t *>(w), FUTEX_WAIT_PRIVATE, kCsWaited, nullptr, nullptr, 0);
+}
+
+void cs_wake(csword *w) noexcept {
+  syscall(SYS_futex, reinterpret_cast<uint32_t *>(w), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+}
+
+}  // namespace sl_internal
