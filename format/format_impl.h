@@ -95,7 +95,7 @@ void decimal_expand(Decimal &d, uint64_t mant, int exp2, uint32_t *limbs, int li
 // Keep the first k significant digits, rounding to nearest, ties to even.
 void decimal_round(Decimal &d, int k);
 
-// %N: a library number (length-prefixed bytes) as text under the spec's
+// %N: a library number (length-prefixed bytes) as text under the conversion's
 // flags, width and precision; false, with nothing written, for a null
 // pointer or malformed bytes.
 bool lsfpcon(Sink &o, const Spec &s, const unsigned char *num);

@@ -25,7 +25,7 @@ constexpr size_t kTextCap = 384;
 
 }  // namespace
 
-// lsfpcon: converts one number for a conversion spec; false (nothing
+// lsfpcon: converts one number for one conversion; false (nothing
 // written) for a null pointer or bytes that are no well-formed number.
 bool lsfpcon(Sink &o, const Spec &s, const uint8_t *num) {
   if (num == nullptr || lnxchk(num, 0) == 0) return false;
