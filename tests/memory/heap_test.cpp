@@ -13,32 +13,11 @@
 #include "lem.h"
 #include "lmm.h"
 #include "lpm.h"
+#include "memory/heap_fixture.h"
 #include "memory/lmm_impl.h"
 #include "sl.h"
 
 namespace {
-
-class Heaps : public ::testing::Test {
- protected:
-  void SetUp() override {
-    ctx = lpminit();
-    ASSERT_NE(ctx, nullptr);
-    mctx = ctx->lmmctx;
-    lem = ctx->lemctx;
-  }
-  void TearDown() override {
-    slfaultreset();
-    EXPECT_EQ(lpmterm(ctx), 0);
-  }
-  lmmheap *make(const lmmmfp *model, uint32_t flags) {
-    lmmheap *h = nullptr;
-    EXPECT_EQ(lmmhpinit(mctx, &h, lmmtophp(mctx), flags, nullptr, "test", __LINE__, model), 0);
-    return h;
-  }
-  lcorectx *ctx = nullptr;
-  void *mctx = nullptr;
-  void *lem = nullptr;
-};
 
 struct Shadow {
   size_t size;

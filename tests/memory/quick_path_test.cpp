@@ -26,6 +26,7 @@
 #include "lem.h"
 #include "lmm.h"
 #include "lpm.h"
+#include "memory/heap_fixture.h"
 #include "memory/lmm_impl.h"
 #include "memory/models_impl.h"
 
@@ -89,22 +90,7 @@ struct Observer {
   }
 };
 
-class QuickPaths : public ::testing::Test {
- protected:
-  void SetUp() override {
-    ctx = lpminit();
-    ASSERT_NE(ctx, nullptr);
-    mctx = ctx->lmmctx;
-  }
-  void TearDown() override { EXPECT_EQ(lpmterm(ctx), 0); }
-  lmmheap *make(const lmmmfp *model, uint32_t flags) {
-    lmmheap *h = nullptr;
-    EXPECT_EQ(lmmhpinit(mctx, &h, lmmtophp(mctx), flags, nullptr, "test", __LINE__, model), 0);
-    return h;
-  }
-  lcorectx *ctx = nullptr;
-  void *mctx = nullptr;
-};
+class QuickPaths : public Heaps {};
 
 // Mostly small requests, around the class edges, with some large ones so
 // that chunks are carved from blocks the large path left behind.
