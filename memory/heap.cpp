@@ -426,7 +426,11 @@ KELAPI int32_t lmmcis(lcorectx *ctx, void **out, void *component, size_t memopt)
     if (sub) lmmfree(root, top, sub, kOwnFree);
     return -1;
   }
-  *sub = *root;
+  // The fixed words of the root's context. Its top-heap storage stays the
+  // root's: other threads take that heap's mutex meanwhile.
+  static_assert(offsetof(lmmctx, topstore) + sizeof(lmmheap) == sizeof(lmmctx), "topstore must come last");
+  std::memcpy(static_cast<void *>(sub), root, offsetof(lmmctx, topstore));
+  std::memset(static_cast<void *>(&sub->topstore), 0, sizeof sub->topstore);
   sub->kind = 9;
   sub->extent = memopt != 0 ? memopt : root->extent;
   sub->link = link;
