@@ -766,6 +766,18 @@ uint32_t get_typed(lrmctx *h, const void *qual, void *qname, const void *key, si
   return st;
 }
 
+// A caller's value as text: as given, or in a Unicode context converted from
+// UTF-16 into *tmp, which the caller frees with hfree (null otherwise).
+uint32_t value_text(lrmctx_rec *c, const void *value, size_t vlen, const char **text, size_t *len, char **tmp) {
+  *tmp = nullptr;
+  *text = static_cast<const char *>(value);
+  *len = vlen;
+  if (!c->unicode) return 0;
+  uint32_t st = u16to8(c, static_cast<const uint16_t *>(value), vlen, tmp, len);
+  *text = *tmp;
+  return st;
+}
+
 }  // namespace lrm_internal
 
 using namespace lrm_internal;
@@ -780,13 +792,10 @@ KELAPI uint32_t lrmspv2(lrmctx *h, const void *qual, const void *key, size_t kle
   keyarg k;
   uint32_t st = get_key(c, qual, key, klen, &k);
   if (st != 0) return st;
-  const char *text = static_cast<const char *>(value);
-  char *vtmp = nullptr;
-  size_t len = vlen;
-  if (c->unicode) {
-    st = u16to8(c, static_cast<const uint16_t *>(value), vlen, &vtmp, &len);
-    text = vtmp;
-  }
+  const char *text;
+  char *vtmp;
+  size_t len;
+  st = value_text(c, value, vlen, &text, &len, &vtmp);
   if (st == 0) st = store(c, k.qual, k.quallen, k.key, k.klen, text != nullptr ? text : "", len, nullptr, false);
   hfree(c, vtmp);
   put_key(c, &k);
@@ -807,13 +816,10 @@ KELAPI uint32_t lrmvsk2(lrmctx *h, const void *qual, const void *key, size_t kle
   keyarg k;
   uint32_t st = get_key(c, nullptr, key, klen, &k);
   if (st != 0) return st;
-  const char *text = static_cast<const char *>(value);
-  char *vtmp = nullptr;
-  size_t len = vlen;
-  if (c->unicode) {
-    st = u16to8(c, static_cast<const uint16_t *>(value), vlen, &vtmp, &len);
-    text = vtmp;
-  }
+  const char *text;
+  char *vtmp;
+  size_t len;
+  st = value_text(c, value, vlen, &text, &len, &vtmp);
   int32_t idx = -1;
   if (st == 0) {
     st = resolve(c, k.key, k.klen, &idx);
