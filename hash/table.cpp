@@ -382,8 +382,10 @@ int32_t insert_locked(Table &t, typename K::Key key, void *value, Status &st) no
   return LHT_OK;
 }
 
-template <class K>
-int32_t insert(LhtTable *t, typename K::Key key, void *value) noexcept {
+// A change of the table: the key checked, the change made under the mutex,
+// and its record (if any) made after the mutex is released.
+template <class K, class Change>
+int32_t change(LhtTable *t, typename K::Key key, Change fn) noexcept {
   if (!is<K>(t)) return -LHT_ERR_ARG;
   Status st;
   int32_t rc;
@@ -391,10 +393,15 @@ int32_t insert(LhtTable *t, typename K::Key key, void *value) noexcept {
     rc = st.fail_num(LHT_ERR_ARG, 2);
   } else {
     Locked lock(*t);
-    rc = insert_locked<K>(*t, key, value, st);
+    rc = fn(*t, st);
   }
   report(t, st);
   return rc;
+}
+
+template <class K>
+int32_t insert(LhtTable *t, typename K::Key key, void *value) noexcept {
+  return change<K>(t, key, [&](Table &tb, Status &st) { return insert_locked<K>(tb, key, value, st); });
 }
 
 template <class K>
@@ -417,17 +424,7 @@ int32_t remove_locked(Table &t, typename K::Key key, void **value, Status &st) n
 
 template <class K>
 int32_t remove(LhtTable *t, typename K::Key key, void **value) noexcept {
-  if (!is<K>(t)) return -LHT_ERR_ARG;
-  Status st;
-  int32_t rc;
-  if (!K::valid(key)) {
-    rc = st.fail_num(LHT_ERR_ARG, 2);
-  } else {
-    Locked lock(*t);
-    rc = remove_locked<K>(*t, key, value, st);
-  }
-  report(t, st);
-  return rc;
+  return change<K>(t, key, [&](Table &tb, Status &st) { return remove_locked<K>(tb, key, value, st); });
 }
 
 // A null string key: the one failure of a search worth a record. Kept out
