@@ -401,77 +401,71 @@ inline uint64_t split8x2(uint32_t a, uint32_t b) {
 }
 #endif
 
-// Long division Q = floor(U / V) in base 10^8 on little-endian limbs: U
-// has m + n + 1 limbs with U < V * B^(m+1), V has n >= 2 limbs whose top
-// limb is at least 10^6 (it starts with a non-zero base-100 digit). Q comes
-// out in q[0..m].
+// Long division Q = floor(U / V) in base 10^8 on little-endian limbs, for
+// the fixed shape of the fast path: U has eleven limbs (U < V * B^6, its
+// five lowest zero), V five whose top limb is at least 10^6 (it starts with
+// a non-zero base-100 digit). The six limbs of Q come out in q[0..5].
 //
-// Each quotient limb is estimated from the top of the remainder over the
-// two top limbs of V in double precision. The error of that estimate is
-// below 1.1 * 10^-6 (mostly from the dropped limbs of V, at most 10^-14 of
-// a quotient below 10^8), and it is nudged up by 4 * 10^-6: the limb taken
-// is then the true one or one more, so the remainder stays in [-V, V), and
-// a limb one too large is made good by a negative next one.
+// The remainder is kept as signed limbs from which each quotient limb's
+// products are subtracted whole, with no carries between them, except for
+// its top: everything from limb j + 4 upwards (step j finds quotient limb
+// j) is one exact integer X. X * B plus the next limb, less the quotient
+// limb times the top two limbs of V, is the next X; its true value stays
+// below 10^16 in size, so wrapping 64-bit arithmetic gives it exactly
+// whatever the words pass through on the way.
 //
-// No step waits for a carry to run along the remainder: the products are
-// subtracted whole from signed limbs (which stay below 10^17 in magnitude),
-// and only the three limbs under the top carry upwards before each
-// estimate; the limbs further down change the estimate by less than 10^-12.
-// At the end the remainder's sign is found, the last quotient limb lowered
-// by one if it is negative, and the signed quotient limbs normalised.
-template <int m, int n>
+// A quotient limb is X and the limb under it times fixed-point reciprocals
+// of V (scaled by 2^82), rounded to the nearest integer: one 64 x 64-bit
+// multiplication and a shift, no floating point on the chain from one limb
+// to the next. The estimate is off by less than 3 * 10^-6 (the lower limbs,
+// each holding at most three products, under 2 * 10^16, and the
+// reciprocals' precision), so the limb taken is within half a unit and a
+// little of the true quotient: the remainder stays within (V / 2) * B^j
+// plus a little in size, and the signed limbs within B / 2 plus a little
+// (a limb too large is made good by negative ones after it). At the end
+// the remainder's sign is found, the last limb lowered by one if it is
+// negative, and the signed limbs carried into place.
 inline void div_limbs(const uint32_t *u_in, const uint32_t *v, uint32_t *q) {
-  static_assert(n >= 3, "the estimate reads three limbs under the top");
   constexpr int64_t B = 100000000;
-  constexpr double Bd = 1e8;
-  constexpr int64_t K = 1000000000;  // K * B exceeds every limb's magnitude
-  int64_t u[m + n + 1], qs[m + 1];
-  for (int i = 0; i <= m + n; ++i) u[i] = u_in[i];
-  auto high = [](int64_t x) {  // floor(x / B) for |x| < K * B
-    return static_cast<int64_t>(static_cast<uint64_t>(x + K * B) / B) - K;
-  };
-  // floor(x / B) give or take one, for any x: x * floor(2^64 / B) / 2^64 is
-  // below x / B by less than a half. What is left in the limb then lies in
-  // [-B, 2B), which is as good for the estimate as a normalised limb, and
-  // is one multiplication instead of a division's three steps on the chain
-  // from one quotient limb to the next.
-  auto high_near = [](int64_t x) {
-    return static_cast<int64_t>((static_cast<__int128>(x) * 184467440737ll) >> 64);
-  };
-  const double rden = 1.0 / (static_cast<double>(v[n - 1]) * Bd + static_cast<double>(v[n - 2]));
-  const double rdenB = rden * Bd;
+  // V / B^3 in double precision (at least 10^14), and B^4 / V, B^3 / V as
+  // fixed-point numbers with 82 fraction bits (below 2^63).
+  const double vs = (static_cast<double>(v[4]) * 1e8 + static_cast<double>(v[3])) +
+                    (static_cast<double>(v[2]) * 1e-8 +
+                     (static_cast<double>(v[1]) * 1e-16 + static_cast<double>(v[0]) * 1e-24));
+  const int64_t r1 = static_cast<int64_t>(0x1p82 * 1e8 / vs);
+  const int64_t r0 = static_cast<int64_t>(0x1p82 / vs);
+  const uint64_t v2 = static_cast<uint64_t>(v[4]) * B + v[3];
+  int64_t u[9];
+  for (int i = 0; i < 9; ++i) u[i] = u_in[i];
+  uint64_t X = static_cast<uint64_t>(u_in[10]) * B + u_in[9];
+  int64_t qs[6];
 #pragma GCC unroll 6
-  for (int j = m; j >= 0; --j) {
-    // The three carries are taken from the limbs as they are, side by side
-    // rather than one after the other: that leaves each of those limbs in
-    // [-B, 2B) plus the carry it receives (under 10^9 in size), which is as
-    // good for the estimate and keeps the chain from one step to the next
-    // short.
-    const int64_t h3 = high_near(u[j + n - 3]), h2 = high_near(u[j + n - 2]), h1 = high_near(u[j + n - 1]);
-    u[j + n - 3] -= h3 * B;
-    u[j + n - 2] += h3 - h2 * B;
-    u[j + n - 1] += h2 - h1 * B;
-    u[j + n] += h1;
-    const int64_t top = u[j + n] * B + u[j + n - 1];  // the remainder bounds it by 10^16
-    // (top * B + u[j + n - 2]) / den, the lower part summed off the chain;
-    // floor() of a value above -2B, by truncating it shifted up.
-    const double low = static_cast<double>(u[j + n - 2]) * rden + (4e-6 + 2 * Bd);
-    const int64_t qhat = static_cast<int64_t>(static_cast<double>(top) * rdenB + low) - 2 * B;
-#pragma GCC unroll 5
-    for (int i = 0; i < n; ++i) u[i + j] -= qhat * v[i];
-    u[j + n - 1] += u[j + n] * B;  // fold the top limb, which the remainder empties
-    u[j + n] = 0;
+  for (int j = 5; j >= 0; --j) {
+    const __int128 e = static_cast<__int128>(static_cast<int64_t>(X)) * r1 + static_cast<__int128>(u[j + 3]) * r0;
+    const int64_t qhat = static_cast<int64_t>((e + (static_cast<__int128>(1) << 81)) >> 82);
+    X = X * B + static_cast<uint64_t>(u[j + 3]) - static_cast<uint64_t>(qhat) * v2;
+    u[j + 2] -= qhat * v[2];
+    u[j + 1] -= qhat * v[1];
+    u[j] -= qhat * v[0];
     qs[j] = qhat;
   }
-  // Sign of the remainder: carry the lower limbs into the top one.
+  // Sign of the remainder X * B^3 + L, L = u[2] * B^2 + u[1] * B + u[0]:
+  // |L| < 2^105, so an X beyond 2^30 in size decides alone and is clamped
+  // there, which keeps the sum within 128 bits.
+  const int64_t Xs = static_cast<int64_t>(X);
+  const int64_t xc = Xs > (1ll << 30) ? (1ll << 30) : (Xs < -(1ll << 30) ? -(1ll << 30) : Xs);
+  constexpr __int128 B2 = static_cast<__int128>(B) * B, B3 = B2 * B;
+  const __int128 rem = xc * B3 + (u[2] * B2 + (static_cast<__int128>(u[1]) * B + u[0]));
+  qs[0] -= rem < 0;
+  // Carry the signed limbs into [0, B). Each lies within B / 2 and a
+  // little of zero, so the carry is 0 or -1; the top one is the quotient's
+  // first limb, which the sum keeps below B.
   int64_t c = 0;
-  for (int i = 0; i < n - 1; ++i) c = high(u[i] + c);
-  if (u[n - 1] + c < 0) qs[0] -= 1;
-  c = 0;
-  for (int j = 0; j <= m; ++j) {
+#pragma GCC unroll 6
+  for (int j = 0; j <= 5; ++j) {
     const int64_t t = qs[j] + c;
-    c = (t + 4 * B) / B - 4;
-    q[j] = static_cast<uint32_t>(t - c * B);
+    c = t >> 63;
+    q[j] = static_cast<uint32_t>(t + (B & c));
   }
 }
 
@@ -603,37 +597,35 @@ inline void div_limbs(const uint32_t *u_in, const uint32_t *v, uint32_t *q) {
 
 // ---------------------------------------------------------------- divide
 // Long division in base 10^8. With A and B the operands' digits as
-// integers of five limbs, q = floor(100 * A * 10^40 / B) lies in
-// [100^20, 100^23): six quotient limbs hold every digit of it, at least
-// the twenty-one significant ones that rounding reads, all exact.
+// integers of five limbs (each at least 10^38, as it starts with a non-zero
+// base-100 digit), q = floor(100 * A * 10^40 / B) lies in (100^20, 100^22):
+// six quotient limbs hold every digit of it, at least the twenty-one
+// significant ones that rounding reads, all exact.
 [[gnu::always_inline]] inline bool div_fast_in(const uint8_t *a, size_t alen, const uint8_t *b, size_t blen,
                                                uint8_t *out, size_t *outlen) {
   Raw x, y;
   if (!raw(a, alen, x) || !raw(b, blen, y)) return false;
-  const Limbs A = limbs8(x), B = limbs8(y);
-  const uint32_t la[5] = {static_cast<uint32_t>(A.l0), static_cast<uint32_t>(A.l1), static_cast<uint32_t>(A.l2),
-                          static_cast<uint32_t>(A.l3), static_cast<uint32_t>(A.l4)};
-  const uint32_t lb[5] = {static_cast<uint32_t>(B.l0), static_cast<uint32_t>(B.l1), static_cast<uint32_t>(B.l2),
-                          static_cast<uint32_t>(B.l3), static_cast<uint32_t>(B.l4)};
-  // Both operands are always taken as five limbs, zero limbs below shorter
-  // ones (which leaves the quotient as it is): a fixed shape the compiler
-  // lays out without loops.
-  constexpr int M = 5, N = 5;
-  uint32_t u[M + N + 1] = {}, v[N], q[M + 1];
-  // u = 100 * A * 10^(8M), little-endian; the top limb takes the carry.
-  uint64_t c = 0;
-#pragma GCC unroll 5
-  for (int t = 0; t < N; ++t) {
-    const uint64_t s = static_cast<uint64_t>(la[N - 1 - t]) * 100 + c;
-    c = s / 100000000;
-    u[M + t] = static_cast<uint32_t>(s - c * 100000000);
-  }
-  u[M + N] = static_cast<uint32_t>(c);
-  for (int t = 0; t < N; ++t) v[t] = lb[N - 1 - t];
-  div_limbs<M, N>(u, v, q);
-  static_assert(M == 5, "six quotient limbs make three words of digits");
-  const uint64_t w[4] = {split8x2(q[5], q[4]), split8x2(q[3], q[2]), split8x2(q[1], q[0]), 0};
-  finish(x.neg != y.neg, x.exp - y.exp + 2, w, out, outlen);
+  // The limbs of 100 * A are those of A's digits with three zero digits
+  // put in front and one after: the words shifted by three bytes.
+  uint64_t w[4];
+  digits(x, w);
+  uint64_t a0, a1, a2, a3, a4, a5;
+  limbs_of_word(w[0] >> 24, a0, a1);
+  limbs_of_word((w[0] << 40) | (w[1] >> 24), a2, a3);
+  limbs_of_word((w[1] << 40) | (w[2] >> 24), a4, a5);
+  const Limbs L = limbs8(y);
+  // U = 100 * A * B^5 and V = B, little-endian, both operands taken as
+  // five limbs whatever their length (zero limbs below shorter ones leave
+  // the quotient as it is): a fixed shape with no loops.
+  const uint32_t u[11] = {0, 0, 0, 0, 0, static_cast<uint32_t>(a5), static_cast<uint32_t>(a4),
+                          static_cast<uint32_t>(a3), static_cast<uint32_t>(a2), static_cast<uint32_t>(a1),
+                          static_cast<uint32_t>(a0)};
+  const uint32_t v[5] = {static_cast<uint32_t>(L.l4), static_cast<uint32_t>(L.l3), static_cast<uint32_t>(L.l2),
+                         static_cast<uint32_t>(L.l1), static_cast<uint32_t>(L.l0)};
+  uint32_t q[6];
+  div_limbs(u, v, q);
+  const uint64_t d[4] = {split8x2(q[5], q[4]), split8x2(q[3], q[2]), split8x2(q[1], q[0]), 0};
+  finish(x.neg != y.neg, x.exp - y.exp + 2, d, out, outlen);
   return true;
 }
 

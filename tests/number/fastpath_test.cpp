@@ -200,6 +200,47 @@ TEST(NumberFastPath, SweepOfLengthsAndDistances) {
   }
 }
 
+// Division whose quotient is short or whole: the dividend is the divisor
+// times a small integer or a short fraction, exactly or one unit off in the
+// last place. The remainder ends at or next to zero, many quotient limbs
+// are zero or cross zero on the way, and the divisor runs from a leading
+// digit 1 followed by zeros (the smallest top limb) to all nines.
+TEST(NumberFastPath, DivisionByFactorsOfTheDividend) {
+  Gen g(0xd1f);
+  int taken = 0;
+  for (int i = 0; i < 60000; ++i) {
+    const int nb = g.uni(0, 1) ? 20 : g.uni(1, 20);
+    std::vector<int> db(static_cast<size_t>(nb));
+    const int style = g.uni(0, 4);
+    for (auto &x : db) x = style == 4 ? 0 : g.digit(style);
+    db[0] = g.uni(0, 2) == 0 ? 1 : (g.uni(0, 1) ? 99 : g.uni(1, 99));
+    if (db.back() == 0) db.back() = g.uni(0, 1) ? 1 : 99;
+    const Bytes b = make(g.uni(0, 1) == 1, g.uni(-3, 3), db);
+    // The factor: 1..9999, or a few base-100 digits with a point.
+    std::vector<int> dk(static_cast<size_t>(g.uni(1, 3)));
+    for (auto &x : dk) x = g.uni(0, 99);
+    if (dk[0] == 0) dk[0] = g.uni(1, 99);
+    if (dk.back() == 0) dk.back() = 7;
+    const Bytes k = make(g.uni(0, 3) == 0, g.uni(-2, 2), dk);
+    uint8_t t[22];
+    size_t tl;
+    lnxmul(b.data(), b.size(), k.data(), k.size(), t, &tl);
+    if (i % 3 == 1 && tl > 1 && t[0] != 0 && t[0] != 0xFF) {
+      const int e = t[0] >= 0x80 ? t[0] - 193 : 62 - t[0];
+      const Bytes ulp = make(g.uni(0, 1) == 1, e - 19, {1});
+      lnxadd(t, tl, ulp.data(), ulp.size(), t, &tl);
+    }
+    const Bytes a(t, t + tl);
+    uint8_t want[22], got[22];
+    size_t wl = 0, gl = 0;
+    plain(Op::Div, a, b, want, &wl);
+    if (!fast(Op::Div, a.data(), a.size(), b.data(), b.size(), got, &gl)) continue;
+    ++taken;
+    ASSERT_EQ(hex(got, gl), hex(want, wl)) << hex(a) << " / " << hex(b);
+  }
+  EXPECT_GT(taken, 50000);
+}
+
 // Edges where the word arithmetic changes hands: carries through whole
 // words of 99s, borrows that empty the leading words, rounding that carries
 // off the top, results at the ends of the exponent range.
