@@ -34,6 +34,12 @@ uint32_t perr(lrmctx_rec *c, uint32_t status, ...) {
   return status;
 }
 
+Shown shown(const char *s, size_t n) {
+  Shown r;
+  lsfp(nullptr, r.text, sizeof r.text, "%.*s", static_cast<int>(n < 100 ? n : 100), s);
+  return r;
+}
+
 void raise(lrmctx_rec *c, uint32_t status) {
   c->status = status;
   lemptpo(lemgfc(c->core->lemctx), c->fac, static_cast<int32_t>(status), 0);

@@ -330,9 +330,7 @@ KELAPI uint32_t lrmckv(lrmctx *h, const char *name, size_t len, uint8_t *type) {
   lrmctx_rec *c = rec(h);
   int32_t idx = -1;
   uint32_t st = resolve(c, name, len, &idx);
-  char shown[128];
-  lsfp(nullptr, shown, sizeof shown, "%.*s", static_cast<int>(len < 100 ? len : 100), name);
-  if (st != 0) return perr(c, st, LEM_ARG_TEXT, shown, LEM_ARG_END);
+  if (st != 0) return perr(c, st, LEM_ARG_TEXT, shown(name, len).text, LEM_ARG_END);
   uint8_t t = LRM_T_STRING;
   if (idx >= 0) {
     t = c->set->keys[idx].type;
@@ -358,11 +356,7 @@ KELAPI uint32_t lrmpatk(lrmctx *h, const char *name, size_t len, uint32_t *index
   int32_t idx = -1;
   uint32_t st = resolve(c, name, len, &idx);
   if (st == 0 && idx < 0) st = kUnknownKey;
-  if (st != 0) {
-    char shown[128];
-    lsfp(nullptr, shown, sizeof shown, "%.*s", static_cast<int>(len < 100 ? len : 100), name);
-    return perr(c, st, LEM_ARG_TEXT, shown, LEM_ARG_END);
-  }
+  if (st != 0) return perr(c, st, LEM_ARG_TEXT, shown(name, len).text, LEM_ARG_END);
   *index = static_cast<uint32_t>(idx);
   return 0;
 }

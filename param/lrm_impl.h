@@ -117,6 +117,12 @@ char *hstrdup(lrmctx_rec *c, const char *s, size_t n);
 
 // Records `status` with the argument pairs and returns it.
 uint32_t perr(lrmctx_rec *c, uint32_t status, ...);
+// A caller's text as a message argument: at most its first 100 bytes, so
+// that a huge or unterminated key cannot flood the error stack.
+struct Shown {
+  char text[128];
+};
+Shown shown(const char *s, size_t n);
 // Records `status` (when not 0 already recorded) and raises it to the
 // innermost error frame.
 [[noreturn]] void raise(lrmctx_rec *c, uint32_t status);

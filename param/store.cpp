@@ -108,6 +108,14 @@ void clear_values(lrmctx_rec *c) {
   c->nbuckets = c->nentries = 0;
 }
 
+// Records a value that does not convert for its key; a range error names
+// the key as well.
+uint32_t value_error(lrmctx_rec *c, uint32_t st, const char *text, size_t len, const char *name, size_t namelen) {
+  const Shown v = shown(text, len);
+  if (st == kOutOfRange) return perr(c, st, LEM_ARG_TEXT, v.text, LEM_ARG_TEXT, shown(name, namelen).text, LEM_ARG_END);
+  return perr(c, st, LEM_ARG_TEXT, v.text, LEM_ARG_END);
+}
+
 // ----------------------------------------------------------------- storage
 
 uint32_t store(lrmctx_rec *c, const char *qual, size_t quallen, const char *key, size_t klen, const char *text,
@@ -118,11 +126,7 @@ uint32_t store(lrmctx_rec *c, const char *qual, size_t quallen, const char *key,
   uint8_t type = LRM_T_STRING;
   if (klen > 0) {
     uint32_t st = resolve(c, key, klen, &idx);
-    if (st != 0) {
-      char shown[128];
-      lsfp(nullptr, shown, sizeof shown, "%.*s", static_cast<int>(klen < 100 ? klen : 100), key);
-      return perr(c, st, LEM_ARG_TEXT, shown, LEM_ARG_END);
-    }
+    if (st != 0) return perr(c, st, LEM_ARG_TEXT, shown(key, klen).text, LEM_ARG_END);
     if (idx >= 0) {
       name = c->set->keys[idx].name;
       namelen = strlen(name);
@@ -144,13 +148,7 @@ uint32_t store(lrmctx_rec *c, const char *qual, size_t quallen, const char *key,
   tmp.type = type;
   uint32_t st = convert(c, idx, type, text, len, &tmp);
   if (st == 0 && type == LRM_T_BOOL && is_flag) tmp.boolv = 1;
-  if (st != 0) {
-    char shown[128], kshown[128];
-    lsfp(nullptr, shown, sizeof shown, "%.*s", static_cast<int>(len < 100 ? len : 100), text);
-    lsfp(nullptr, kshown, sizeof kshown, "%.*s", static_cast<int>(namelen < 100 ? namelen : 100), name);
-    if (st == kOutOfRange) return perr(c, st, LEM_ARG_TEXT, shown, LEM_ARG_TEXT, kshown, LEM_ARG_END);
-    return perr(c, st, LEM_ARG_TEXT, shown, LEM_ARG_END);
-  }
+  if (st != 0) return value_error(c, st, text, len, name, namelen);
   lrmentry *e = find_entry(c, qual, quallen, name, namelen);
   if (e == nullptr) e = make_entry(c, qual, quallen, name, namelen, idx, type);
   if (e == nullptr) return perr(c, kNoMemory, LEM_ARG_TEXT, "storing a value", LEM_ARG_END);
@@ -778,6 +776,37 @@ uint32_t value_text(lrmctx_rec *c, const void *value, size_t vlen, const char **
   return st;
 }
 
+// The arguments of a call that takes a key and a value, as UTF-8 text.
+struct keyvalue {
+  keyarg k;
+  const char *text;  // never null once opened
+  size_t len;
+  char *vtmp;
+};
+
+// Checks and converts the key and value of such a call; on success the
+// caller ends with close_key_value.
+uint32_t open_key_value(lrmctx_rec *c, const void *qual, const void *key, size_t klen, const void *value,
+                        size_t vlen, keyvalue *kv) {
+  kv->vtmp = nullptr;
+  if (key == nullptr || (value == nullptr && vlen > 0))
+    return perr(c, kNullArgument, LEM_ARG_TEXT, "key or value", LEM_ARG_END);
+  uint32_t st = get_key(c, qual, key, klen, &kv->k);
+  if (st != 0) return st;
+  st = value_text(c, value, vlen, &kv->text, &kv->len, &kv->vtmp);
+  if (st != 0) {
+    put_key(c, &kv->k);
+    return st;
+  }
+  if (kv->text == nullptr) kv->text = "";
+  return 0;
+}
+
+void close_key_value(lrmctx_rec *c, keyvalue *kv) {
+  hfree(c, kv->vtmp);
+  put_key(c, &kv->k);
+}
+
 }  // namespace lrm_internal
 
 using namespace lrm_internal;
@@ -787,18 +816,11 @@ extern "C" {
 KELAPI uint32_t lrmspv2(lrmctx *h, const void *qual, const void *key, size_t klen, const void *value, size_t vlen) {
   if (h == nullptr) return kNullArgument;
   lrmctx_rec *c = rec(h);
-  if (key == nullptr || (value == nullptr && vlen > 0))
-    return perr(c, kNullArgument, LEM_ARG_TEXT, "key or value", LEM_ARG_END);
-  keyarg k;
-  uint32_t st = get_key(c, qual, key, klen, &k);
+  keyvalue kv;
+  uint32_t st = open_key_value(c, qual, key, klen, value, vlen, &kv);
   if (st != 0) return st;
-  const char *text;
-  char *vtmp;
-  size_t len;
-  st = value_text(c, value, vlen, &text, &len, &vtmp);
-  if (st == 0) st = store(c, k.qual, k.quallen, k.key, k.klen, text != nullptr ? text : "", len, nullptr, false);
-  hfree(c, vtmp);
-  put_key(c, &k);
+  st = store(c, kv.k.qual, kv.k.quallen, kv.k.key, kv.k.klen, kv.text, kv.len, nullptr, false);
+  close_key_value(c, &kv);
   return st;
 }
 
@@ -811,33 +833,21 @@ KELAPI uint32_t lrmvsk2(lrmctx *h, const void *qual, const void *key, size_t kle
   (void)qual;
   if (h == nullptr) return kNullArgument;
   lrmctx_rec *c = rec(h);
-  if (key == nullptr || (value == nullptr && vlen > 0))
-    return perr(c, kNullArgument, LEM_ARG_TEXT, "key or value", LEM_ARG_END);
-  keyarg k;
-  uint32_t st = get_key(c, nullptr, key, klen, &k);
+  keyvalue kv;
+  uint32_t st = open_key_value(c, nullptr, key, klen, value, vlen, &kv);
   if (st != 0) return st;
-  const char *text;
-  char *vtmp;
-  size_t len;
-  st = value_text(c, value, vlen, &text, &len, &vtmp);
   int32_t idx = -1;
-  if (st == 0) {
-    st = resolve(c, k.key, k.klen, &idx);
-    if (st != 0) {
-      char shown[128];
-      lsfp(nullptr, shown, sizeof shown, "%.*s", static_cast<int>(k.klen < 100 ? k.klen : 100), k.key);
-      perr(c, st, LEM_ARG_TEXT, shown, LEM_ARG_END);
-    }
-  }
-  if (st == 0) {
+  st = resolve(c, kv.k.key, kv.k.klen, &idx);
+  if (st != 0) {
+    perr(c, st, LEM_ARG_TEXT, shown(kv.k.key, kv.k.klen).text, LEM_ARG_END);
+  } else {
     uint8_t t = idx >= 0 ? c->set->keys[idx].type : idx <= -2 ? LRM_T_BOOL : LRM_T_STRING;
     lrmval v{};
-    st = convert(c, idx, t, text != nullptr ? text : "", len, &v);
-    if (st != 0) perr(c, st, LEM_ARG_TEXT, text != nullptr ? text : "", LEM_ARG_END);
+    st = convert(c, idx, t, kv.text, kv.len, &v);
+    if (st != 0) value_error(c, st, kv.text, kv.len, kv.k.key, kv.k.klen);
     if (type != nullptr) *type = t;
   }
-  hfree(c, vtmp);
-  put_key(c, &k);
+  close_key_value(c, &kv);
   return st;
 }
 

@@ -314,8 +314,12 @@ TEST_F(Values, SetAndListFunctions) {
   EXPECT_EQ(Count("name"), 0u);
   EXPECT_EQ(All("name", "s"), (Strings{"q"}));
   uint8_t type = 0;
-  EXPECT_EQ(lrmvskv(h, "count", 5, "5000", 4, &type), 102u);
+  // The value is the first four bytes only: the record must not read on.
+  EXPECT_EQ(lrmvskv(h, "count", 5, "5000garbage", 4, &type), 102u);
   EXPECT_EQ(type, LRM_T_INT);
+  EXPECT_NE(LastText().find("5000"), std::string::npos) << LastText();
+  EXPECT_EQ(LastText().find("garbage"), std::string::npos) << LastText();
+  EXPECT_NE(LastText().find("count"), std::string::npos) << LastText();
   EXPECT_EQ(lrmvskv(h, "count", 5, "50", 2, &type), 0u);
   EXPECT_EQ(Count("count"), 1u);
   EXPECT_EQ(lrmspv(h, "nope", 4, "1", 1), 101u);
