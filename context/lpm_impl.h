@@ -125,6 +125,10 @@ int32_t lpmllre(lpmlist *l, lpmlink *e) noexcept;                // 0 / -1 (not 
 // The registry and instance of a context record (null if it has none).
 lpmreg *reg_of(lcorectx *ctx) noexcept;
 lpminst *inst_of(lcorectx *ctx) noexcept;
+// The registry for an entry point named `fn` ("lpmcall()."): null after
+// recording a null-argument error when there is none or the entry point's
+// own arguments are not ok.
+lpmreg *reg_checked(lcorectx *ctx, bool args_ok, const char *fn, uint8_t *flag) noexcept;
 
 // Records an error of the package manager (only once the library is
 // initialised); the first record of an operation carries its mark.

@@ -287,12 +287,9 @@ extern "C" {
 // -------------------------------------------------- loading and deleting
 
 KELAPI lpmiftab *lpmloadpkg(lcorectx *ctx, const char *name) {
-  lpmreg *reg = reg_of(ctx);
   uint8_t flag = 0;
-  if (reg == nullptr || name == nullptr) {
-    lpmprec(ctx, &flag, kelmsg::LPM_NULLARG, 0, LEM_ARG_TEXT, "lpmloadpkg().", LEM_ARG_END);
-    return nullptr;
-  }
+  lpmreg *reg = reg_checked(ctx, name != nullptr, "lpmloadpkg().", &flag);
+  if (reg == nullptr) return nullptr;
   size_t len = strlen(name);
   lpminst *inst = nullptr;
   if (!lock_find_shared(ctx, reg, name, len, 30, &flag, &inst)) return nullptr;
@@ -331,12 +328,9 @@ KELAPI lpmiftab *lpmloadpkg(lcorectx *ctx, const char *name) {
 }
 
 KELAPI int32_t lpmdelete(lcorectx *ctx, const char *name) {
-  lpmreg *reg = reg_of(ctx);
   uint8_t flag = 0;
-  if (reg == nullptr || name == nullptr) {
-    lpmprec(ctx, &flag, kelmsg::LPM_NULLARG, 0, LEM_ARG_TEXT, "lpmdelete().", LEM_ARG_END);
-    return -1;
-  }
+  lpmreg *reg = reg_checked(ctx, name != nullptr, "lpmdelete().", &flag);
+  if (reg == nullptr) return -1;
   size_t len = strlen(name);
   lpminst *inst = nullptr;
   if (!lock_find_shared(ctx, reg, name, len, 60, &flag, &inst)) return -1;
@@ -357,12 +351,9 @@ KELAPI int32_t lpmdelete(lcorectx *ctx, const char *name) {
 // ------------------------------------------------------------------- calls
 
 KELAPI int32_t lpmcall(lcorectx *ctx, const char *name, int32_t code, void *arg, void *result) {
-  lpmreg *reg = reg_of(ctx);
   uint8_t flag = 0;
-  if (reg == nullptr || name == nullptr) {
-    lpmprec(ctx, &flag, kelmsg::LPM_NULLARG, 0, LEM_ARG_TEXT, "lpmcall().", LEM_ARG_END);
-    return -1;
-  }
+  lpmreg *reg = reg_checked(ctx, name != nullptr, "lpmcall().", &flag);
+  if (reg == nullptr) return -1;
   lpminst *inst = nullptr;
   if (lpmpali(ctx, reg, &inst, true, name, strlen(name), &flag, false, 0, false) != 0) {
     lpmprec(ctx, &flag, kelmsg::LPM_NOINST, 0, LEM_ARG_END);
@@ -461,8 +452,8 @@ KELAPI void lpmexitprog(lcorectx *ctx, int32_t status) {
 // ------------------------------------------------- what a package calls back
 
 KELAPI lpmiftab *lpmarrfuncs(lcorectx *ctx, void *object, int32_t count, const lpmfunc *functions) {
-  lpminst *inst = inst_of(ctx);
   uint8_t flag = 0;
+  lpminst *inst = inst_of(ctx);
   if (inst == nullptr || inst->block == nullptr || count < 0 || (count > 0 && functions == nullptr)) {
     lpmprec(ctx, &flag, kelmsg::LPM_NULLARG, 0, LEM_ARG_TEXT, "lpmarrfuncs().", LEM_ARG_END);
     return nullptr;
@@ -483,8 +474,8 @@ KELAPI lpmiftab *lpmarrfuncs(lcorectx *ctx, void *object, int32_t count, const l
 }
 
 KELAPI void *lpmmkpri(lcorectx *ctx, size_t size) {
-  lpminst *inst = inst_of(ctx);
   uint8_t flag = 0;
+  lpminst *inst = inst_of(ctx);
   if (inst == nullptr) {
     lpmprec(ctx, &flag, kelmsg::LPM_NULLARG, 0, LEM_ARG_TEXT, "lpmmkpri().", LEM_ARG_END);
     return nullptr;

@@ -67,6 +67,13 @@ lpmreg *reg_of(lcorectx *ctx) noexcept {
   return i == nullptr ? nullptr : i->reg;
 }
 
+lpmreg *reg_checked(lcorectx *ctx, bool args_ok, const char *fn, uint8_t *flag) noexcept {
+  lpmreg *reg = reg_of(ctx);
+  if (reg != nullptr && args_ok) return reg;
+  lpmprec(ctx, flag, kelmsg::LPM_NULLARG, 0, LEM_ARG_TEXT, fn, LEM_ARG_END);
+  return nullptr;
+}
+
 void lpmprec(lcorectx *ctx, uint8_t *flag, int32_t msg, int32_t sub, ...) noexcept {
   if (ctx == nullptr || !ctx->initialised) return;
   lpmreg *reg = reg_of(ctx);
@@ -199,12 +206,9 @@ KELAPI int32_t lpmrist(lcorectx *ctx, void *handle, int32_t mode) {
 // ------------------------------------------ package table, at-term callbacks
 
 KELAPI int32_t lpmapd(lcorectx *ctx, const lpmpdesc *rows, int32_t count, int32_t *where, void *reserved) {
-  lpmreg *reg = reg_of(ctx);
   uint8_t flag = 0;
-  if (reg == nullptr || rows == nullptr) {
-    lpmprec(ctx, &flag, kelmsg::LPM_NULLARG, 0, LEM_ARG_TEXT, "lpmapd().", LEM_ARG_END);
-    return -1;
-  }
+  lpmreg *reg = reg_checked(ctx, rows != nullptr, "lpmapd().", &flag);
+  if (reg == nullptr) return -1;
   sltsmna(reg->ts, &reg->blockmx);
   int32_t rc = slpmadp(ctx, reg->table, rows, count, where, reserved, 1, 1);
   sltsmnr(reg->ts, &reg->blockmx);
@@ -224,12 +228,9 @@ KELAPI int32_t lpmatterm(lcorectx *ctx, lpmatfn fn, void *arg) {
 // ----------------------------------------------------------- saved contexts
 
 KELAPI int32_t lpmsavecompctx(lcorectx *ctx, const char *name, void *context, int32_t replace) {
-  lpmreg *reg = reg_of(ctx);
   uint8_t flag = 0;
-  if (reg == nullptr || name == nullptr) {
-    lpmprec(ctx, &flag, kelmsg::LPM_NULLARG, 0, LEM_ARG_TEXT, "lpmsavecompctx().", LEM_ARG_END);
-    return -1;
-  }
+  lpmreg *reg = reg_checked(ctx, name != nullptr, "lpmsavecompctx().", &flag);
+  if (reg == nullptr) return -1;
   size_t len = strlen(name);
   if (len > kMaxSavedName) {
     lpmprec(ctx, &flag, kelmsg::LPM_SAVELONG, 0, LEM_ARG_TEXT, name, LEM_ARG_NUM, int64_t{16}, LEM_ARG_END);
@@ -284,12 +285,9 @@ KELAPI int32_t lpmsavecompctx(lcorectx *ctx, const char *name, void *context, in
 }
 
 KELAPI void *lpmgetcompctx(lcorectx *ctx, const char *name) {
-  lpmreg *reg = reg_of(ctx);
   uint8_t flag = 0;
-  if (reg == nullptr || name == nullptr) {
-    lpmprec(ctx, &flag, kelmsg::LPM_NULLARG, 0, LEM_ARG_TEXT, "lpmgetcompctx().", LEM_ARG_END);
-    return nullptr;
-  }
+  lpmreg *reg = reg_checked(ctx, name != nullptr, "lpmgetcompctx().", &flag);
+  if (reg == nullptr) return nullptr;
   size_t len = strlen(name);
   if (len > kMaxSavedName) {
     lpmprec(ctx, &flag, kelmsg::LPM_GETLONG, 0, LEM_ARG_TEXT, name, LEM_ARG_NUM, int64_t{16}, LEM_ARG_END);
