@@ -117,23 +117,6 @@ bool digits(sv s, int64_t *v) {
   return true;
 }
 
-bool signed_num(sv s, int64_t *v) {
-  bool neg = !s.empty() && s[0] == '-';
-  if (neg) s.remove_prefix(1);
-  if (s.empty() || s.size() > 19) return false;
-  uint64_t x = 0;
-  for (char c : s) {
-    if (c < '0' || c > '9') return false;
-    uint64_t nx = x * 10 + static_cast<uint64_t>(c - '0');
-    if (nx / 10 != x) return false;
-    x = nx;
-  }
-  uint64_t lim = neg ? (uint64_t{1} << 63) : (uint64_t{1} << 63) - 1;
-  if (x > lim) return false;
-  *v = neg ? static_cast<int64_t>(0 - x) : static_cast<int64_t>(x);
-  return true;
-}
-
 bool unsigned_num(sv s, uint64_t *v) {
   if (s.empty() || s.size() > 20) return false;
   uint64_t x = 0;
@@ -144,6 +127,17 @@ bool unsigned_num(sv s, uint64_t *v) {
     x = nx;
   }
   *v = x;
+  return true;
+}
+
+bool signed_num(sv s, int64_t *v) {
+  bool neg = !s.empty() && s[0] == '-';
+  if (neg) s.remove_prefix(1);
+  uint64_t x;
+  if (s.size() > 19 || !unsigned_num(s, &x)) return false;
+  uint64_t lim = neg ? (uint64_t{1} << 63) : (uint64_t{1} << 63) - 1;
+  if (x > lim) return false;
+  *v = neg ? static_cast<int64_t>(0 - x) : static_cast<int64_t>(x);
   return true;
 }
 
