@@ -13,31 +13,17 @@
 
 #include "datetime/ldx_impl.h"
 #include "ldx.h"
+#include "tests/datetime/ldx_test_util.h"
 
 namespace {
 
 using namespace ldx_internal;
+using namespace ldxtest;
 
 static_assert(sizeof(ldxdate) == 8 && offsetof(ldxdate, month) == 2 && offsetof(ldxdate, second) == 6 &&
               offsetof(ldxdate, spare) == 7);
 static_assert(sizeof(ldxdays) == 8 && offsetof(ldxdays, seconds) == 4);
 static_assert(sizeof(ldxctx) == 104 && offsetof(ldxctx, deffmt) == 56 && sizeof(((ldxctx *)0)->deffmt) == 48);
-
-struct Recorder {
-  std::vector<int32_t> errs;
-};
-void record(ldxctx *ctx, int32_t err) { static_cast<Recorder *>(ctx->cbarg)->errs.push_back(err); }
-
-struct Ctx {
-  ldxctx c{};
-  Recorder rec;
-  Ctx() { EXPECT_EQ(ldxbegin(&c, nullptr, record, &rec), 0); }
-};
-
-ldxdate D(int y, int m, int d, int hh = 0, int mi = 0, int ss = 0) {
-  return ldxdate{static_cast<int16_t>(y), static_cast<int8_t>(m), static_cast<int8_t>(d),
-                 static_cast<int8_t>(hh), static_cast<int8_t>(mi), static_cast<int8_t>(ss), 0};
-}
 
 // Julian-calendar day number by the classic astronomical formula (years
 // counted astronomically; -4712 leap). Independent of the kernel.

@@ -22,16 +22,13 @@
 
 #include "datetime/ldx_impl.h"
 #include "ldx.h"
+#include "tests/datetime/ldx_test_util.h"
 #include "lx.h"
 
 namespace {
 
 using namespace ldx_internal;
-
-struct Recorder {
-  std::vector<int32_t> errs;
-};
-void record(ldxctx *ctx, int32_t err) { static_cast<Recorder *>(ctx->cbarg)->errs.push_back(err); }
+using namespace ldxtest;
 
 std::string str(const ldxdate &d) {
   char b[64];
@@ -39,13 +36,6 @@ std::string str(const ldxdate &d) {
                 d.spare);
   return b;
 }
-
-// "now": 2024-07-15 10:20:30 UTC, for the elements that take the current
-// year or month.
-struct PinNow {
-  PinNow() { pin_now_for_test(int64_t{1721038830} * 1000000); }
-  ~PinNow() { pin_now_for_test(0); }
-};
 
 // Elements of fixed models and the width they write. RR and RRRR may stand
 // beside one element of the YYYY group; the others follow the input rules

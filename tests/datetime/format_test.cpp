@@ -12,45 +12,17 @@
 
 #include "datetime/ldx_impl.h"
 #include "ldx.h"
+#include "tests/datetime/ldx_test_util.h"
 
 namespace {
 
 using namespace ldx_internal;
-
-struct Recorder {
-  std::vector<int32_t> errs;
-};
-void record(ldxctx *ctx, int32_t err) { static_cast<Recorder *>(ctx->cbarg)->errs.push_back(err); }
-
-struct Ctx {
-  ldxctx c{};
-  Recorder rec;
-  Ctx() { EXPECT_EQ(ldxbegin(&c, nullptr, record, &rec), 0); }
-  int32_t last() const { return rec.errs.empty() ? 0 : rec.errs.back(); }
-};
-
-// "now" pinned: 2024-07-15 10:20:30 UTC.
-constexpr int64_t kPinned = 1721038830LL * 1000000;
-struct PinNow {
-  PinNow(int64_t us = kPinned) { pin_now_for_test(us); }
-  ~PinNow() { pin_now_for_test(0); }
-};
-
-ldxdate D(int y, int m, int d, int hh = 0, int mi = 0, int ss = 0) {
-  return ldxdate{static_cast<int16_t>(y), static_cast<int8_t>(m), static_cast<int8_t>(d),
-                 static_cast<int8_t>(hh), static_cast<int8_t>(mi), static_cast<int8_t>(ss), 0};
-}
+using namespace ldxtest;
 
 std::string fmt(ldxctx *c, const ldxdate &d, const std::string &model) {
   char out[512];
   int32_t n = ldxdts(c, out, sizeof out, &d, model.data(), model.size());
   return n < 0 ? "<error>" : std::string(out, static_cast<size_t>(n));
-}
-
-std::string str(const ldxdate &d) {
-  char b[64];
-  std::snprintf(b, sizeof b, "%d-%02d-%02d %02d:%02d:%02d", d.year, d.month, d.day, d.hour, d.minute, d.second);
-  return b;
 }
 
 TEST(DateFormat, ScannerReportsCaseSuffixesAndFillMode) {

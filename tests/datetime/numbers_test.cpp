@@ -10,22 +10,19 @@
 
 #include "ldx.h"
 #include "lnx.h"
+#include "tests/datetime/ldx_test_util.h"
+#include "tests/support/python.h"
 
 namespace {
 
-struct Recorder {
-  std::vector<int32_t> errs;
-};
-void record(ldxctx *ctx, int32_t err) { static_cast<Recorder *>(ctx->cbarg)->errs.push_back(err); }
+using namespace ldxtest;
 
 std::vector<std::string> oracle() {
-  std::string cmd = std::string(KEL_PYTHON) + " " + KEL_SOURCE_DIR + "/tests/datetime/numbers_oracle.py";
+  std::string out;
   std::vector<std::string> lines;
-  FILE *p = popen(cmd.c_str(), "r");
-  if (!p) return lines;
-  char buf[256];
-  while (std::fgets(buf, sizeof buf, p)) lines.emplace_back(buf);
-  pclose(p);
+  if (!kel_test::run_python("tests/datetime/numbers_oracle.py", "", out)) return lines;
+  std::istringstream in(out);
+  for (std::string l; std::getline(in, l);) lines.push_back(l + "\n");
   return lines;
 }
 

@@ -13,16 +13,13 @@
 
 #include "datetime/ldx_impl.h"
 #include "ldx.h"
+#include "tests/datetime/ldx_test_util.h"
 #include "lx.h"
 
 using namespace ldx_internal;
+using namespace ldxtest;
 
 namespace {
-
-struct Recorder {
-  std::vector<int32_t> errs;
-};
-void record(ldxctx *ctx, int32_t err) { static_cast<Recorder *>(ctx->cbarg)->errs.push_back(err); }
 
 const lxenv *env(const std::string &n) { return lxhLangEnv(nullptr, n.data(), n.size()); }
 
@@ -30,12 +27,6 @@ std::string item(const lxenv *e, int32_t it) {
   char b[256];
   int32_t n = lxhlinfo(e, it, b, sizeof b);
   return n < 0 ? std::string() : std::string(b, static_cast<size_t>(n));
-}
-
-std::string str(const ldxdate &d) {
-  char b[64];
-  std::snprintf(b, sizeof b, "%d-%02d-%02d %02d:%02d:%02d", d.year, d.month, d.day, d.hour, d.minute, d.second);
-  return b;
 }
 
 // Weekday 0 = Sunday, from std::chrono's proleptic Gregorian calendar.
@@ -46,10 +37,7 @@ int chrono_wday(int y, int m, int d) {
 
 // Pins "now" to 2026-06-01 so that the century window of RR is fixed:
 // 00 ... 49 read as 2000 ... 2049, 50 ... 99 as 1950 ... 1999.
-struct PinNow {
-  PinNow() { pin_now_for_test(int64_t{1780272000} * 1000000); }
-  ~PinNow() { pin_now_for_test(0); }
-};
+constexpr int64_t kRrNow = int64_t{1780272000} * 1000000;
 
 const char *const kTerritories[] = {"AMERICAN_AMERICA", "GERMAN_GERMANY", "FRENCH_FRANCE", "SPANISH_SPAIN"};
 
@@ -58,7 +46,7 @@ const char *const kTerritories[] = {"AMERICAN_AMERICA", "GERMAN_GERMANY", "FRENC
 bool have(const char *t) { return lxhLangEnv(nullptr, t, std::strlen(t)) != nullptr; }
 
 TEST(DateTerritory, EachTerritoryRoundTripsItsFormats) {
-  PinNow pin;
+  PinNow pin(kRrNow);
   for (const char *t : kTerritories) {
     if (!have(t)) continue;
     for (const char *cs : {"AL32UTF8", "WE8ISO8859P1"}) {
@@ -155,7 +143,7 @@ TEST(DateTerritory, NamesAndWeekdaysComeFromTheEnvironment) {
 // The same dates through Latin-1, EBCDIC and UTF-16 environments: what one
 // set writes is the other set's text for the same characters.
 TEST(DateTerritory, CharacterSetsCarryTheSameText) {
-  PinNow pin;
+  PinNow pin(kRrNow);
   const ldxdate d{2024, 3, 5, 17, 4, 9, 0};
   for (const char *t : kTerritories) {
     if (!have(t)) continue;

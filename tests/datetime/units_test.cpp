@@ -12,31 +12,12 @@
 
 #include "datetime/ldx_impl.h"
 #include "ldx.h"
+#include "tests/datetime/ldx_test_util.h"
 
 namespace {
 
 using namespace ldx_internal;
-
-struct Recorder {
-  std::vector<int32_t> errs;
-};
-void record(ldxctx *ctx, int32_t err) { static_cast<Recorder *>(ctx->cbarg)->errs.push_back(err); }
-
-struct Ctx {
-  ldxctx c{};
-  Recorder rec;
-  Ctx() { EXPECT_EQ(ldxbegin(&c, nullptr, record, &rec), 0); }
-};
-
-ldxdate D(int y, int m, int d, int hh = 0, int mi = 0, int ss = 0) {
-  return ldxdate{static_cast<int16_t>(y), static_cast<int8_t>(m), static_cast<int8_t>(d),
-                 static_cast<int8_t>(hh), static_cast<int8_t>(mi), static_cast<int8_t>(ss), 0};
-}
-std::string str(const ldxdate &d) {
-  char b[64];
-  std::snprintf(b, sizeof b, "%d-%02d-%02d %02d:%02d:%02d", d.year, d.month, d.day, d.hour, d.minute, d.second);
-  return b;
-}
+using namespace ldxtest;
 
 int32_t unit(Ctx &x, const char *u) { return ldxgpc(&x.c, u, std::strlen(u)); }
 
