@@ -55,15 +55,16 @@ struct Sink {
   void put(sv s) {
     for (char c : s) put(c);
   }
+  // v in decimal, zero-padded to `width` digits (at most 20).
   void num(uint64_t v, int width = 0) {
-    char d[24];
-    int k = 0;
+    char d[20];
+    size_t k = 0;
     do {
       d[k++] = static_cast<char>('0' + v % 10);
       v /= 10;
     } while (v > 0);
-    while (k < width) d[k++] = '0';
-    while (k > 0) put(d[--k]);
+    while (k < sizeof d && static_cast<int>(k) < width) d[k++] = '0';
+    for (size_t i = k; i > 0; i--) put(d[i - 1]);
   }
   void snum(int64_t v) {
     if (v < 0) {
