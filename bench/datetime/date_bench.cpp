@@ -215,21 +215,14 @@ int main(int argc, char **argv) {
   benchmark::Initialize(&argc, argv);
   kelbench::RatioReporter rep(kelbench::RatioReporter::Clock::kCpu);
   benchmark::RunSpecifiedBenchmarks(&rep);
-  const struct {
-    const char *ours, *peer;
-  } pairs[] = {{"BM_ldxsto", "BM_strptime"},
-               {"BM_ldxsto_textmodel", "BM_strptime"},
-               {"BM_ldxsto", "BM_date_parse"},
-               {"BM_ldxsto_mixed", "BM_strptime_mixed"},
-               {"BM_ldxdts", "BM_strftime"},
-               {"BM_ldxdts_textmodel", "BM_strftime"},
-               {"BM_ldxctj", "BM_date_days_from_civil"},
-               {"BM_ldxjtc", "BM_date_civil_from_days"}};
-  std::printf("\n%-22s %-26s %10s %10s %8s\n", "ours", "peer", "ours ns", "peer ns", "ratio");
-  for (const auto &p : pairs) {
-    double r = rep.ratio("datetime", p.ours, p.peer);
-    if (r > 0) std::printf("%-22s %-26s %10.1f %10.1f %8.2f\n", p.ours, p.peer, rep.at(p.ours), rep.at(p.peer), r);
-  }
+  rep.print_pair_table("datetime", {{"BM_ldxsto", "BM_strptime"},
+                                    {"BM_ldxsto_textmodel", "BM_strptime"},
+                                    {"BM_ldxsto", "BM_date_parse"},
+                                    {"BM_ldxsto_mixed", "BM_strptime_mixed"},
+                                    {"BM_ldxdts", "BM_strftime"},
+                                    {"BM_ldxdts_textmodel", "BM_strftime"},
+                                    {"BM_ldxctj", "BM_date_days_from_civil"},
+                                    {"BM_ldxjtc", "BM_date_civil_from_days"}});
   rep.print_ratios();
   return 0;
 }

@@ -209,16 +209,12 @@ int main(int argc, char **argv) {
   benchmark::Initialize(&argc, argv);
   kelbench::RatioReporter rep(kelbench::RatioReporter::Clock::kCpu);
   benchmark::RunSpecifiedBenchmarks(&rep);
-  const struct {
-    const char *ours, *peer;
-  } pairs[] = {{"BM_LdiDateCompare", "BM_chrono_compare"},     {"BM_LdiDateCompare", "BM_cctz_compare"},
-               {"BM_LdiDateInterAdd_ds", "BM_chrono_add"},     {"BM_LdiDateInterAdd_ds", "BM_chrono_add_fields"},
-               {"BM_LdiDateInterAdd_ds", "BM_cctz_add"},       {"BM_LdiDateInterAdd_ym", "BM_cctz_add_months"}};
-  std::printf("\n%-24s %-22s %10s %10s %8s\n", "ours", "peer", "ours ns", "peer ns", "ratio");
-  for (const auto &p : pairs) {
-    double r = rep.ratio("ldi", p.ours, p.peer);
-    if (r > 0) std::printf("%-24s %-22s %10.1f %10.1f %8.2f\n", p.ours, p.peer, rep.at(p.ours), rep.at(p.peer), r);
-  }
+  rep.print_pair_table("ldi", {{"BM_LdiDateCompare", "BM_chrono_compare"},
+                               {"BM_LdiDateCompare", "BM_cctz_compare"},
+                               {"BM_LdiDateInterAdd_ds", "BM_chrono_add"},
+                               {"BM_LdiDateInterAdd_ds", "BM_chrono_add_fields"},
+                               {"BM_LdiDateInterAdd_ds", "BM_cctz_add"},
+                               {"BM_LdiDateInterAdd_ym", "BM_cctz_add_months"}});
   rep.print_ratios();
   return 0;
 }

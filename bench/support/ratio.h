@@ -19,6 +19,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <vector>
@@ -71,6 +72,19 @@ class RatioReporter : public benchmark::ConsoleReporter {
     if (o <= 0 || p <= 0) return 0.0;
     pairs_.push_back({family, ours, peer, o / p});
     return o / p;
+  }
+
+  // A table of the named pairs that both ran (ours, peer, their times and
+  // the ratio), each remembered as by ratio().
+  struct NamePair {
+    const char *ours, *peer;
+  };
+  void print_pair_table(const std::string &family, std::initializer_list<NamePair> pairs) {
+    std::printf("\n%-24s %-26s %10s %10s %8s\n", "ours", "peer", "ours ns", "peer ns", "ratio");
+    for (const NamePair &p : pairs) {
+      const double r = ratio(family, p.ours, p.peer);
+      if (r > 0) std::printf("%-24s %-26s %10.1f %10.1f %8.2f\n", p.ours, p.peer, at(p.ours), at(p.peer), r);
+    }
   }
 
   // Prints one RATIO line per remembered pair, in the order they were named.
