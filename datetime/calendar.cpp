@@ -234,7 +234,7 @@ void now(ldxdate *d) {
     sod += 86400;
     --days;
   }
-  int32_t y, m, dd;
+  int32_t y = 0, m = 0, dd = 0;
   jtc(static_cast<int32_t>(days + 2440588), &y, &m, &dd);
   *d = ldxdate{static_cast<int16_t>(y), static_cast<int8_t>(m), static_cast<int8_t>(dd),
                static_cast<int8_t>(sod / 3600), static_cast<int8_t>(sod % 3600 / 60),

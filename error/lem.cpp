@@ -453,9 +453,11 @@ KELAPI int32_t lemgem(void *ctx, int32_t i, char *buf, size_t len) {
     memcpy(fb + k, s, n);
     k += n;
   };
-  char num[24];
+  auto add_num = [&](int64_t v) {  // at most 20 characters
+    if (sizeof fb - 1 - k >= 20) k += decimal(v, fb + k);
+  };
   add("Message ", 8);
-  add(num, decimal(r->msg, num));
+  add_num(r->msg);
   add(" not found; product=", 20);
   add(prod, strlen(prod));
   add("; facility=", 11);
@@ -467,7 +469,7 @@ KELAPI int32_t lemgem(void *ctx, int32_t i, char *buf, size_t len) {
       // A bracket or percent sign in a text must not become a directive.
       for (const char *s = r->args[a].v.s; *s; s++) add(*s == '%' ? "%%" : s, *s == '%' ? 2 : 1);
     } else {
-      add(num, decimal(r->args[a].v.i, num));
+      add_num(r->args[a].v.i);
     }
     add("]", 1);
   }

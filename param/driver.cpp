@@ -163,7 +163,7 @@ int32_t push(pzparser *p, int32_t state, void *val, uint8_t istok) {
 int32_t reduce(pzparser *p, int32_t rule, void **result) {
   const pztables *t = p->tab;
   int32_t n = t->rlen[rule];
-  void *rhs[16];
+  void *rhs[16] = {};
   if (n > 16 || static_cast<uint32_t>(n) >= p->top) return -1;
   for (int32_t k = 0; k < n; k++) rhs[k] = p->stk[p->top - n + k].val;
   void *res = nullptr;

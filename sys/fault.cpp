@@ -17,7 +17,7 @@ struct Point {
 
 Point g_points[SL_FAULT_MAX + 1];
 
-bool window_hit(Point &p) noexcept {
+[[maybe_unused]] bool window_hit(Point &p) noexcept {
   int64_t n = p.seen.fetch_add(1, std::memory_order_relaxed) + 1;
   int64_t first = p.first.load(std::memory_order_relaxed);
   if (first == 0 || n < first) return false;
