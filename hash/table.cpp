@@ -10,11 +10,14 @@
 // walk over and inserts reuse; they disappear when the table is resized. The
 // table grows only when an insert leaves it without a free slot and shrinks
 // when removes leave it under a quarter full, so a table often runs nearly
-// full (1000 keys in 1031 slots): a hit still ends after a few probes, but a
-// miss walks the long path to an empty slot, `size` probes at worst.
+// full (1000 keys in 1031 slots): a hit still ends after a few probes, but
+// the path to an empty slot is long, `size` probes at worst. Inserts and
+// removes walk it; searches stop earlier (below).
 // Each slot's padding keeps a check word of its key (see ISlot), so that
 // probes pass most unequal string and arbitrary keys without comparing them,
-// and the step's modulus is a multiplication by a reciprocal fixed at resize.
+// and the reach of the entries homed there, so that a search stops where
+// the last of them could be instead of walking on to an empty slot. The
+// step's modulus is a multiplication by a reciprocal fixed at resize.
 //
 // Changes (insert, remove, resize) run under the table's mutex, which also
 // counts the open iterations. Searches, the probe functions and Yield only
@@ -117,7 +120,18 @@ struct Probe {
   bool found;
   uint32_t slot;   // the key's slot, or where it would go (kNoSlot: nowhere)
   uint32_t check;  // the key's check word, for a slot about to be filled
+  uint32_t home;   // the key's home slot
+  uint32_t n;      // which probe of the path `slot` is (0: the home slot)
 };
+
+// Records that an entry homed at `home` sits on probe n of its path (see
+// ISlot): the home slot's reach becomes at least n + 1.
+template <class Slot>
+inline void extend_reach(const Storage &s, uint32_t home, uint32_t n) noexcept {
+  Slot *h = slot_at<Slot>(s, home);
+  uint32_t need = n < kReachOpen ? n + 1 : kReachOpen;
+  if (h->reach < need) h->reach = static_cast<uint8_t>(need);
+}
 
 template <class K>
 Probe probe(const Table &t, typename K::Key key) noexcept {
@@ -126,29 +140,41 @@ Probe probe(const Table &t, typename K::Key key) noexcept {
   const Hashed h = K::hash(t, key, size);
   uint32_t i = h.home;
   uint32_t step = kNoStep;
-  uint32_t first_deleted = kNoSlot;
+  uint32_t first_deleted = kNoSlot, deleted_n = 0;
   for (uint32_t n = 0; n < size; ++n) {
     const auto *slot = slot_at<typename K::Slot>(s, i);
-    if (slot->state == kEmpty) return {false, first_deleted != kNoSlot ? first_deleted : i, h.check};
+    if (slot->state == kEmpty) {
+      if (first_deleted != kNoSlot) return {false, first_deleted, h.check, h.home, deleted_n};
+      return {false, i, h.check, h.home, n};
+    }
     if (slot->state == kDeleted) {
-      if (first_deleted == kNoSlot) first_deleted = i;
+      if (first_deleted == kNoSlot) {
+        first_deleted = i;
+        deleted_n = n;
+      }
     } else if (K::same(t, *slot, key, h.check)) {
-      return {true, i, h.check};
+      return {true, i, h.check, h.home, n};
     }
     if (step == kNoStep) step = K::step(t, key, t.step_div);
     i += step;  // i, step < size: one subtraction is the modulus
     if (i >= size) i -= size;
   }
-  return {false, first_deleted, h.check};
+  return {false, first_deleted, h.check, h.home, deleted_n};
 }
 
 // ------------------------------------------------------------------ search
 // The read-only walk of Search: the same path as probe() (the hashes and
 // steps are part of the stored format), minus what only a change needs. It
 // tracks no deleted slot, computes the home slot once and the step only at
-// the first collision, reads each slot's state and check word as one tag
-// (see ISlot), and indexes one-chunk storage (every real size) with no
-// division; the chunk arithmetic is paid only by multi-chunk storage.
+// the first collision, reads each slot's state, reach and check word as one
+// tag (see ISlot), stops after the home slot's reach, and indexes one-chunk
+// storage (every real size) with no division; the chunk arithmetic is paid
+// only by multi-chunk storage.
+//
+// The reach is what keeps misses short: a table grows only when full, so at
+// 97% load the path to an empty slot is some 33 probes long, while the
+// entries homed at one slot were nearly all placed within a few probes, and
+// about a third of the homes have none (reach 0: a miss after one load).
 //
 // A Finder holds the hashed key: its home slot, the tag of a slot holding a
 // key with its check word, step(), and match(), which confirms a slot whose
@@ -203,8 +229,7 @@ template <> struct FinderOf<ArbKind> { using type = ArbFinder; };
 
 // The path home, home + step, home + 2 step ... (mod size) visits every slot
 // once before it returns home: sizes are primes and 0 < step < size. So a
-// walk ends back at home after exactly `size` probes, the most it may make,
-// without counting them.
+// walk of `size` probes, the most it may make, never looks at a slot twice.
 constexpr bool sizes_are_odd_primes() {
   for (uint32_t ix = kMinIndex; ix <= kMaxIndex; ++ix) {
     uint32_t n = kSizes[ix];
@@ -214,47 +239,40 @@ constexpr bool sizes_are_odd_primes() {
   }
   return true;
 }
-static_assert(sizes_are_odd_primes(), "the walks end by coming back home, the stride of 14 too");
+static_assert(sizes_are_odd_primes(), "the walks cover every slot once, the stride of 14 too");
+
+// How many probes after the home slot a search makes at most: the reach
+// says how far entries of this home went, an open reach means "to the first
+// empty slot", and no walk goes beyond `size` probes.
+inline uint32_t probes_after_home(uint32_t reach, uint32_t size) noexcept {
+  return reach < kReachOpen ? reach - 1 : size - 1;
+}
 
 // One chunk, every real table: the walk steps byte addresses through the
-// chunk, wrapping by one subtraction. Misses on a nearly full table walk
-// long paths, so the path is followed as two interleaved chains (probes
-// 1, 3, 5 ... and 2, 4, 6 ..., each moving two steps at a time) whose address
-// updates overlap; the slots are still looked at in path order. Sizes are
-// odd, so the path comes back to home (probe `size`) in the odd chain.
+// chunk, wrapping by one subtraction.
 template <class F>
 inline const typename F::Slot *walk_one(const Table &t, const F &f) noexcept {
   using Slot = typename F::Slot;
   const auto base = reinterpret_cast<uintptr_t>(t.st.first);
-  const uintptr_t span = uintptr_t{t.size} * sizeof(Slot);
-  const uintptr_t start = base + uintptr_t{f.home} * sizeof(Slot);
-  const Slot *s = reinterpret_cast<const Slot *>(start);
+  uintptr_t at = base + uintptr_t{f.home} * sizeof(Slot);
+  const Slot *s = reinterpret_cast<const Slot *>(at);
   uint64_t tag = slot_tag(*s);
-  if (tag == f.tag && f.match(t, *s)) return s;
-  if (static_cast<uint8_t>(tag) == kEmpty) return nullptr;
+  const uint32_t reach = tag_reach(tag);
+  if ((tag & kTagMatch) == f.tag && f.match(t, *s)) return s;
+  if (reach <= 1) return nullptr;  // an empty home has reach 0
+  const uintptr_t span = uintptr_t{t.size} * sizeof(Slot);
   const uintptr_t end = base + span;
   const uintptr_t stride = uintptr_t{f.step(t)} * sizeof(Slot);
-  uintptr_t stride2 = stride * 2;  // two steps, reduced mod size
-  if (stride2 >= span) stride2 -= span;
-  uintptr_t odd = start + stride;
-  if (odd >= end) odd -= span;
-  uintptr_t even = odd + stride;
-  if (even >= end) even -= span;
-  for (;;) {
-    if (__builtin_expect(odd == start, 0)) return nullptr;  // no empty slot on the whole path
-    s = reinterpret_cast<const Slot *>(odd);
+  uint32_t left = probes_after_home(reach, t.size);
+  do {
+    at += stride;
+    if (at >= end) at -= span;
+    s = reinterpret_cast<const Slot *>(at);
     tag = slot_tag(*s);
-    if (tag == f.tag && f.match(t, *s)) return s;
+    if ((tag & kTagMatch) == f.tag && f.match(t, *s)) return s;
     if (static_cast<uint8_t>(tag) == kEmpty) return nullptr;
-    s = reinterpret_cast<const Slot *>(even);
-    tag = slot_tag(*s);
-    if (tag == f.tag && f.match(t, *s)) return s;
-    if (static_cast<uint8_t>(tag) == kEmpty) return nullptr;
-    odd += stride2;
-    if (odd >= end) odd -= span;
-    even += stride2;
-    if (even >= end) even -= span;
-  }
+  } while (--left != 0);
+  return nullptr;
 }
 
 // Several chunks (only tests make them): slot i is found by division.
@@ -266,20 +284,22 @@ const typename F::Slot *walk_many(const Table &t, const F &f) noexcept {
     return static_cast<const Slot *>(st.chunks[i / st.per_chunk]) + i % st.per_chunk;
   };
   const uint32_t size = t.size;
-  const typename F::Slot *s = at(f.home);
+  const Slot *s = at(f.home);
   uint64_t tag = slot_tag(*s);
-  if (tag == f.tag && f.match(t, *s)) return s;
-  if (static_cast<uint8_t>(tag) == kEmpty) return nullptr;
+  const uint32_t reach = tag_reach(tag);
+  if ((tag & kTagMatch) == f.tag && f.match(t, *s)) return s;
+  if (reach <= 1) return nullptr;
   const uint32_t step = f.step(t);
-  for (uint32_t i = f.home;;) {
+  uint32_t left = probes_after_home(reach, size);
+  for (uint32_t i = f.home; left != 0; --left) {
     i += step;  // i, step < size: one subtraction is the modulus
     if (i >= size) i -= size;
-    if (i == f.home) return nullptr;
     s = at(i);
     tag = slot_tag(*s);
-    if (tag == f.tag && f.match(t, *s)) return s;
+    if ((tag & kTagMatch) == f.tag && f.match(t, *s)) return s;
     if (static_cast<uint8_t>(tag) == kEmpty) return nullptr;
   }
+  return nullptr;
 }
 
 // The slot holding key, or null.
@@ -311,7 +331,7 @@ int32_t resize_locked(Table &t, uint32_t index, Status &st) noexcept {
     for (uint32_t j = 0; j < n; ++j) {
       if (chunk[j].state != kUsed) continue;
       Hashed h = K::rehash(t, chunk[j], size);
-      uint32_t i = h.home;
+      uint32_t i = h.home, n = 0;
       Slot *dst = slot_at<Slot>(ns, i);
       if (dst->state != kEmpty) {
         uint32_t step = K::step(t, chunk[j].key, div);
@@ -319,12 +339,14 @@ int32_t resize_locked(Table &t, uint32_t index, Status &st) noexcept {
           i += step;
           if (i >= size) i -= size;
           dst = slot_at<Slot>(ns, i);
+          ++n;
         } while (dst->state != kEmpty);
       }
       dst->key = chunk[j].key;
       dst->value = chunk[j].value;
       dst->state = kUsed;
       dst->check = h.check;
+      extend_reach<Slot>(ns, h.home, n);
     }
   }
   storage_free(t, t.st);
@@ -368,12 +390,14 @@ int32_t insert_locked(Table &t, typename K::Key key, void *value, Status &st) no
   slot->value = value;
   slot->state = kUsed;
   slot->check = p.check;
+  extend_reach<typename K::Slot>(t.st, p.home, p.n);
   ++t.count;
   if (t.count > t.grow_above && t.index < kMaxIndex) {
     int32_t rc = resize_locked<K>(t, t.index + 1, st);
     if (rc < 0) {
       // Could not grow: undo, so that the caller sees no change and the
-      // table keeps a free slot for its probes to end at.
+      // table keeps a free slot for its probes to end at. The home's reach
+      // may stay raised: it is only ever an upper bound.
       slot->state = was;
       --t.count;
       return rc;

@@ -10,9 +10,10 @@
 //
 // Our tables grow only when completely full, so they run at high load: 1000
 // keys sit in 1031 slots (97%), 1e5 in 131101 (76%), 1e7 in 16777259 (60%).
-// A failed search walks the double-hashing path to an empty slot, about 33
-// probes at 97% load, where the peers look at one bucket or group: the miss
-// ratios at 1e3 show that, not the cost of a probe.
+// The double-hashing path to an empty slot is about 33 probes long at 97%
+// load; a failed search stops earlier, after the reach of its home slot (the
+// longest path of any entry homed there), but still looks at more slots than
+// the peers, which look at one bucket or group.
 //
 //   bench_hash                    everything
 //   bench_hash --max=100000       skip the 1e7 tables (they take minutes)
