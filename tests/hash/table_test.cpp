@@ -530,6 +530,75 @@ TEST(LhtProbe, SearchesWithoutAnEmptySlot) {
   }
 }
 
+// Searches stop at the reach of the key's home slot, the probe functions
+// walk on to the empty slot: on a table kept completely full by churn (long
+// paths, deleted slots, reaches too long to count) both must agree on every
+// key, present or not.
+TEST(LhtProbe, SearchesAgreeWithTheFullProbe) {
+  for (int kind : {kInt, kStr, kArb}) {
+    for (uint32_t chunk : {0u, 100u}) {
+      SCOPED_TRACE(std::string(kind_name(kind)) + " chunk " + std::to_string(chunk));
+      Pool pool;
+      Face f{kind, make(kind, nullptr, 1000, nullptr, chunk), &pool};
+      ASSERT_NE(f.t, nullptr);
+      const uint32_t size = lht_internal::table_size(f.t);
+      const uint32_t universe = 3 * size;
+      std::mt19937 rng(kind * 10 + chunk);
+      std::vector<uint32_t> in;
+      std::vector<bool> has(universe);
+      while (in.size() < size - 1) {
+        uint32_t k = rng() % universe;
+        if (has[k]) continue;
+        ASSERT_EQ(f.insert(k, val(k)), 1);
+        has[k] = true;
+        in.push_back(k);
+      }
+      for (int round = 0; round < 3000; ++round) {
+        size_t i = rng() % in.size();
+        uint32_t k;
+        do k = rng() % universe;
+        while (has[k]);
+        void *v;
+        ASSERT_EQ(f.remove(in[i], &v), 1);
+        has[in[i]] = false;
+        ASSERT_EQ(f.insert(k, val(k)), 1);
+        has[k] = true;
+        in[i] = k;
+      }
+      ASSERT_EQ(lht_internal::table_size(f.t), size);
+      uint32_t open = 0;
+      const lht_internal::Storage &st = f.t->st;
+      for (uint32_t i = 0; i < size; ++i)
+        open += static_cast<const lht_internal::ISlot<uint64_t> *>(st.chunks[i / st.per_chunk])[i % st.per_chunk]
+                    .reach == lht_internal::kReachOpen;
+      EXPECT_GT(open, 0u) << "some home's entries went further than a reach can count";
+      for (uint32_t k = 0; k < universe; ++k) {
+        uint32_t no;
+        void *pv = nullptr;
+        int32_t pr;
+        if (kind == kInt) {
+          LhtIntSlot *sl;
+          pr = LhtInqGetIndex(f.t, k, &no, &sl);
+          if (pr == LHT_FOUND) pv = sl->value;
+        } else if (kind == kStr) {
+          LhtStrSlot *sl;
+          pr = LhtStqGetIndex(f.t, f.copy(k), &no, &sl);
+          if (pr == LHT_FOUND) pv = sl->value;
+        } else {
+          LhtArbSlot *sl;
+          pr = LhtArqGetIndex(f.t, f.copy(k), &no, &sl);
+          if (pr == LHT_FOUND) pv = sl->value;
+        }
+        ASSERT_EQ(pr, has[k] ? LHT_FOUND : LHT_NOTFOUND) << k;
+        void *v = nullptr;
+        ASSERT_EQ(f.search(k, &v), has[k] ? 1 : -LHT_ERR_NOKEY) << k;
+        if (has[k]) ASSERT_EQ(v, pv) << k;
+      }
+      EXPECT_EQ(f.destroy(), 1);
+    }
+  }
+}
+
 TEST(LhtProbe, StringAndArbitraryFindTheirSlots) {
   LhtTable *ts = LhtStrCreate(nullptr, nullptr, 0, nullptr);
   LhtTable *ta = LhtArbCreate(nullptr, nullptr, 0, nullptr, const_hash, str_cmp, nullptr);
