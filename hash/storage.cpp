@@ -79,7 +79,7 @@ int32_t storage_make(Table &t, uint32_t size, Storage &out, Status &st) noexcept
       chunk[i].value = nullptr;
       chunk[i].state = kEmpty;
       chunk[i].reach = 0;
-      chunk[i].spare[0] = chunk[i].spare[1] = 0;  // part of the slot tag
+      chunk[i].marks = 0;
       chunk[i].check = 0;
     }
     arr[c] = chunk;

@@ -124,13 +124,15 @@ struct Probe {
   uint32_t n;      // which probe of the path `slot` is (0: the home slot)
 };
 
-// Records that an entry homed at `home` sits on probe n of its path (see
-// ISlot): the home slot's reach becomes at least n + 1.
+// Records at its home slot (see ISlot) that an entry with check word `check`
+// sits on probe n of its path: the reach becomes at least n + 1, and the
+// entry's mark is set.
 template <class Slot>
-inline void extend_reach(const Storage &s, uint32_t home, uint32_t n) noexcept {
+inline void note_homed(const Storage &s, uint32_t home, uint32_t n, uint32_t check) noexcept {
   Slot *h = slot_at<Slot>(s, home);
   uint32_t need = n < kReachOpen ? n + 1 : kReachOpen;
   if (h->reach < need) h->reach = static_cast<uint8_t>(need);
+  h->marks |= mark_of(check);
 }
 
 template <class K>
@@ -167,14 +169,17 @@ Probe probe(const Table &t, typename K::Key key) noexcept {
 // steps are part of the stored format), minus what only a change needs. It
 // tracks no deleted slot, computes the home slot once and the step only at
 // the first collision, reads each slot's state, reach and check word as one
-// tag (see ISlot), stops after the home slot's reach, and indexes one-chunk
-// storage (every real size) with no division; the chunk arithmetic is paid
-// only by multi-chunk storage.
+// tag (see ISlot), stops after the home slot's reach, or at the home slot
+// when the key's mark is missing there, and indexes one-chunk storage (every
+// real size) with no division; the chunk arithmetic is paid only by
+// multi-chunk storage.
 //
-// The reach is what keeps misses short: a table grows only when full, so at
-// 97% load the path to an empty slot is some 33 probes long, while the
-// entries homed at one slot were nearly all placed within a few probes, and
-// about a third of the homes have none (reach 0: a miss after one load).
+// The reach and the marks are what keep misses short: a table grows only
+// when full, so at 97% load the path to an empty slot is some 33 probes
+// long, while the entries homed at one slot were nearly all placed within a
+// few probes, about a third of the homes have none (reach 0), and most of
+// the rest have one or two, whose marks a missing key seldom shares: more
+// than nine misses in ten end at the home slot.
 //
 // A Finder holds the hashed key: its home slot, the tag of a slot holding a
 // key with its check word, step(), and match(), which confirms a slot whose
@@ -241,6 +246,13 @@ constexpr bool sizes_are_odd_primes() {
 }
 static_assert(sizes_are_odd_primes(), "the walks cover every slot once, the stride of 14 too");
 
+// Whether the home slot's tag carries the mark of the key whose own tag is
+// `key_tag` (the check word is its high half). Worked out only once the
+// home slot has not matched: a hit at home never pays for it.
+inline bool marked(uint64_t home_tag, uint64_t key_tag) noexcept {
+  return (tag_marks(home_tag) & mark_of(static_cast<uint32_t>(key_tag >> 32))) != 0;
+}
+
 // How many probes after the home slot a search makes at most: the reach
 // says how far entries of this home went, an open reach means "to the first
 // empty slot", and no walk goes beyond `size` probes.
@@ -259,7 +271,7 @@ inline const typename F::Slot *walk_one(const Table &t, const F &f) noexcept {
   uint64_t tag = slot_tag(*s);
   const uint32_t reach = tag_reach(tag);
   if ((tag & kTagMatch) == f.tag && f.match(t, *s)) return s;
-  if (reach <= 1) return nullptr;  // an empty home has reach 0
+  if (reach <= 1 || !marked(tag, f.tag)) return nullptr;  // an empty home has reach 0
   const uintptr_t span = uintptr_t{t.size} * sizeof(Slot);
   const uintptr_t end = base + span;
   const uintptr_t stride = uintptr_t{f.step(t)} * sizeof(Slot);
@@ -288,7 +300,7 @@ const typename F::Slot *walk_many(const Table &t, const F &f) noexcept {
   uint64_t tag = slot_tag(*s);
   const uint32_t reach = tag_reach(tag);
   if ((tag & kTagMatch) == f.tag && f.match(t, *s)) return s;
-  if (reach <= 1) return nullptr;
+  if (reach <= 1 || !marked(tag, f.tag)) return nullptr;
   const uint32_t step = f.step(t);
   uint32_t left = probes_after_home(reach, size);
   for (uint32_t i = f.home; left != 0; --left) {
@@ -346,7 +358,7 @@ int32_t resize_locked(Table &t, uint32_t index, Status &st) noexcept {
       dst->value = chunk[j].value;
       dst->state = kUsed;
       dst->check = h.check;
-      extend_reach<Slot>(ns, h.home, n);
+      note_homed<Slot>(ns, h.home, n, h.check);
     }
   }
   storage_free(t, t.st);
@@ -390,14 +402,14 @@ int32_t insert_locked(Table &t, typename K::Key key, void *value, Status &st) no
   slot->value = value;
   slot->state = kUsed;
   slot->check = p.check;
-  extend_reach<typename K::Slot>(t.st, p.home, p.n);
+  note_homed<typename K::Slot>(t.st, p.home, p.n, p.check);
   ++t.count;
   if (t.count > t.grow_above && t.index < kMaxIndex) {
     int32_t rc = resize_locked<K>(t, t.index + 1, st);
     if (rc < 0) {
       // Could not grow: undo, so that the caller sees no change and the
       // table keeps a free slot for its probes to end at. The home's reach
-      // may stay raised: it is only ever an upper bound.
+      // and marks may keep what was noted: they only ever overstate.
       slot->state = was;
       --t.count;
       return rc;
