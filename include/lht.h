@@ -243,7 +243,7 @@ KELAPI int32_t LhtArbRemove(LhtTable *t, const void *key, void **value);
  * the storage it reads); callers that mix them serialise them themselves.
  * A table grows only when completely full, so the probe path to an empty
  * slot can be long; a search stops as soon as no entry of the key's home
- * slot can lie further on, which keeps most misses to a few probes. */
+ * slot can lie further on, and most misses end at the home slot itself. */
 KELAPI int32_t LhtIntSearch(LhtTable *t, uint32_t key, void **value);
 KELAPI int32_t LhtStrSearch(LhtTable *t, const char *key, void **value);
 KELAPI int32_t LhtArbSearch(LhtTable *t, const void *key, void **value);

@@ -11,9 +11,11 @@
 // Our tables grow only when completely full, so they run at high load: 1000
 // keys sit in 1031 slots (97%), 1e5 in 131101 (76%), 1e7 in 16777259 (60%).
 // The double-hashing path to an empty slot is about 33 probes long at 97%
-// load; a failed search stops earlier, after the reach of its home slot (the
-// longest path of any entry homed there), but still looks at more slots than
-// the peers, which look at one bucket or group.
+// load; a failed search stops much earlier, mostly at its home slot, whose
+// reach (the longest path of any entry homed there) and marks (a bit per
+// entry homed there) rule most missing keys out. A hit not at its home slot
+// (half of them at 97% load) walks on with the second hash, and a string key
+// is folded with a division per byte: those, not the probes, set the ratios.
 //
 //   bench_hash                    everything
 //   bench_hash --max=100000       skip the 1e7 tables (they take minutes)
