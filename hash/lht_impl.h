@@ -26,6 +26,9 @@ inline constexpr uint32_t kMaxIndex = 25;      // 33554467 slots
 inline constexpr uint32_t kDefaultIndex = 9;   // 521 slots, for a request of 0
 inline constexpr uint32_t kMaxEntries = LHT_MAX_ENTRIES;
 inline constexpr uint32_t kChunkSlots = LHT_CHUNK_SLOTS;
+// Slot storage up to this size is taken to stay in the nearer caches: integer
+// searches on larger tables read several probes ahead (see walk_int_far).
+inline constexpr size_t kCachedBytes = 256 * 1024;
 // "No step yet": one above the largest size, so it can never be a real step.
 inline constexpr uint32_t kNoStep = 0x2000024;
 inline constexpr uint32_t kNoSlot = UINT32_MAX;
