@@ -155,10 +155,12 @@ struct Divisor {
 //   found on the probe where it was placed, so a search may stop after its
 //   home slot's reach, long before the empty slot that ends the path on a
 //   nearly full table;
-// - the marks: one bit of 16 per entry, chosen by its check word (mark_of).
-//   A key whose bit is clear has no entry of its check word at this home, so
-//   a search can give up after the home slot without taking a step (for a
-//   string key, without its second fold).
+// - the marks: one bit of 16 per entry. A key whose bit is clear has no
+//   entry at this home, so a search can give up after the home slot. An
+//   integer key's bit comes from its probe step (mark_of_step), which a
+//   search past the home slot needs anyway; a string key's from its check
+//   word (mark_of), so that the miss is settled without its second fold; an
+//   arbitrary key's too (its step is the same for all).
 // Removes leave both as they are (a bound that is too high is still a
 // bound); a resize counts afresh.
 //
@@ -204,6 +206,10 @@ inline constexpr uint16_t mark_of(uint32_t check) noexcept {
   x *= 0xC2B2AE35u;
   return static_cast<uint16_t>(1u << (x >> 28));
 }
+
+// The mark of a probe step: hash 2 is independent of hash 1, so entries that
+// share a home seldom share the low bits of their steps.
+inline constexpr uint16_t mark_of_step(uint32_t step) noexcept { return static_cast<uint16_t>(1u << (step & 15)); }
 static_assert(std::endian::native == std::endian::little, "slot tags assume a little-endian layout");
 
 struct Storage {

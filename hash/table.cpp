@@ -60,6 +60,9 @@ struct IntKind {
   static Hashed hash(const Table &, Key k, uint32_t size) noexcept { return {inq1(k, size), k}; }
   static Hashed rehash(const Table &t, const Slot &s, uint32_t size) noexcept { return hash(t, s.key, size); }
   static uint32_t step(const Table &, Key k, const Divisor &d) noexcept { return d.mod(k + 777u) + 1; }
+  static uint16_t mark(const Table &t, Key k, uint32_t, const Divisor &d) noexcept {
+    return mark_of_step(step(t, k, d));
+  }
   static bool same(const Table &, const Slot &s, Key k, uint32_t) noexcept { return s.key == k; }
   static int32_t fail_key(Status &st, int32_t code, Key k) noexcept { return st.fail_num(code, k); }
 };
@@ -76,6 +79,7 @@ struct StrKind {
   }
   static Hashed rehash(const Table &, const Slot &s, uint32_t size) noexcept { return {inq1(s.check, size), s.check}; }
   static uint32_t step(const Table &, Key k, const Divisor &d) noexcept { return d.mod(fold2(k) + 777u) + 1; }
+  static uint16_t mark(const Table &, Key, uint32_t check, const Divisor &) noexcept { return mark_of(check); }
   static bool same(const Table &, const Slot &s, Key k, uint32_t check) noexcept {
     return s.check == check && (s.key == k || strcmp(s.key, k) == 0);
   }
@@ -99,6 +103,7 @@ struct ArbKind {
     uint32_t size = d.d + 1;
     return (kArbB + kArbC) < size ? kArbB + kArbC : (kArbB + kArbC) % size;
   }
+  static uint16_t mark(const Table &, Key, uint32_t check, const Divisor &) noexcept { return mark_of(check); }
   static bool same(const Table &t, const Slot &s, Key k, uint32_t check) noexcept {
     return s.check == check && t.cmp(s.key, k, t.uctx) == 0;
   }
@@ -124,15 +129,15 @@ struct Probe {
   uint32_t n;      // which probe of the path `slot` is (0: the home slot)
 };
 
-// Records at its home slot (see ISlot) that an entry with check word `check`
-// sits on probe n of its path: the reach becomes at least n + 1, and the
-// entry's mark is set.
+// Records at its home slot (see ISlot) that an entry with mark `mark` sits
+// on probe n of its path: the reach becomes at least n + 1, and the mark is
+// set.
 template <class Slot>
-inline void note_homed(const Storage &s, uint32_t home, uint32_t n, uint32_t check) noexcept {
+inline void note_homed(const Storage &s, uint32_t home, uint32_t n, uint16_t mark) noexcept {
   Slot *h = slot_at<Slot>(s, home);
   uint32_t need = n < kReachOpen ? n + 1 : kReachOpen;
   if (h->reach < need) h->reach = static_cast<uint8_t>(need);
-  h->marks |= mark_of(check);
+  h->marks |= mark;
 }
 
 template <class K>
@@ -182,14 +187,18 @@ Probe probe(const Table &t, typename K::Key key) noexcept {
 // than nine misses in ten end at the home slot.
 //
 // A Finder holds the hashed key: its home slot, the tag of a slot holding a
-// key with its check word, step(), and match(), which confirms a slot whose
-// tag is that one.
+// key with its check word, step(), match(), which confirms a slot whose tag
+// is that one, whether its mark comes from its step (see ISlot), and
+// whether the walk past its home slot is kept out of line (see
+// search_apart).
 
 struct IntFinder {
   using Slot = ISlot<uint32_t>;
   uint32_t key;
   uint32_t home;
   uint64_t tag;  // the check word of an integer slot is its key: the tag decides
+  static constexpr bool kMarkFromStep = true;
+  static constexpr bool kWalkApart = true;
   IntFinder(const Table &t, uint32_t k) noexcept : key(k), home(inq1(k, t.size)), tag(used_tag(k)) {}
   uint32_t step(const Table &t) const noexcept { return t.step_div.mod(key + 777u) + 1; }
   static constexpr bool match(const Table &, const Slot &) noexcept { return true; }
@@ -200,6 +209,8 @@ struct StrFinder {
   const char *key;
   uint32_t home;
   uint64_t tag;  // with the raw first fold as check word
+  static constexpr bool kMarkFromStep = false;
+  static constexpr bool kWalkApart = false;
   StrFinder(const Table &t, const char *k) noexcept : key(k) {
     uint32_t check = fold1(k);
     home = inq1(check, t.size);
@@ -218,6 +229,8 @@ struct ArbFinder {
   const void *key;
   uint32_t home;
   uint64_t tag;  // with the caller's hash as check word
+  static constexpr bool kMarkFromStep = false;
+  static constexpr bool kWalkApart = false;
   ArbFinder(const Table &t, const void *k) noexcept : key(k) {
     uint32_t h = t.hash(k, t.size, t.uctx);
     home = h < t.size ? h : h % t.size;
@@ -246,11 +259,22 @@ constexpr bool sizes_are_odd_primes() {
 }
 static_assert(sizes_are_odd_primes(), "the walks cover every slot once, the stride of 14 too");
 
-// Whether the home slot's tag carries the mark of the key whose own tag is
-// `key_tag` (the check word is its high half). Worked out only once the
-// home slot has not matched: a hit at home never pays for it.
-inline bool marked(uint64_t home_tag, uint64_t key_tag) noexcept {
-  return (tag_marks(home_tag) & mark_of(static_cast<uint32_t>(key_tag >> 32))) != 0;
+// Past a home slot that did not match, with tag `home_tag`: whether the
+// walk goes on (the reach goes past the home slot and the key's mark is
+// there), and then the key's step. Worked out only once the home slot has
+// not matched, so a hit at home pays for neither; a string key's step (its
+// second fold) only once its mark is found.
+template <class F>
+inline bool step_if_marked(const Table &t, const F &f, uint64_t home_tag, uint32_t &step) noexcept {
+  if (tag_reach(home_tag) <= 1) return false;  // an empty home has reach 0
+  if constexpr (F::kMarkFromStep) {
+    step = f.step(t);
+    return (tag_marks(home_tag) & mark_of_step(step)) != 0;
+  } else {
+    if ((tag_marks(home_tag) & mark_of(static_cast<uint32_t>(f.tag >> 32))) == 0) return false;
+    step = f.step(t);
+    return true;
+  }
 }
 
 // How many probes after the home slot a search makes at most: the reach
@@ -260,75 +284,89 @@ inline uint32_t probes_after_home(uint32_t reach, uint32_t size) noexcept {
   return reach < kReachOpen ? reach - 1 : size - 1;
 }
 
-// One chunk, every real table: the walk steps byte addresses through the
+// The answer of a search from the slot found (or null).
+template <class Slot>
+inline int32_t answer(const Slot *s, void **value) noexcept {
+  // A miss is an answer, not a failure: nothing is recorded.
+  if (s == nullptr) return -LHT_ERR_NOKEY;
+  if (value != nullptr) *value = s->value;
+  return LHT_OK;
+}
+
+// One chunk, every real table: the walk past the home slot (at `at`, with
+// tag `home_tag`, which did not match) steps byte addresses through the
 // chunk, wrapping by one subtraction.
-
-// Integer keys on a table larger than the nearer caches, past a home slot
-// that did not match (`at`, with reach at least 2). A hit that is not at
-// home is mostly within the next three probes: their slots are fetched at
-// once, each from memory, and compared without branches, rather than one
-// trip to memory after another. The tag of an integer slot holds the key
-// itself, and a key is never further along its path than its home's reach
-// or an empty slot, so a match among the slots read ahead is the answer.
-// On a small table (up to kCachedBytes of slots) the slots are at hand and
-// the plain walk is quicker; out of line, this path costs that walk nothing.
-
-[[gnu::noinline]] const ISlot<uint32_t> *walk_int_far(const Table &t, const IntFinder &f, uintptr_t at,
-                                                      uint32_t reach) noexcept {
-  using Slot = ISlot<uint32_t>;
+//
+// With ReadAhead (integer keys on a table larger than the nearer caches, see
+// search()), a hit that is not at home is mostly within the next three
+// probes: their slots are fetched at once, each from memory, and compared
+// without branches, rather than one trip to memory after another. The tag
+// of an integer slot holds the key itself, and a key is never further along
+// its path than its home's reach or an empty slot, so a match among the
+// slots read ahead is the answer. On a small table the slots are at hand and
+// the plain walk is quicker.
+template <bool ReadAhead, class F>
+inline int32_t search_on(const Table &t, const F &f, uintptr_t at, uint64_t home_tag, void **value) noexcept {
+  using Slot = typename F::Slot;
+  uint32_t step;
+  if (!step_if_marked(t, f, home_tag, step)) return -LHT_ERR_NOKEY;
   const auto base = reinterpret_cast<uintptr_t>(t.st.first);
   const uintptr_t span = uintptr_t{t.size} * sizeof(Slot);
   const uintptr_t end = base + span;
-  const uintptr_t stride = uintptr_t{f.step(t)} * sizeof(Slot);
+  const uintptr_t stride = uintptr_t{step} * sizeof(Slot);
   auto next = [&](uintptr_t a) {
     a += stride;
     return a >= end ? a - span : a;
   };
-  auto tag_at = [](uintptr_t a) { return slot_tag(*reinterpret_cast<const Slot *>(a)); };
-  const uintptr_t a1 = next(at), a2 = next(a1), a3 = next(a2);
-  const uint64_t t1 = tag_at(a1), t2 = tag_at(a2), t3 = tag_at(a3);
-  uintptr_t hit = (t3 & kTagMatch) == f.tag ? a3 : 0;
-  hit = (t2 & kTagMatch) == f.tag ? a2 : hit;
-  hit = (t1 & kTagMatch) == f.tag ? a1 : hit;
-  if (hit != 0) return reinterpret_cast<const Slot *>(hit);
-  uint32_t left = probes_after_home(reach, t.size);
-  if (left <= 3 || static_cast<uint8_t>(t1) == kEmpty || static_cast<uint8_t>(t2) == kEmpty ||
-      static_cast<uint8_t>(t3) == kEmpty)
-    return nullptr;
-  for (at = a3, left -= 3; left != 0; --left) {
-    at = next(at);
-    const uint64_t tag = tag_at(at);
-    if ((tag & kTagMatch) == f.tag) return reinterpret_cast<const Slot *>(at);
-    if (static_cast<uint8_t>(tag) == kEmpty) return nullptr;
+  uint32_t left = probes_after_home(tag_reach(home_tag), t.size);
+  if constexpr (ReadAhead) {
+    static_assert(std::is_same_v<F, IntFinder>, "only an integer tag decides a match by itself");
+    auto tag_at = [](uintptr_t a) { return slot_tag(*reinterpret_cast<const Slot *>(a)); };
+    const uintptr_t a1 = next(at), a2 = next(a1), a3 = next(a2);
+    const uint64_t t1 = tag_at(a1), t2 = tag_at(a2), t3 = tag_at(a3);
+    uintptr_t hit = (t3 & kTagMatch) == f.tag ? a3 : 0;
+    hit = (t2 & kTagMatch) == f.tag ? a2 : hit;
+    hit = (t1 & kTagMatch) == f.tag ? a1 : hit;
+    if (hit != 0) return answer(reinterpret_cast<const Slot *>(hit), value);
+    if (left <= 3 || static_cast<uint8_t>(t1) == kEmpty || static_cast<uint8_t>(t2) == kEmpty ||
+        static_cast<uint8_t>(t3) == kEmpty)
+      return -LHT_ERR_NOKEY;
+    left -= 3;
+    at = a3;
   }
-  return nullptr;
+  do {
+    at = next(at);
+    const Slot *s = reinterpret_cast<const Slot *>(at);
+    const uint64_t tag = slot_tag(*s);
+    if ((tag & kTagMatch) == f.tag && f.match(t, *s)) return answer(s, value);
+    if (static_cast<uint8_t>(tag) == kEmpty) return -LHT_ERR_NOKEY;
+  } while (--left != 0);
+  return -LHT_ERR_NOKEY;
 }
 
-template <class F>
-inline const typename F::Slot *walk_one(const Table &t, const F &f) noexcept {
+// The same walk out of line, entered by a tail call, for integer keys: a
+// search that ends at the home slot, a hit there or a miss, then needs no
+// more registers than its arguments and saves none. (A string search spends
+// its time folding the key; there the call would only cost.)
+template <bool ReadAhead, class F>
+[[gnu::noinline]] int32_t search_apart(const Table &t, const F f, uintptr_t at, uint64_t home_tag,
+                                       void **value) noexcept {
+  return search_on<ReadAhead>(t, f, at, home_tag, value);
+}
+
+// A search of one-chunk storage: the home slot, then the walk.
+template <bool ReadAhead, class F>
+inline int32_t search_one(const Table &t, const F &f, void **value) noexcept {
   using Slot = typename F::Slot;
-  const auto base = reinterpret_cast<uintptr_t>(t.st.first);
-  uintptr_t at = base + uintptr_t{f.home} * sizeof(Slot);
+  const uintptr_t at = reinterpret_cast<uintptr_t>(t.st.first) + uintptr_t{f.home} * sizeof(Slot);
   const Slot *s = reinterpret_cast<const Slot *>(at);
-  uint64_t tag = slot_tag(*s);
-  const uint32_t reach = tag_reach(tag);
-  if ((tag & kTagMatch) == f.tag && f.match(t, *s)) return s;
-  if (reach <= 1 || !marked(tag, f.tag)) return nullptr;  // an empty home has reach 0
-  const uintptr_t span = uintptr_t{t.size} * sizeof(Slot);
-  if constexpr (std::is_same_v<F, IntFinder>)
-    if (span > kCachedBytes) return walk_int_far(t, f, at, reach);
-  const uintptr_t end = base + span;
-  const uintptr_t stride = uintptr_t{f.step(t)} * sizeof(Slot);
-  uint32_t left = probes_after_home(reach, t.size);
-  do {
-    at += stride;
-    if (at >= end) at -= span;
-    s = reinterpret_cast<const Slot *>(at);
-    tag = slot_tag(*s);
-    if ((tag & kTagMatch) == f.tag && f.match(t, *s)) return s;
-    if (static_cast<uint8_t>(tag) == kEmpty) return nullptr;
-  } while (--left != 0);
-  return nullptr;
+  const uint64_t tag = slot_tag(*s);
+  if ((tag & kTagMatch) == f.tag && f.match(t, *s)) return answer(s, value);
+  if (tag_reach(tag) <= 1) return -LHT_ERR_NOKEY;  // an empty home has reach 0
+  if constexpr (F::kWalkApart)
+    return search_apart<ReadAhead>(t, f, at, tag, value);
+  else
+    return search_on<ReadAhead>(t, f, at, tag, value);
 }
 
 // Several chunks (only tests make them): slot i is found by division.
@@ -343,9 +381,9 @@ const typename F::Slot *walk_many(const Table &t, const F &f) noexcept {
   const Slot *s = at(f.home);
   uint64_t tag = slot_tag(*s);
   const uint32_t reach = tag_reach(tag);
+  uint32_t step;
   if ((tag & kTagMatch) == f.tag && f.match(t, *s)) return s;
-  if (reach <= 1 || !marked(tag, f.tag)) return nullptr;
-  const uint32_t step = f.step(t);
+  if (!step_if_marked(t, f, tag, step)) return nullptr;
   uint32_t left = probes_after_home(reach, size);
   for (uint32_t i = f.home; left != 0; --left) {
     i += step;  // i, step < size: one subtraction is the modulus
@@ -356,16 +394,6 @@ const typename F::Slot *walk_many(const Table &t, const F &f) noexcept {
     if (static_cast<uint8_t>(tag) == kEmpty) return nullptr;
   }
   return nullptr;
-}
-
-// The slot holding key, or null.
-template <class K>
-inline const typename K::Slot *find(const Table &t, typename K::Key key) noexcept {
-  using F = typename FinderOf<K>::type;
-  static_assert(std::is_same_v<typename F::Slot, typename K::Slot>);
-  const F f(t, key);
-  if (__builtin_expect(t.st.nchunks == 1, 1)) return walk_one(t, f);
-  return walk_many(t, f);
 }
 
 // ------------------------------------------------------------------ resize
@@ -402,7 +430,7 @@ int32_t resize_locked(Table &t, uint32_t index, Status &st) noexcept {
       dst->value = chunk[j].value;
       dst->state = kUsed;
       dst->check = h.check;
-      note_homed<Slot>(ns, h.home, n, h.check);
+      note_homed<Slot>(ns, h.home, n, K::mark(t, chunk[j].key, h.check, div));
     }
   }
   storage_free(t, t.st);
@@ -446,7 +474,7 @@ int32_t insert_locked(Table &t, typename K::Key key, void *value, Status &st) no
   slot->value = value;
   slot->state = kUsed;
   slot->check = p.check;
-  note_homed<typename K::Slot>(t.st, p.home, p.n, p.check);
+  note_homed<typename K::Slot>(t.st, p.home, p.n, K::mark(t, key, p.check, t.step_div));
   ++t.count;
   if (t.count > t.grow_above && t.index < kMaxIndex) {
     int32_t rc = resize_locked<K>(t, t.index + 1, st);
@@ -516,17 +544,26 @@ int32_t remove(LhtTable *t, typename K::Key key, void **value) noexcept {
   return rc;
 }
 
+// A search of several chunks, out of line: its division and registers stay
+// out of the one-chunk search.
+template <class K>
+[[gnu::noinline]] int32_t search_many(const Table &t, typename K::Key key, void **value) noexcept {
+  return answer(walk_many(t, typename FinderOf<K>::type(t, key)), value);
+}
+
 // Takes no lock: the storage changes only under insert, remove and resize,
 // which callers keep apart from searches (see lht.h).
 template <class K>
 int32_t search(LhtTable *t, typename K::Key key, void **value) noexcept {
   if (!is<K>(t)) return -LHT_ERR_ARG;
   if (__builtin_expect(!K::valid(key), 0)) return search_bad_key(t);
-  const typename K::Slot *s = find<K>(*t, key);
-  // A miss is an answer, not a failure: nothing is recorded.
-  if (s == nullptr) return -LHT_ERR_NOKEY;
-  if (value != nullptr) *value = s->value;
-  return LHT_OK;
+  using F = typename FinderOf<K>::type;
+  static_assert(std::is_same_v<typename F::Slot, typename K::Slot>);
+  if (__builtin_expect(t->st.nchunks != 1, 0)) return search_many<K>(*t, key, value);
+  const F f(*t, key);
+  if constexpr (std::is_same_v<K, IntKind>)
+    if (size_t{t->size} * sizeof(typename K::Slot) > kCachedBytes) return search_one<true>(*t, f, value);
+  return search_one<false>(*t, f, value);
 }
 
 template <class K>
