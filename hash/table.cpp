@@ -15,9 +15,10 @@
 // removes walk it; searches stop earlier (below).
 // Each slot's padding keeps a check word of its key (see ISlot), so that
 // probes pass most unequal string and arbitrary keys without comparing them,
-// and the reach of the entries homed there, so that a search stops where
-// the last of them could be instead of walking on to an empty slot. The
-// step's modulus is a multiplication by a reciprocal fixed at resize.
+// and, for the entries homed there, their reach and a bit each (marks), so
+// that a search stops where the last of them could be instead of walking on
+// to an empty slot, and most misses stop at the home slot. The step's
+// modulus is a multiplication by a reciprocal fixed at resize.
 //
 // Changes (insert, remove, resize) run under the table's mutex, which also
 // counts the open iterations. Searches, the probe functions and Yield only
