@@ -260,14 +260,13 @@ constexpr bool sizes_are_odd_primes() {
 }
 static_assert(sizes_are_odd_primes(), "the walks cover every slot once, the stride of 14 too");
 
-// Past a home slot that did not match, with tag `home_tag`: whether the
-// walk goes on (the reach goes past the home slot and the key's mark is
-// there), and then the key's step. Worked out only once the home slot has
-// not matched, so a hit at home pays for neither; a string key's step (its
-// second fold) only once its mark is found.
+// Past a home slot that did not match, with tag `home_tag` and a reach past
+// it: whether the key's mark is there, and then the key's step. Worked out
+// only once the home slot has not matched, so a hit at home pays for
+// neither; a string key's step (its second fold) only once its mark is
+// found.
 template <class F>
 inline bool step_if_marked(const Table &t, const F &f, uint64_t home_tag, uint32_t &step) noexcept {
-  if (tag_reach(home_tag) <= 1) return false;  // an empty home has reach 0
   if constexpr (F::kMarkFromStep) {
     step = f.step(t);
     return (tag_marks(home_tag) & mark_of_step(step)) != 0;
@@ -384,7 +383,7 @@ const typename F::Slot *walk_many(const Table &t, const F &f) noexcept {
   const uint32_t reach = tag_reach(tag);
   uint32_t step;
   if ((tag & kTagMatch) == f.tag && f.match(t, *s)) return s;
-  if (!step_if_marked(t, f, tag, step)) return nullptr;
+  if (reach <= 1 || !step_if_marked(t, f, tag, step)) return nullptr;  // an empty home has reach 0
   uint32_t left = probes_after_home(reach, size);
   for (uint32_t i = f.home; left != 0; --left) {
     i += step;  // i, step < size: one subtraction is the modulus
