@@ -27,7 +27,7 @@ inline constexpr uint32_t kDefaultIndex = 9;   // 521 slots, for a request of 0
 inline constexpr uint32_t kMaxEntries = LHT_MAX_ENTRIES;
 inline constexpr uint32_t kChunkSlots = LHT_CHUNK_SLOTS;
 // Slot storage up to this size is taken to stay in the nearer caches: integer
-// searches on larger tables read several probes ahead (see walk_int_far).
+// searches on larger tables read several probes ahead (see search_on).
 inline constexpr size_t kCachedBytes = 256 * 1024;
 // "No step yet": one above the largest size, so it can never be a real step.
 inline constexpr uint32_t kNoStep = 0x2000024;
@@ -155,12 +155,10 @@ struct Divisor {
 //   found on the probe where it was placed, so a search may stop after its
 //   home slot's reach, long before the empty slot that ends the path on a
 //   nearly full table;
-// - the marks: one bit of 16 per entry. A key whose bit is clear has no
-//   entry at this home, so a search can give up after the home slot. An
-//   integer key's bit comes from its probe step (mark_of_step), which a
-//   search past the home slot needs anyway; a string key's from its check
-//   word (mark_of), so that the miss is settled without its second fold; an
-//   arbitrary key's too (its step is the same for all).
+// - the marks: one bit of 16 per entry, chosen by its check word (mark_of).
+//   A key whose bit is clear has no entry at this home, so a search can give
+//   up after the home slot without taking a step (for a string key, without
+//   its second fold).
 // Removes leave both as they are (a bound that is too high is still a
 // bound); a resize counts afresh.
 //
@@ -199,7 +197,9 @@ inline constexpr uint32_t tag_marks(uint64_t tag) noexcept { return static_cast<
 // The mark of a check word. Entries that share a home have check words
 // that hash 1 (or the caller's hash) sent to the same slot, so the mark must
 // come from bits that hash does not look at the same way: a mix of its own,
-// not a multiplication by the golden ratio.
+// not a multiplication by the golden ratio. Nor the step of hash 2: its low
+// bit is fixed by the key's (size - 1 is even), so keys of one parity would
+// all share half the marks.
 inline constexpr uint16_t mark_of(uint32_t check) noexcept {
   uint32_t x = check * 0x85EBCA6Bu;
   x ^= x >> 15;
@@ -207,9 +207,6 @@ inline constexpr uint16_t mark_of(uint32_t check) noexcept {
   return static_cast<uint16_t>(1u << (x >> 28));
 }
 
-// The mark of a probe step: hash 2 is independent of hash 1, so entries that
-// share a home seldom share the low bits of their steps.
-inline constexpr uint16_t mark_of_step(uint32_t step) noexcept { return static_cast<uint16_t>(1u << (step & 15)); }
 static_assert(std::endian::native == std::endian::little, "slot tags assume a little-endian layout");
 
 struct Storage {

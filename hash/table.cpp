@@ -61,9 +61,6 @@ struct IntKind {
   static Hashed hash(const Table &, Key k, uint32_t size) noexcept { return {inq1(k, size), k}; }
   static Hashed rehash(const Table &t, const Slot &s, uint32_t size) noexcept { return hash(t, s.key, size); }
   static uint32_t step(const Table &, Key k, const Divisor &d) noexcept { return d.mod(k + 777u) + 1; }
-  static uint16_t mark(const Table &t, Key k, uint32_t, const Divisor &d) noexcept {
-    return mark_of_step(step(t, k, d));
-  }
   static bool same(const Table &, const Slot &s, Key k, uint32_t) noexcept { return s.key == k; }
   static int32_t fail_key(Status &st, int32_t code, Key k) noexcept { return st.fail_num(code, k); }
 };
@@ -80,7 +77,6 @@ struct StrKind {
   }
   static Hashed rehash(const Table &, const Slot &s, uint32_t size) noexcept { return {inq1(s.check, size), s.check}; }
   static uint32_t step(const Table &, Key k, const Divisor &d) noexcept { return d.mod(fold2(k) + 777u) + 1; }
-  static uint16_t mark(const Table &, Key, uint32_t check, const Divisor &) noexcept { return mark_of(check); }
   static bool same(const Table &, const Slot &s, Key k, uint32_t check) noexcept {
     return s.check == check && (s.key == k || strcmp(s.key, k) == 0);
   }
@@ -104,7 +100,6 @@ struct ArbKind {
     uint32_t size = d.d + 1;
     return (kArbB + kArbC) < size ? kArbB + kArbC : (kArbB + kArbC) % size;
   }
-  static uint16_t mark(const Table &, Key, uint32_t check, const Divisor &) noexcept { return mark_of(check); }
   static bool same(const Table &t, const Slot &s, Key k, uint32_t check) noexcept {
     return s.check == check && t.cmp(s.key, k, t.uctx) == 0;
   }
@@ -130,15 +125,15 @@ struct Probe {
   uint32_t n;      // which probe of the path `slot` is (0: the home slot)
 };
 
-// Records at its home slot (see ISlot) that an entry with mark `mark` sits
-// on probe n of its path: the reach becomes at least n + 1, and the mark is
-// set.
+// Records at its home slot (see ISlot) that an entry with check word `check`
+// sits on probe n of its path: the reach becomes at least n + 1, and the
+// entry's mark is set.
 template <class Slot>
-inline void note_homed(const Storage &s, uint32_t home, uint32_t n, uint16_t mark) noexcept {
+inline void note_homed(const Storage &s, uint32_t home, uint32_t n, uint32_t check) noexcept {
   Slot *h = slot_at<Slot>(s, home);
   uint32_t need = n < kReachOpen ? n + 1 : kReachOpen;
   if (h->reach < need) h->reach = static_cast<uint8_t>(need);
-  h->marks |= mark;
+  h->marks |= mark_of(check);
 }
 
 template <class K>
@@ -189,16 +184,14 @@ Probe probe(const Table &t, typename K::Key key) noexcept {
 //
 // A Finder holds the hashed key: its home slot, the tag of a slot holding a
 // key with its check word, step(), match(), which confirms a slot whose tag
-// is that one, whether its mark comes from its step (see ISlot), and
-// whether the walk past its home slot is kept out of line (see
-// search_apart).
+// is that one, and whether the walk past its home slot is kept out of line
+// (see search_apart).
 
 struct IntFinder {
   using Slot = ISlot<uint32_t>;
   uint32_t key;
   uint32_t home;
   uint64_t tag;  // the check word of an integer slot is its key: the tag decides
-  static constexpr bool kMarkFromStep = true;
   static constexpr bool kWalkApart = true;
   IntFinder(const Table &t, uint32_t k) noexcept : key(k), home(inq1(k, t.size)), tag(used_tag(k)) {}
   uint32_t step(const Table &t) const noexcept { return t.step_div.mod(key + 777u) + 1; }
@@ -210,7 +203,6 @@ struct StrFinder {
   const char *key;
   uint32_t home;
   uint64_t tag;  // with the raw first fold as check word
-  static constexpr bool kMarkFromStep = false;
   static constexpr bool kWalkApart = false;
   StrFinder(const Table &t, const char *k) noexcept : key(k) {
     uint32_t check = fold1(k);
@@ -230,7 +222,6 @@ struct ArbFinder {
   const void *key;
   uint32_t home;
   uint64_t tag;  // with the caller's hash as check word
-  static constexpr bool kMarkFromStep = false;
   static constexpr bool kWalkApart = false;
   ArbFinder(const Table &t, const void *k) noexcept : key(k) {
     uint32_t h = t.hash(k, t.size, t.uctx);
@@ -267,14 +258,9 @@ static_assert(sizes_are_odd_primes(), "the walks cover every slot once, the stri
 // found.
 template <class F>
 inline bool step_if_marked(const Table &t, const F &f, uint64_t home_tag, uint32_t &step) noexcept {
-  if constexpr (F::kMarkFromStep) {
-    step = f.step(t);
-    return (tag_marks(home_tag) & mark_of_step(step)) != 0;
-  } else {
-    if ((tag_marks(home_tag) & mark_of(static_cast<uint32_t>(f.tag >> 32))) == 0) return false;
-    step = f.step(t);
-    return true;
-  }
+  if ((tag_marks(home_tag) & mark_of(static_cast<uint32_t>(f.tag >> 32))) == 0) return false;
+  step = f.step(t);
+  return true;
 }
 
 // How many probes after the home slot a search makes at most: the reach
@@ -430,7 +416,7 @@ int32_t resize_locked(Table &t, uint32_t index, Status &st) noexcept {
       dst->value = chunk[j].value;
       dst->state = kUsed;
       dst->check = h.check;
-      note_homed<Slot>(ns, h.home, n, K::mark(t, chunk[j].key, h.check, div));
+      note_homed<Slot>(ns, h.home, n, h.check);
     }
   }
   storage_free(t, t.st);
@@ -474,7 +460,7 @@ int32_t insert_locked(Table &t, typename K::Key key, void *value, Status &st) no
   slot->value = value;
   slot->state = kUsed;
   slot->check = p.check;
-  note_homed<typename K::Slot>(t.st, p.home, p.n, K::mark(t, key, p.check, t.step_div));
+  note_homed<typename K::Slot>(t.st, p.home, p.n, p.check);
   ++t.count;
   if (t.count > t.grow_above && t.index < kMaxIndex) {
     int32_t rc = resize_locked<K>(t, t.index + 1, st);
