@@ -45,7 +45,18 @@ namespace {
 
 // ------------------------------------------------------------------ keys
 
-uint32_t mix(uint32_t i) { return i * 2654435761u ^ 0x5bd1e995u; }  // a bijection of 32-bit values
+// A bijection of 32-bit values that mixes every input bit into every output
+// bit. Present keys are mix(2i) and absent ones mix(2i + 1): a plainer
+// bijection (a multiplication and an xor) would give all present keys one
+// parity and all absent keys the other, and a table whose filters happen to
+// look at a key's low bit would answer every miss for free.
+uint32_t mix(uint32_t i) {
+  i ^= i >> 16;
+  i *= 0x7FEB352Du;
+  i ^= i >> 15;
+  i *= 0x846CA68Bu;
+  return i ^ (i >> 16);
+}
 
 struct Keys {
   std::vector<uint32_t> hit, miss;           // present / absent integer keys
