@@ -26,6 +26,9 @@ inline constexpr uint32_t kMaxIndex = 25;      // 33554467 slots
 inline constexpr uint32_t kDefaultIndex = 9;   // 521 slots, for a request of 0
 inline constexpr uint32_t kMaxEntries = LHT_MAX_ENTRIES;
 inline constexpr uint32_t kChunkSlots = LHT_CHUNK_SLOTS;
+// Slot storage up to this size is taken to stay in the nearer caches: integer
+// searches on larger tables read several probes ahead (see search_on).
+inline constexpr size_t kCachedBytes = 256 * 1024;
 // "No step yet": one above the largest size, so it can never be a real step.
 inline constexpr uint32_t kNoStep = 0x2000024;
 inline constexpr uint32_t kNoSlot = UINT32_MAX;
@@ -138,34 +141,72 @@ struct Divisor {
 
 // --------------------------------------------------------- slot storage
 // The slot as the table itself sees it: the public layout, with the padding
-// after the state byte holding a check word (integer kind: the key itself;
-// string kind: the raw first fold of the key; arbitrary kind: the caller's
-// hash for the current size) that lets probes pass unequal keys without
-// comparing them and lets a resize of a string table skip folding every key
-// again. Outside code never sees it.
+// after the state byte holding what outside code never sees.
 //
-// The state byte, the spare bytes (always zero) and the check word make one
-// 64-bit tag, state | check << 32, that a search reads with a single load:
-// tag == used_tag(check) says "occupied by a key with this check word" (for
-// the integer kind: by this very key), and the low byte says empty.
+// The check word (integer kind: the key itself; string kind: the raw first
+// fold of the key; arbitrary kind: the caller's hash for the current size)
+// lets probes pass unequal keys without comparing them and lets a resize of
+// a string table skip folding every key again.
+//
+// The reach and the marks belong to the slot position, not to its entry;
+// they describe the entries whose home is this slot:
+// - the reach: the most probes any of them needed to be placed (0: none was
+//   ever placed from this home, kReachOpen: too many to count). An entry is
+//   found on the probe where it was placed, so a search may stop after its
+//   home slot's reach, long before the empty slot that ends the path on a
+//   nearly full table;
+// - the marks: one bit of 16 per entry, chosen by its check word (mark_of).
+//   A key whose bit is clear has no entry at this home, so a search can give
+//   up after the home slot without taking a step (for a string key, without
+//   its second fold).
+// Removes leave both as they are (a bound that is too high is still a
+// bound); a resize counts afresh.
+//
+// The state byte, the reach, the marks and the check word make one 64-bit
+// tag, state | reach << 8 | marks << 16 | check << 32, that a search reads
+// with a single load: (tag & kTagMatch) == used_tag(check) says "occupied by
+// a key with this check word" (for the integer kind: by this very key), the
+// low byte says empty, and tag_reach() and tag_marks() give the rest.
+inline constexpr uint32_t kReachOpen = 255;
+
 template <class KeyT>
 struct ISlot {
   KeyT key;
   void *value;
   uint8_t state;
-  uint8_t spare[3];
+  uint8_t reach;
+  uint16_t marks;
   uint32_t check;
 };
 
 template <class KeyT>
 inline uint64_t slot_tag(const ISlot<KeyT> &s) noexcept {
+  static_assert(offsetof(ISlot<KeyT>, reach) == offsetof(ISlot<KeyT>, state) + 1);
+  static_assert(offsetof(ISlot<KeyT>, marks) == offsetof(ISlot<KeyT>, state) + 2);
   static_assert(offsetof(ISlot<KeyT>, check) == offsetof(ISlot<KeyT>, state) + 4);
   static_assert(offsetof(ISlot<KeyT>, state) % 8 == 0 && sizeof(ISlot<KeyT>) % 8 == 0);
   uint64_t w;
-  std::memcpy(&w, &s.state, sizeof w);  // the state, the spare bytes and the check word
+  std::memcpy(&w, &s.state, sizeof w);  // the state, the reach, the marks and the check word
   return w;
 }
+inline constexpr uint64_t kTagMatch = 0xFFFFFFFF000000FFu;  // the check word and the state
 inline constexpr uint64_t used_tag(uint32_t check) noexcept { return uint64_t{kUsed} | uint64_t{check} << 32; }
+inline constexpr uint32_t tag_reach(uint64_t tag) noexcept { return static_cast<uint8_t>(tag >> 8); }
+inline constexpr uint32_t tag_marks(uint64_t tag) noexcept { return static_cast<uint16_t>(tag >> 16); }
+
+// The mark of a check word. Entries that share a home have check words
+// that hash 1 (or the caller's hash) sent to the same slot, so the mark must
+// come from bits that hash does not look at the same way: a mix of its own,
+// not a multiplication by the golden ratio. Nor the step of hash 2: its low
+// bit is fixed by the key's (size - 1 is even), so keys of one parity would
+// all share half the marks.
+inline constexpr uint16_t mark_of(uint32_t check) noexcept {
+  uint32_t x = check * 0x85EBCA6Bu;
+  x ^= x >> 15;
+  x *= 0xC2B2AE35u;
+  return static_cast<uint16_t>(1u << (x >> 28));
+}
+
 static_assert(std::endian::native == std::endian::little, "slot tags assume a little-endian layout");
 
 struct Storage {

@@ -78,7 +78,8 @@ int32_t storage_make(Table &t, uint32_t size, Storage &out, Status &st) noexcept
       chunk[i].key = 0;
       chunk[i].value = nullptr;
       chunk[i].state = kEmpty;
-      chunk[i].spare[0] = chunk[i].spare[1] = chunk[i].spare[2] = 0;  // part of the slot tag
+      chunk[i].reach = 0;
+      chunk[i].marks = 0;
       chunk[i].check = 0;
     }
     arr[c] = chunk;

@@ -10,11 +10,15 @@
 // walk over and inserts reuse; they disappear when the table is resized. The
 // table grows only when an insert leaves it without a free slot and shrinks
 // when removes leave it under a quarter full, so a table often runs nearly
-// full (1000 keys in 1031 slots): a hit still ends after a few probes, but a
-// miss walks the long path to an empty slot, `size` probes at worst.
+// full (1000 keys in 1031 slots): a hit still ends after a few probes, but
+// the path to an empty slot is long, `size` probes at worst. Inserts and
+// removes walk it; searches stop earlier (below).
 // Each slot's padding keeps a check word of its key (see ISlot), so that
 // probes pass most unequal string and arbitrary keys without comparing them,
-// and the step's modulus is a multiplication by a reciprocal fixed at resize.
+// and, for the entries homed there, their reach and a bit each (marks), so
+// that a search stops where the last of them could be instead of walking on
+// to an empty slot, and most misses stop at the home slot. The step's
+// modulus is a multiplication by a reciprocal fixed at resize.
 //
 // Changes (insert, remove, resize) run under the table's mutex, which also
 // counts the open iterations. Searches, the probe functions and Yield only
@@ -117,7 +121,20 @@ struct Probe {
   bool found;
   uint32_t slot;   // the key's slot, or where it would go (kNoSlot: nowhere)
   uint32_t check;  // the key's check word, for a slot about to be filled
+  uint32_t home;   // the key's home slot
+  uint32_t n;      // which probe of the path `slot` is (0: the home slot)
 };
+
+// Records at its home slot (see ISlot) that an entry with check word `check`
+// sits on probe n of its path: the reach becomes at least n + 1, and the
+// entry's mark is set.
+template <class Slot>
+inline void note_homed(const Storage &s, uint32_t home, uint32_t n, uint32_t check) noexcept {
+  Slot *h = slot_at<Slot>(s, home);
+  uint32_t need = n < kReachOpen ? n + 1 : kReachOpen;
+  if (h->reach < need) h->reach = static_cast<uint8_t>(need);
+  h->marks |= mark_of(check);
+}
 
 template <class K>
 Probe probe(const Table &t, typename K::Key key) noexcept {
@@ -126,39 +143,56 @@ Probe probe(const Table &t, typename K::Key key) noexcept {
   const Hashed h = K::hash(t, key, size);
   uint32_t i = h.home;
   uint32_t step = kNoStep;
-  uint32_t first_deleted = kNoSlot;
+  uint32_t first_deleted = kNoSlot, deleted_n = 0;
   for (uint32_t n = 0; n < size; ++n) {
     const auto *slot = slot_at<typename K::Slot>(s, i);
-    if (slot->state == kEmpty) return {false, first_deleted != kNoSlot ? first_deleted : i, h.check};
+    if (slot->state == kEmpty) {
+      if (first_deleted != kNoSlot) return {false, first_deleted, h.check, h.home, deleted_n};
+      return {false, i, h.check, h.home, n};
+    }
     if (slot->state == kDeleted) {
-      if (first_deleted == kNoSlot) first_deleted = i;
+      if (first_deleted == kNoSlot) {
+        first_deleted = i;
+        deleted_n = n;
+      }
     } else if (K::same(t, *slot, key, h.check)) {
-      return {true, i, h.check};
+      return {true, i, h.check, h.home, n};
     }
     if (step == kNoStep) step = K::step(t, key, t.step_div);
     i += step;  // i, step < size: one subtraction is the modulus
     if (i >= size) i -= size;
   }
-  return {false, first_deleted, h.check};
+  return {false, first_deleted, h.check, h.home, deleted_n};
 }
 
 // ------------------------------------------------------------------ search
 // The read-only walk of Search: the same path as probe() (the hashes and
 // steps are part of the stored format), minus what only a change needs. It
 // tracks no deleted slot, computes the home slot once and the step only at
-// the first collision, reads each slot's state and check word as one tag
-// (see ISlot), and indexes one-chunk storage (every real size) with no
-// division; the chunk arithmetic is paid only by multi-chunk storage.
+// the first collision, reads each slot's state, reach and check word as one
+// tag (see ISlot), stops after the home slot's reach, or at the home slot
+// when the key's mark is missing there, and indexes one-chunk storage (every
+// real size) with no division; the chunk arithmetic is paid only by
+// multi-chunk storage.
+//
+// The reach and the marks are what keep misses short: a table grows only
+// when full, so at 97% load the path to an empty slot is some 33 probes
+// long, while the entries homed at one slot were nearly all placed within a
+// few probes, about a third of the homes have none (reach 0), and most of
+// the rest have one or two, whose marks a missing key seldom shares: more
+// than nine misses in ten end at the home slot.
 //
 // A Finder holds the hashed key: its home slot, the tag of a slot holding a
-// key with its check word, step(), and match(), which confirms a slot whose
-// tag is that one.
+// key with its check word, step(), match(), which confirms a slot whose tag
+// is that one, and whether the walk past its home slot is kept out of line
+// (see search_apart).
 
 struct IntFinder {
   using Slot = ISlot<uint32_t>;
   uint32_t key;
   uint32_t home;
   uint64_t tag;  // the check word of an integer slot is its key: the tag decides
+  static constexpr bool kWalkApart = true;
   IntFinder(const Table &t, uint32_t k) noexcept : key(k), home(inq1(k, t.size)), tag(used_tag(k)) {}
   uint32_t step(const Table &t) const noexcept { return t.step_div.mod(key + 777u) + 1; }
   static constexpr bool match(const Table &, const Slot &) noexcept { return true; }
@@ -169,6 +203,7 @@ struct StrFinder {
   const char *key;
   uint32_t home;
   uint64_t tag;  // with the raw first fold as check word
+  static constexpr bool kWalkApart = false;
   StrFinder(const Table &t, const char *k) noexcept : key(k) {
     uint32_t check = fold1(k);
     home = inq1(check, t.size);
@@ -187,6 +222,7 @@ struct ArbFinder {
   const void *key;
   uint32_t home;
   uint64_t tag;  // with the caller's hash as check word
+  static constexpr bool kWalkApart = false;
   ArbFinder(const Table &t, const void *k) noexcept : key(k) {
     uint32_t h = t.hash(k, t.size, t.uctx);
     home = h < t.size ? h : h % t.size;
@@ -203,8 +239,7 @@ template <> struct FinderOf<ArbKind> { using type = ArbFinder; };
 
 // The path home, home + step, home + 2 step ... (mod size) visits every slot
 // once before it returns home: sizes are primes and 0 < step < size. So a
-// walk ends back at home after exactly `size` probes, the most it may make,
-// without counting them.
+// walk of `size` probes, the most it may make, never looks at a slot twice.
 constexpr bool sizes_are_odd_primes() {
   for (uint32_t ix = kMinIndex; ix <= kMaxIndex; ++ix) {
     uint32_t n = kSizes[ix];
@@ -214,47 +249,110 @@ constexpr bool sizes_are_odd_primes() {
   }
   return true;
 }
-static_assert(sizes_are_odd_primes(), "the walks end by coming back home, the stride of 14 too");
+static_assert(sizes_are_odd_primes(), "the walks cover every slot once, the stride of 14 too");
 
-// One chunk, every real table: the walk steps byte addresses through the
-// chunk, wrapping by one subtraction. Misses on a nearly full table walk
-// long paths, so the path is followed as two interleaved chains (probes
-// 1, 3, 5 ... and 2, 4, 6 ..., each moving two steps at a time) whose address
-// updates overlap; the slots are still looked at in path order. Sizes are
-// odd, so the path comes back to home (probe `size`) in the odd chain.
+// Past a home slot that did not match, with tag `home_tag` and a reach past
+// it: whether the key's mark is there, and then the key's step. Worked out
+// only once the home slot has not matched, so a hit at home pays for
+// neither; a string key's step (its second fold) only once its mark is
+// found.
 template <class F>
-inline const typename F::Slot *walk_one(const Table &t, const F &f) noexcept {
+inline bool step_if_marked(const Table &t, const F &f, uint64_t home_tag, uint32_t &step) noexcept {
+  if ((tag_marks(home_tag) & mark_of(static_cast<uint32_t>(f.tag >> 32))) == 0) return false;
+  step = f.step(t);
+  return true;
+}
+
+// How many probes after the home slot a search makes at most: the reach
+// says how far entries of this home went, an open reach means "to the first
+// empty slot", and no walk goes beyond `size` probes.
+inline uint32_t probes_after_home(uint32_t reach, uint32_t size) noexcept {
+  return reach < kReachOpen ? reach - 1 : size - 1;
+}
+
+// The answer of a search from the slot found (or null).
+template <class Slot>
+inline int32_t answer(const Slot *s, void **value) noexcept {
+  // A miss is an answer, not a failure: nothing is recorded.
+  if (s == nullptr) return -LHT_ERR_NOKEY;
+  if (value != nullptr) *value = s->value;
+  return LHT_OK;
+}
+
+// One chunk, every real table: the walk past the home slot (at `at`, with
+// tag `home_tag`, which did not match) steps byte addresses through the
+// chunk, wrapping by one subtraction.
+//
+// With ReadAhead (integer keys on a table larger than the nearer caches, see
+// search()), a hit that is not at home is mostly within the next three
+// probes: their slots are fetched at once, each from memory, and compared
+// without branches, rather than one trip to memory after another. The tag
+// of an integer slot holds the key itself, and a key is never further along
+// its path than its home's reach or an empty slot, so a match among the
+// slots read ahead is the answer. On a small table the slots are at hand and
+// the plain walk is quicker.
+template <bool ReadAhead, class F>
+inline int32_t search_on(const Table &t, const F &f, uintptr_t at, uint64_t home_tag, void **value) noexcept {
   using Slot = typename F::Slot;
+  uint32_t step;
+  if (!step_if_marked(t, f, home_tag, step)) return -LHT_ERR_NOKEY;
   const auto base = reinterpret_cast<uintptr_t>(t.st.first);
   const uintptr_t span = uintptr_t{t.size} * sizeof(Slot);
-  const uintptr_t start = base + uintptr_t{f.home} * sizeof(Slot);
-  const Slot *s = reinterpret_cast<const Slot *>(start);
-  uint64_t tag = slot_tag(*s);
-  if (tag == f.tag && f.match(t, *s)) return s;
-  if (static_cast<uint8_t>(tag) == kEmpty) return nullptr;
   const uintptr_t end = base + span;
-  const uintptr_t stride = uintptr_t{f.step(t)} * sizeof(Slot);
-  uintptr_t stride2 = stride * 2;  // two steps, reduced mod size
-  if (stride2 >= span) stride2 -= span;
-  uintptr_t odd = start + stride;
-  if (odd >= end) odd -= span;
-  uintptr_t even = odd + stride;
-  if (even >= end) even -= span;
-  for (;;) {
-    if (__builtin_expect(odd == start, 0)) return nullptr;  // no empty slot on the whole path
-    s = reinterpret_cast<const Slot *>(odd);
-    tag = slot_tag(*s);
-    if (tag == f.tag && f.match(t, *s)) return s;
-    if (static_cast<uint8_t>(tag) == kEmpty) return nullptr;
-    s = reinterpret_cast<const Slot *>(even);
-    tag = slot_tag(*s);
-    if (tag == f.tag && f.match(t, *s)) return s;
-    if (static_cast<uint8_t>(tag) == kEmpty) return nullptr;
-    odd += stride2;
-    if (odd >= end) odd -= span;
-    even += stride2;
-    if (even >= end) even -= span;
+  const uintptr_t stride = uintptr_t{step} * sizeof(Slot);
+  auto next = [&](uintptr_t a) {
+    a += stride;
+    return a >= end ? a - span : a;
+  };
+  uint32_t left = probes_after_home(tag_reach(home_tag), t.size);
+  if constexpr (ReadAhead) {
+    static_assert(std::is_same_v<F, IntFinder>, "only an integer tag decides a match by itself");
+    auto tag_at = [](uintptr_t a) { return slot_tag(*reinterpret_cast<const Slot *>(a)); };
+    const uintptr_t a1 = next(at), a2 = next(a1), a3 = next(a2);
+    const uint64_t t1 = tag_at(a1), t2 = tag_at(a2), t3 = tag_at(a3);
+    uintptr_t hit = (t3 & kTagMatch) == f.tag ? a3 : 0;
+    hit = (t2 & kTagMatch) == f.tag ? a2 : hit;
+    hit = (t1 & kTagMatch) == f.tag ? a1 : hit;
+    if (hit != 0) return answer(reinterpret_cast<const Slot *>(hit), value);
+    if (left <= 3 || static_cast<uint8_t>(t1) == kEmpty || static_cast<uint8_t>(t2) == kEmpty ||
+        static_cast<uint8_t>(t3) == kEmpty)
+      return -LHT_ERR_NOKEY;
+    left -= 3;
+    at = a3;
   }
+  do {
+    at = next(at);
+    const Slot *s = reinterpret_cast<const Slot *>(at);
+    const uint64_t tag = slot_tag(*s);
+    if ((tag & kTagMatch) == f.tag && f.match(t, *s)) return answer(s, value);
+    if (static_cast<uint8_t>(tag) == kEmpty) return -LHT_ERR_NOKEY;
+  } while (--left != 0);
+  return -LHT_ERR_NOKEY;
+}
+
+// The same walk out of line, entered by a tail call, for integer keys: a
+// search that ends at the home slot, a hit there or a miss, then needs no
+// more registers than its arguments and saves none. (A string search spends
+// its time folding the key; there the call would only cost.)
+template <bool ReadAhead, class F>
+[[gnu::noinline]] int32_t search_apart(const Table &t, const F f, uintptr_t at, uint64_t home_tag,
+                                       void **value) noexcept {
+  return search_on<ReadAhead>(t, f, at, home_tag, value);
+}
+
+// A search of one-chunk storage: the home slot, then the walk.
+template <bool ReadAhead, class F>
+inline int32_t search_one(const Table &t, const F &f, void **value) noexcept {
+  using Slot = typename F::Slot;
+  const uintptr_t at = reinterpret_cast<uintptr_t>(t.st.first) + uintptr_t{f.home} * sizeof(Slot);
+  const Slot *s = reinterpret_cast<const Slot *>(at);
+  const uint64_t tag = slot_tag(*s);
+  if ((tag & kTagMatch) == f.tag && f.match(t, *s)) return answer(s, value);
+  if (tag_reach(tag) <= 1) return -LHT_ERR_NOKEY;  // an empty home has reach 0
+  if constexpr (F::kWalkApart)
+    return search_apart<ReadAhead>(t, f, at, tag, value);
+  else
+    return search_on<ReadAhead>(t, f, at, tag, value);
 }
 
 // Several chunks (only tests make them): slot i is found by division.
@@ -266,30 +364,22 @@ const typename F::Slot *walk_many(const Table &t, const F &f) noexcept {
     return static_cast<const Slot *>(st.chunks[i / st.per_chunk]) + i % st.per_chunk;
   };
   const uint32_t size = t.size;
-  const typename F::Slot *s = at(f.home);
+  const Slot *s = at(f.home);
   uint64_t tag = slot_tag(*s);
-  if (tag == f.tag && f.match(t, *s)) return s;
-  if (static_cast<uint8_t>(tag) == kEmpty) return nullptr;
-  const uint32_t step = f.step(t);
-  for (uint32_t i = f.home;;) {
+  const uint32_t reach = tag_reach(tag);
+  uint32_t step;
+  if ((tag & kTagMatch) == f.tag && f.match(t, *s)) return s;
+  if (reach <= 1 || !step_if_marked(t, f, tag, step)) return nullptr;  // an empty home has reach 0
+  uint32_t left = probes_after_home(reach, size);
+  for (uint32_t i = f.home; left != 0; --left) {
     i += step;  // i, step < size: one subtraction is the modulus
     if (i >= size) i -= size;
-    if (i == f.home) return nullptr;
     s = at(i);
     tag = slot_tag(*s);
-    if (tag == f.tag && f.match(t, *s)) return s;
+    if ((tag & kTagMatch) == f.tag && f.match(t, *s)) return s;
     if (static_cast<uint8_t>(tag) == kEmpty) return nullptr;
   }
-}
-
-// The slot holding key, or null.
-template <class K>
-inline const typename K::Slot *find(const Table &t, typename K::Key key) noexcept {
-  using F = typename FinderOf<K>::type;
-  static_assert(std::is_same_v<typename F::Slot, typename K::Slot>);
-  const F f(t, key);
-  if (__builtin_expect(t.st.nchunks == 1, 1)) return walk_one(t, f);
-  return walk_many(t, f);
+  return nullptr;
 }
 
 // ------------------------------------------------------------------ resize
@@ -311,7 +401,7 @@ int32_t resize_locked(Table &t, uint32_t index, Status &st) noexcept {
     for (uint32_t j = 0; j < n; ++j) {
       if (chunk[j].state != kUsed) continue;
       Hashed h = K::rehash(t, chunk[j], size);
-      uint32_t i = h.home;
+      uint32_t i = h.home, n = 0;
       Slot *dst = slot_at<Slot>(ns, i);
       if (dst->state != kEmpty) {
         uint32_t step = K::step(t, chunk[j].key, div);
@@ -319,12 +409,14 @@ int32_t resize_locked(Table &t, uint32_t index, Status &st) noexcept {
           i += step;
           if (i >= size) i -= size;
           dst = slot_at<Slot>(ns, i);
+          ++n;
         } while (dst->state != kEmpty);
       }
       dst->key = chunk[j].key;
       dst->value = chunk[j].value;
       dst->state = kUsed;
       dst->check = h.check;
+      note_homed<Slot>(ns, h.home, n, h.check);
     }
   }
   storage_free(t, t.st);
@@ -368,12 +460,14 @@ int32_t insert_locked(Table &t, typename K::Key key, void *value, Status &st) no
   slot->value = value;
   slot->state = kUsed;
   slot->check = p.check;
+  note_homed<typename K::Slot>(t.st, p.home, p.n, p.check);
   ++t.count;
   if (t.count > t.grow_above && t.index < kMaxIndex) {
     int32_t rc = resize_locked<K>(t, t.index + 1, st);
     if (rc < 0) {
       // Could not grow: undo, so that the caller sees no change and the
-      // table keeps a free slot for its probes to end at.
+      // table keeps a free slot for its probes to end at. The home's reach
+      // and marks may keep what was noted: they only ever overstate.
       slot->state = was;
       --t.count;
       return rc;
@@ -436,17 +530,26 @@ int32_t remove(LhtTable *t, typename K::Key key, void **value) noexcept {
   return rc;
 }
 
+// A search of several chunks, out of line: its division and registers stay
+// out of the one-chunk search.
+template <class K>
+[[gnu::noinline]] int32_t search_many(const Table &t, typename K::Key key, void **value) noexcept {
+  return answer(walk_many(t, typename FinderOf<K>::type(t, key)), value);
+}
+
 // Takes no lock: the storage changes only under insert, remove and resize,
 // which callers keep apart from searches (see lht.h).
 template <class K>
 int32_t search(LhtTable *t, typename K::Key key, void **value) noexcept {
   if (!is<K>(t)) return -LHT_ERR_ARG;
   if (__builtin_expect(!K::valid(key), 0)) return search_bad_key(t);
-  const typename K::Slot *s = find<K>(*t, key);
-  // A miss is an answer, not a failure: nothing is recorded.
-  if (s == nullptr) return -LHT_ERR_NOKEY;
-  if (value != nullptr) *value = s->value;
-  return LHT_OK;
+  using F = typename FinderOf<K>::type;
+  static_assert(std::is_same_v<typename F::Slot, typename K::Slot>);
+  if (__builtin_expect(t->st.nchunks != 1, 0)) return search_many<K>(*t, key, value);
+  const F f(*t, key);
+  if constexpr (std::is_same_v<K, IntKind>)
+    if (size_t{t->size} * sizeof(typename K::Slot) > kCachedBytes) return search_one<true>(*t, f, value);
+  return search_one<false>(*t, f, value);
 }
 
 template <class K>

@@ -241,9 +241,9 @@ KELAPI int32_t LhtArbRemove(LhtTable *t, const void *key, void **value);
  * search one table at once, also while iterations are open. A search must
  * not overlap an Insert, Remove or Resize of the same table (they can free
  * the storage it reads); callers that mix them serialise them themselves.
- * A miss walks to the first empty slot of the key's probe path, and a table
- * grows only when completely full, so misses on a nearly full table cost
- * many probes. */
+ * A table grows only when completely full, so the probe path to an empty
+ * slot can be long; a search stops as soon as no entry of the key's home
+ * slot can lie further on, and most misses end at the home slot itself. */
 KELAPI int32_t LhtIntSearch(LhtTable *t, uint32_t key, void **value);
 KELAPI int32_t LhtStrSearch(LhtTable *t, const char *key, void **value);
 KELAPI int32_t LhtArbSearch(LhtTable *t, const void *key, void **value);

@@ -530,6 +530,90 @@ TEST(LhtProbe, SearchesWithoutAnEmptySlot) {
   }
 }
 
+// Searches stop at the reach or the marks of the key's home slot, and read
+// ahead on large integer tables; the probe functions walk on to the empty
+// slot. On tables kept full by churn (long paths, deleted slots, reaches too
+// long to count) both must agree on every key, present or not.
+struct AgreeCase {
+  int kind;
+  uint32_t chunk;    // 0: one chunk
+  uint32_t request;  // creation size
+  uint32_t free;     // slots left free while churning
+  int rounds;        // remove-insert pairs
+};
+
+TEST(LhtProbe, SearchesAgreeWithTheFullProbe) {
+  const AgreeCase cases[] = {
+      {kInt, 0, 1000, 1, 3000},   {kStr, 0, 1000, 1, 3000},   {kArb, 0, 1000, 1, 3000},
+      {kInt, 100, 1000, 1, 3000}, {kStr, 100, 1000, 1, 3000}, {kArb, 100, 1000, 1, 3000},
+      // Past kCachedBytes of slots: the read-ahead of integer searches.
+      {kInt, 0, 16000, 800, 4000},
+  };
+  for (const AgreeCase &c : cases) {
+    const int kind = c.kind;
+    SCOPED_TRACE(std::string(kind_name(kind)) + " chunk " + std::to_string(c.chunk) + " size " +
+                 std::to_string(c.request));
+    Pool pool;
+    Face f{kind, make(kind, nullptr, c.request, nullptr, c.chunk), &pool};
+    ASSERT_NE(f.t, nullptr);
+    const uint32_t size = lht_internal::table_size(f.t);
+    if (c.request > 10000) ASSERT_GT(size_t{size} * sizeof(LhtIntSlot), lht_internal::kCachedBytes);
+    const uint32_t universe = 3 * size;
+    std::mt19937 rng(kind * 10 + c.chunk + c.request);
+    std::vector<uint32_t> in;
+    std::vector<bool> has(universe);
+    while (in.size() < size - c.free) {
+      uint32_t k = rng() % universe;
+      if (has[k]) continue;
+      ASSERT_EQ(f.insert(k, val(k)), 1);
+      has[k] = true;
+      in.push_back(k);
+    }
+    for (int round = 0; round < c.rounds; ++round) {
+      size_t i = rng() % in.size();
+      uint32_t k;
+      do k = rng() % universe;
+      while (has[k]);
+      void *v;
+      ASSERT_EQ(f.remove(in[i], &v), 1);
+      has[in[i]] = false;
+      ASSERT_EQ(f.insert(k, val(k)), 1);
+      has[k] = true;
+      in[i] = k;
+    }
+    ASSERT_EQ(lht_internal::table_size(f.t), size);
+    uint32_t open = 0;
+    const lht_internal::Storage &st = f.t->st;
+    for (uint32_t i = 0; i < size; ++i)
+      open += static_cast<const lht_internal::ISlot<uint64_t> *>(st.chunks[i / st.per_chunk])[i % st.per_chunk]
+                  .reach == lht_internal::kReachOpen;
+    if (c.free == 1) EXPECT_GT(open, 0u) << "some home's entries went further than a reach can count";
+    for (uint32_t k = 0; k < universe; ++k) {
+      uint32_t no;
+      void *pv = nullptr;
+      int32_t pr;
+      if (kind == kInt) {
+        LhtIntSlot *sl;
+        pr = LhtInqGetIndex(f.t, k, &no, &sl);
+        if (pr == LHT_FOUND) pv = sl->value;
+      } else if (kind == kStr) {
+        LhtStrSlot *sl;
+        pr = LhtStqGetIndex(f.t, f.copy(k), &no, &sl);
+        if (pr == LHT_FOUND) pv = sl->value;
+      } else {
+        LhtArbSlot *sl;
+        pr = LhtArqGetIndex(f.t, f.copy(k), &no, &sl);
+        if (pr == LHT_FOUND) pv = sl->value;
+      }
+      ASSERT_EQ(pr, has[k] ? LHT_FOUND : LHT_NOTFOUND) << k;
+      void *v = nullptr;
+      ASSERT_EQ(f.search(k, &v), has[k] ? 1 : -LHT_ERR_NOKEY) << k;
+      if (has[k]) ASSERT_EQ(v, pv) << k;
+    }
+    EXPECT_EQ(f.destroy(), 1);
+  }
+}
+
 TEST(LhtProbe, StringAndArbitraryFindTheirSlots) {
   LhtTable *ts = LhtStrCreate(nullptr, nullptr, 0, nullptr);
   LhtTable *ta = LhtArbCreate(nullptr, nullptr, 0, nullptr, const_hash, str_cmp, nullptr);
