@@ -68,20 +68,17 @@ struct Raw {
 };
 
 // Returns false for zero, the infinities and a malformed digitless negative.
+// The sign steers no branch: operands of either sign come in any order, and
+// a branch on it would be mispredicted half the time.
 inline bool raw(const uint8_t *p, size_t len, Raw &o) {
   p = resolve(p, len);
   const uint8_t e = p[0];
   if (len < 2 || (e == 0xFF && p[1] == kPosInfDigit)) return false;
   o.p = p + 1;
-  if (e & 0x80) {
-    o.neg = false;
-    o.exp = e - 193;
-    o.n = static_cast<int>(len) - 1;
-  } else {
-    o.neg = true;
-    o.exp = 62 - e;
-    o.n = static_cast<int>(len) - 1 - (p[len - 1] == kTerm ? 1 : 0);
-  }
+  const bool neg = (e & 0x80) == 0;
+  o.neg = neg;
+  o.exp = neg ? 62 - e : e - 193;
+  o.n = static_cast<int>(len) - 1 - static_cast<int>(neg & (p[len - 1] == kTerm));
   return o.n > 0;
 }
 
@@ -94,7 +91,11 @@ inline void digits(const Raw &o, uint64_t w[4]) {
   const int n = o.n;
   // Every byte loaded below is a digit byte, so whole words are decoded
   // before the shifts that clear the places past the last digit.
-  auto dec = [&o](uint64_t v) { return o.neg ? kNegBias - v : v - kOnes; };
+  // v - 1 in every byte for a positive, 101 - v for a negative: v with its
+  // bits flipped (a negative) plus one constant, no branch on the sign.
+  const uint64_t flip = 0 - static_cast<uint64_t>(o.neg);
+  const uint64_t add = (flip & (kNegBias + 1 + kOnes)) - kOnes;
+  auto dec = [flip, add](uint64_t v) { return (v ^ flip) + add; };
   w[3] = 0;
   if (n == 20) {  // the usual length of a computed result: constant offsets
     w[0] = dec(load_be(p));
