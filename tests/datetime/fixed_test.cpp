@@ -230,9 +230,8 @@ TEST(DateFixedLayout, OneBufferRecompiledWithOtherModels) {
   // Plans are kept by the bytes of the compiled model, not by where it
   // lies: a buffer compiled again with another model reads by the new one.
   PinNow pin;
-  Recorder rec;
-  ldxctx c{};
-  ASSERT_EQ(ldxbegin(&c, nullptr, record, &rec), 0);
+  Ctx x;
+  ldxctx &c = x.c;
   const struct {
     const char *model, *text, *want;
   } cases[] = {
@@ -268,9 +267,9 @@ TEST(DateFixedLayout, DamagedCompiledModelsReadAsTheGeneralReaderReadsThem) {
   // items that are no longer fixed (suffix flags, other codes, other
   // bytes), the fast readers must step aside, not read differently.
   PinNow pin;
-  Recorder rec;
-  ldxctx c{};
-  ASSERT_EQ(ldxbegin(&c, nullptr, record, &rec), 0);
+  Ctx x;
+  ldxctx &c = x.c;
+  Recorder &rec = x.rec;
   std::mt19937 g(7);
   int compared = 0;
   for (int i = 0; i < 3000; ++i) {
@@ -309,9 +308,9 @@ TEST(DateFixedLayout, DamagedCompiledModelsReadAsTheGeneralReaderReadsThem) {
 TEST(DateFixedLayout, WriterAgreesWithTheGeneralWriter) {
   // Every output size from none to more than enough: the same text, or
   // the same error (1801) through the callback.
-  Recorder rec;
-  ldxctx c{};
-  ASSERT_EQ(ldxbegin(&c, nullptr, record, &rec), 0);
+  Ctx x;
+  ldxctx &c = x.c;
+  Recorder &rec = x.rec;
   std::mt19937 g(11);
   int compared = 0;
   for (int i = 0; i < 400; ++i) {
@@ -352,9 +351,9 @@ TEST(DateFixedLayout, ThreadsKeepTheirOwnPlans) {
   // many models at once (more than a thread keeps) get what one thread
   // alone gets, and a date read and written again reads back the same.
   PinNow pin;
-  Recorder rec;
-  ldxctx c{};
-  ASSERT_EQ(ldxbegin(&c, nullptr, record, &rec), 0);
+  Ctx x;
+  ldxctx &c = x.c;
+  Recorder &rec = x.rec;
   std::mt19937 g(3);
   std::vector<Model> models;
   for (int i = 0; i < 12; ++i) models.push_back(make_model(g, &c));

@@ -123,9 +123,9 @@ TEST(DateFormat, CompileErrorsAreEachReachable) {
 }
 
 TEST(DateFormat, BeginVariantsAndTheDefaultFormat) {
-  Recorder rec;
-  ldxctx c;
-  ASSERT_EQ(ldxbegin(&c, nullptr, record, &rec), 0);
+  Ctx x;
+  ldxctx &c = x.c;
+  Recorder &rec = x.rec;
   EXPECT_EQ(fmt(&c, D(2024, 2, 9), ""), "09-FEB-24");
   uint64_t saved[6];
   std::memcpy(saved, c.deffmt, sizeof saved);

@@ -36,9 +36,9 @@ std::string text20(const uint8_t *n, size_t len) {
 TEST(DateNumbers, AgreeWithPythonBothWays) {
   const auto lines = oracle();
   ASSERT_EQ(lines.size(), 4000u) << "oracle did not run";
-  Recorder rec;
-  ldxctx c;
-  ASSERT_EQ(ldxbegin(&c, nullptr, record, &rec), 0);
+  Ctx x;
+  ldxctx &c = x.c;
+  Recorder &rec = x.rec;
   for (const std::string &l : lines) {
     std::istringstream in(l);
     std::string kind, want;
@@ -75,9 +75,9 @@ TEST(DateNumbers, AgreeWithPythonBothWays) {
 }
 
 TEST(DateNumbers, EdgesAndErrors) {
-  Recorder rec;
-  ldxctx c;
-  ASSERT_EQ(ldxbegin(&c, nullptr, record, &rec), 0);
+  Ctx x;
+  ldxctx &c = x.c;
+  Recorder &rec = x.rec;
   auto num = [](const char *t) {
     std::vector<uint8_t> v(22);
     size_t l = 0, used = 0;

@@ -168,9 +168,9 @@ void release(void *) { ++g_released; }
 TEST(DateUnits, ErrorReleasesTheSavedHandleFirst) {
   ldx_territory_view v = custom_view();
   v.release = release;
-  Recorder rec;
-  ldxctx c;
-  ASSERT_EQ(ldxbegin(&c, nullptr, record, &rec), 0);
+  Ctx x;
+  ldxctx &c = x.c;
+  Recorder &rec = x.rec;
   c.terr = &v;
   int handle;
   c.savedhd = &handle;
@@ -187,9 +187,8 @@ TEST(DateUnits, ErrorReleasesTheSavedHandleFirst) {
 TEST(DateUnits, FirstDayOfWeekComesFromTheTerritory) {
   ldx_territory_view v = custom_view();
   v.first_day = 1;  // Monday
-  Recorder rec;
-  ldxctx c;
-  ASSERT_EQ(ldxbegin(&c, nullptr, record, &rec), 0);
+  Ctx x;
+  ldxctx &c = x.c;
   c.terr = &v;
   int32_t wed = ctj(2024, 5, 15);
   EXPECT_EQ(ldxdow(&c, wed), 3);
@@ -224,9 +223,8 @@ TEST(DateUnits, AlternativeCalendarIsAskedFirst) {
   v.gregorian = false;
   v.eadm = fake_adm;
   v.eldd = fake_ldd;
-  Recorder rec;
-  ldxctx c;
-  ASSERT_EQ(ldxbegin(&c, nullptr, record, &rec), 0);
+  Ctx x;
+  ldxctx &c = x.c;
   c.terr = &v;
   ldxdate d = D(2024, 1, 31), out{};
   ASSERT_EQ(ldxadm(&c, &out, &d, 1), 0);
@@ -319,9 +317,9 @@ TEST(DateUnits, RepeatedModelTextFollowsTheTerritory) {
 TEST(DateUnits, EmptyTerritoryFormat) {
   ldx_territory_view v = custom_view();
   v.shorttime = "";
-  Recorder rec;
-  ldxctx c;
-  ASSERT_EQ(ldxbegin(&c, nullptr, record, &rec), 0);
+  Ctx x;
+  ldxctx &c = x.c;
+  Recorder &rec = x.rec;
   c.terr = &v;
   uint8_t out[64];
   EXPECT_EQ(ldxsti(&c, "DD TS", 5, out, sizeof out), 0u);
