@@ -16,6 +16,7 @@
 #include "lpm.h"
 #include "lsf.h"
 #include "sl.h"
+#include "tests/support/library.h"
 
 // The record's layout: fourteen words in the designed order.
 static_assert(sizeof(lcorectx) == 14 * 8);
@@ -39,23 +40,11 @@ static_assert(offsetof(lcorectxc, parent) == 112);
 
 namespace {
 
-class Library : public ::testing::Test {
+class Library : public kel_test::StartedLibrary {
  protected:
-  void SetUp() override {
-    ctx = lpminit();
-    ASSERT_NE(ctx, nullptr);
-    lem = ctx->lemctx;
-  }
-  void TearDown() override {
-    lemces(lem);
-    slfaultreset();
-    EXPECT_EQ(lpmterm(ctx), 0);
-  }
   lpmpdesc row(const char *name, lpmentry entry, uint16_t flags = LPM_PKG_STATIC) {
     return lpmpdesc{name, strlen(name), nullptr, 0, nullptr, 0, entry, flags};
   }
-  lcorectx *ctx = nullptr;
-  void *lem = nullptr;
 };
 
 TEST(Start, SecondStartSharesTheRecordAndOneStopEndsIt) {

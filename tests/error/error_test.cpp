@@ -16,25 +16,22 @@
 #include "lem.h"
 #include "lpm.h"
 #include "sl.h"
+#include "tests/support/library.h"
 
 namespace {
 
-class Errors : public ::testing::Test {
+class Errors : public kel_test::StartedLibrary {
  protected:
   void SetUp() override {
-    ctx = lpminit();
-    ASSERT_NE(ctx, nullptr);
-    lem = ctx->lemctx;
+    StartedLibrary::SetUp();
+    if (HasFatalFailure()) return;
     fac = lemfaa(lem, nullptr, "KELCORE", "LPM", 3, 4);
     ASSERT_NE(fac, nullptr);
   }
   void TearDown() override {
-    lemces(lem);
-    EXPECT_EQ(lemfaf(lem, fac), 0);
-    EXPECT_EQ(lpmterm(ctx), 0);
+    if (fac != nullptr) EXPECT_EQ(lemfaf(lem, fac), 0);
+    StartedLibrary::TearDown();
   }
-  lcorectx *ctx = nullptr;
-  void *lem = nullptr;
   lemfac *fac = nullptr;
 };
 

@@ -22,6 +22,7 @@
 #include "lpm.h"
 #include "sl.h"
 #include "slt.h"
+#include "tests/support/library.h"
 
 namespace fs = std::filesystem;
 
@@ -43,13 +44,12 @@ std::string slurp(const std::string &p) {
   return s.str();
 }
 
-class Files : public ::testing::Test {
+class Files : public kel_test::StartedLibrary {
  protected:
   void SetUp() override {
-    ctx = lpminit();
-    ASSERT_NE(ctx, nullptr);
+    StartedLibrary::SetUp();
+    if (HasFatalFailure()) return;
     fctx = ctx->lfictx;
-    lem = ctx->lemctx;
     dir = fs::temp_directory_path() / ("kelfile_" + std::to_string(slsipid()) + "_" +
                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
     fs::remove_all(dir);
@@ -59,8 +59,7 @@ class Files : public ::testing::Test {
   void TearDown() override {
     slfaultreset();
     EXPECT_EQ(open_fds(), fds) << "a handle was left open";
-    lemces(lem);
-    EXPECT_EQ(lpmterm(ctx), 0);
+    StartedLibrary::TearDown();
     fs::remove_all(dir);
   }
   std::string path(const std::string &name) const { return (dir / name).string(); }
@@ -81,9 +80,7 @@ class Files : public ::testing::Test {
     EXPECT_GT(lemgem(lem, 1, msgbuf, sizeof msgbuf), 0);
     lemces(lem);
   }
-  lcorectx *ctx = nullptr;
   void *fctx = nullptr;
-  void *lem = nullptr;
   fs::path dir;
   size_t fds = 0;
 };

@@ -7,25 +7,19 @@
 #include "lmm.h"
 #include "lpm.h"
 #include "sl.h"
+#include "tests/support/library.h"
 
-class Heaps : public ::testing::Test {
+class Heaps : public kel_test::StartedLibrary {
  protected:
   void SetUp() override {
-    ctx = lpminit();
-    ASSERT_NE(ctx, nullptr);
+    StartedLibrary::SetUp();
+    if (HasFatalFailure()) return;
     mctx = ctx->lmmctx;
-    lem = ctx->lemctx;
-  }
-  void TearDown() override {
-    slfaultreset();
-    EXPECT_EQ(lpmterm(ctx), 0);
   }
   lmmheap *make(const lmmmfp *model, uint32_t flags) {
     lmmheap *h = nullptr;
     EXPECT_EQ(lmmhpinit(mctx, &h, lmmtophp(mctx), flags, nullptr, "test", __LINE__, model), 0);
     return h;
   }
-  lcorectx *ctx = nullptr;
   void *mctx = nullptr;
-  void *lem = nullptr;
 };

@@ -12,13 +12,13 @@
 #include "lpm.h"
 #include "lrm.h"
 #include "param/lrm_impl.h"
+#include "tests/support/library.h"
 
-class ParamTest : public ::testing::Test {
+class ParamTest : public kel_test::StartedLibrary {
  protected:
   void SetUp() override {
-    ctx = lpminit();
-    ASSERT_NE(ctx, nullptr);
-    lem = ctx->lemctx;
+    StartedLibrary::SetUp();
+    if (HasFatalFailure()) return;
     lemces(lem);
     h = lrmini(ctx, nullptr, nullptr);
     ASSERT_NE(h, nullptr);
@@ -29,8 +29,7 @@ class ParamTest : public ::testing::Test {
       EXPECT_EQ(lrm_internal::rec(h)->live_tokens, 0) << "a token record was not freed";
       EXPECT_EQ(lrmtrm(h), 0);
     }
-    lemces(lem);
-    EXPECT_EQ(lpmterm(ctx), 0);
+    StartedLibrary::TearDown();
   }
   static void Collect(void *arg, const char *text, size_t len) {
     static_cast<std::string *>(arg)->append(text, len);
@@ -70,8 +69,6 @@ class ParamTest : public ::testing::Test {
   uint32_t Parse(const std::string &s) { return lrmpst(h, s.data(), s.size()); }
   uint32_t ParseCmd(const std::string &s) { return lrmpas(h, s.data(), s.size()); }
 
-  lcorectx *ctx = nullptr;
-  void *lem = nullptr;
   lrmctx *h = nullptr;
   std::string out;
 };

@@ -24,6 +24,7 @@
 #include "lpm.h"
 #include "sl.h"
 #include "slt.h"
+#include "tests/support/library.h"
 
 namespace {
 
@@ -320,20 +321,18 @@ TEST_F(RwLocks, SameOutcomeAsSharedMutex) {
 
 // --------------------------------------------------------- mutex registry
 
-class Registry : public ::testing::Test {
+class Registry : public kel_test::StartedLibrary {
  protected:
   void SetUp() override {
-    ctx = lpminit();
-    ASSERT_NE(ctx, nullptr);
-    lem = ctx->lemctx;
+    StartedLibrary::SetUp();
+    if (HasFatalFailure()) return;
     reg = ltsrcreate(ctx);
     ASSERT_NE(reg, nullptr);
   }
   void TearDown() override {
     slfaultreset();
-    EXPECT_EQ(ltsrdestroy(reg), 0);
-    lemces(lem);
-    EXPECT_EQ(lpmterm(ctx), 0);
+    if (reg != nullptr) EXPECT_EQ(ltsrdestroy(reg), 0);
+    StartedLibrary::TearDown();
   }
   // The calling thread's newest record, as (message, text argument 2).
   std::pair<int32_t, std::string> newest() {
@@ -345,8 +344,6 @@ class Registry : public ::testing::Test {
     lemces(lem);
     return {msg, text};
   }
-  lcorectx *ctx = nullptr;
-  void *lem = nullptr;
   ltsreg *reg = nullptr;
 };
 
