@@ -5,10 +5,24 @@
 // it made for the token, records the status and raises it (a longjmp), so
 // this file keeps to plain data and heap blocks of the context's heap.
 //
-// Sections: character source, token records, blanks, quoted strings, words,
-// the scanner entry.
+// Blanks are the character set's space class: bytes through the context's
+// tables, characters of a multi-byte set through the set (chars.cpp).
+// Every token records where it starts in the source (aux1) and its line
+// (aux32), for messages.
+//
+// In a parameter file, a line whose first non-blank text is "@name" or
+// "include name" reads another file in its place. The scanner recognises
+// such a line only where a token may start a line: not inside a quoted
+// string (which runs to its closing quote, newlines and all), not inside a
+// list (where a newline is a blank), not after a continuation. It then ends
+// the current input there (token 0) and notes the name; the source reader
+// (sources.cpp) reads the file and goes on after the line.
+//
+// Sections: character source, token records, blanks, includes, quoted
+// strings, words, the scanner entry.
 #include <cstring>
 
+#include "lsf.h"
 #include "param/lrm_impl.h"
 
 using namespace lrm_internal;
@@ -16,7 +30,7 @@ using namespace lrm_internal;
 namespace {
 
 // ------------------------------------------------------- character source
-// Mode 0 peeks, mode 1 consumes; -1 is end of input.
+// Peeking does not consume; -1 is end of input.
 
 inline int peek(const lrmsource &s, size_t ahead = 0) {
   return s.pos + ahead < s.len ? static_cast<uint8_t>(s.buf[s.pos + ahead]) : -1;
@@ -32,16 +46,21 @@ inline int get(lrmsource &s) {
 // ----------------------------------------------------------- token records
 
 // A token record has room for a short text behind it, so that most tokens
-// cost one allocation.
+// cost one allocation; freed records are kept for reuse.
 constexpr size_t kInlineText = 64;
 
 inline char *inline_text(lrmpztok *t) { return reinterpret_cast<char *>(t + 1); }
 
 lrmpztok *new_token(lrmctx_rec *c) {
-  auto *t = static_cast<lrmpztok *>(hmalloc(c, sizeof(lrmpztok) + kInlineText));
-  if (t == nullptr) {
-    perr(c, kNoMemory, LEM_ARG_TEXT, "allocating a token", LEM_ARG_END);
-    raise(c, kNoMemory);
+  lrmpztok *t;
+  if (c->ncache > 0) {
+    t = c->cache[--c->ncache];
+  } else {
+    t = static_cast<lrmpztok *>(hmalloc(c, sizeof(lrmpztok) + kInlineText));
+    if (t == nullptr) {
+      report(c, kNoMemory, {"allocating a token"}, c->src.buf + c->src.pos, c->lastkey);
+      raise(c, kNoMemory);
+    }
   }
   memset(t, 0, sizeof *t);
   c->live_tokens++;
@@ -52,99 +71,110 @@ void free_token(lrmctx_rec *c, lrmpztok *t) {
   if (t == nullptr) return;
   c->live_tokens--;
   if (t->text != inline_text(t)) hfree(c, t->text);
-  hfree(c, t);
+  if (c->ncache < kTokenCache)
+    c->cache[c->ncache++] = t;
+  else
+    hfree(c, t);
 }
 
-// A growing text buffer in the context heap.
-struct textbuf {
-  char *p;
-  size_t n, cap;
-};
+}  // namespace
 
-void buf_put(lrmctx_rec *c, lrmpztok *t, textbuf &b, char ch, size_t step) {
-  if (b.n + 1 >= b.cap) {
-    size_t ncap = b.cap + (step != 0 ? step : b.cap);
-    char *np = static_cast<char *>(hmalloc(c, ncap));
-    if (np == nullptr) {
-      hfree(c, b.p);
-      free_token(c, t);
-      perr(c, kNoMemory, LEM_ARG_TEXT, "collecting a token's text", LEM_ARG_END);
-      raise(c, kNoMemory);
-    }
-    memcpy(np, b.p, b.n);
-    hfree(c, b.p);
-    b.p = np;
-    b.cap = ncap;
+lrmpztok *lrm_internal::copy_token(lrmctx_rec *c, const lrmpztok *tok) {
+  const char *text = tok->text != nullptr ? tok->text : "";
+  size_t n = strlen(text);
+  auto *t = static_cast<lrmpztok *>(hmalloc(c, sizeof(lrmpztok) + kInlineText));
+  char *p = t == nullptr ? nullptr : n < kInlineText ? inline_text(t) : static_cast<char *>(hmalloc(c, n + 1));
+  if (p == nullptr) {
+    hfree(c, t);
+    return nullptr;
   }
-  b.p[b.n++] = ch;
+  *t = *tok;
+  t->refs = 0;
+  memcpy(p, text, n + 1);
+  t->text = p;
+  c->live_tokens++;
+  return t;
 }
 
-void buf_start(lrmctx_rec *c, lrmpztok *t, textbuf &b, size_t cap) {
-  b.n = 0;
-  b.cap = cap;
-  b.p = static_cast<char *>(hmalloc(c, cap));
-  if (b.p == nullptr) {
-    free_token(c, t);
-    perr(c, kNoMemory, LEM_ARG_TEXT, "collecting a token's text", LEM_ARG_END);
-    raise(c, kNoMemory);
-  }
+namespace {
+
+[[noreturn]] void fail(lrmctx_rec *c, lrmpztok *t, uint32_t status, std::initializer_list<std::string_view> own,
+                       const char *at) {
+  free_token(c, t);
+  report(c, status, own, at, c->lastkey);
+  raise(c, status);
+}
+
+char *text_buffer(lrmctx_rec *c, lrmpztok *t, size_t n) {
+  char *p = n < kInlineText ? inline_text(t) : static_cast<char *>(hmalloc(c, n + 1));
+  if (p == nullptr) fail(c, t, kNoMemory, {"collecting a token's text"}, static_cast<const char *>(t->aux1));
+  return p;
 }
 
 void set_text(lrmctx_rec *c, lrmpztok *t, const char *s, size_t n) {
-  t->text = n < kInlineText ? inline_text(t) : static_cast<char *>(hmalloc(c, n + 1));
-  if (t->text == nullptr) {
-    free_token(c, t);
-    perr(c, kNoMemory, LEM_ARG_TEXT, "copying a token's text", LEM_ARG_END);
-    raise(c, kNoMemory);
-  }
-  memcpy(t->text, s, n);
-  t->text[n] = '\0';
+  char *p = text_buffer(c, t, n);
+  memcpy(p, s, n);
+  p[n] = '\0';
+  t->text = p;
 }
 
 // ------------------------------------------------------------------ blanks
 
-inline bool is_blank(const lrmctx_rec *c, int ch) { return ch >= 0 && c->blank[ch]; }
+inline size_t blank_len(const lrmctx_rec *c, const lrmsource &s, size_t pos) {
+  if (pos >= s.len) return 0;
+  const auto b = static_cast<uint8_t>(s.buf[pos]);
+  if (b < 0x80 || c->bytewise) return c->blank[b];
+  return blank_at(c, s.buf + pos, s.len - pos);
+}
 
 // Is the backslash at the current position a line continuation: followed by
 // blanks up to and including a newline?
 bool continuation_at(const lrmctx_rec *c, const lrmsource &s) {
-  for (size_t k = 1;; k++) {
-    int ch = peek(s, k);
-    if (ch == '\n') return true;
-    if (!is_blank(c, ch)) return false;
+  for (size_t k = s.pos + 1;;) {
+    if (k < s.len && s.buf[k] == '\n') return true;
+    size_t n = blank_len(c, s, k);
+    if (n == 0) return false;
+    k += n;
   }
 }
 
 // Skips a continuation (the backslash through the newline).
-void skip_continuation(lrmsource &s) {
-  while (get(s) != '\n') {
+void skip_continuation(lrmctx_rec *c) {
+  while (get(c->src) != '\n') {
   }
+  c->bol = 0;
 }
 
-// Skips blanks and continuations; true when a newline was crossed.
-bool skip_blanks(lrmctx_rec *c, lrmpztok *t, bool commas_checked) {
+// Skips blanks and continuations, noting the start of a line; with
+// `commas` a comma where none may stand is an error. True when a newline
+// was crossed.
+bool skip_blanks(lrmctx_rec *c, lrmpztok *t, bool commas) {
   lrmsource &s = c->src;
   bool newline = false;
   for (;;) {
+    size_t n = blank_len(c, s, s.pos);
+    if (n > 0) {
+      if (s.buf[s.pos] == '\n') {
+        s.line++;
+        newline = true;
+        c->bol = 1;
+      }
+      s.pos += n;
+      continue;
+    }
     int ch = peek(s);
-    if (ch < 0) return newline;
-    if (is_blank(c, ch)) {
-      get(s);
-      if (ch == '\n') newline = true;
-      continue;
-    }
     if (ch == '\\' && continuation_at(c, s)) {
-      skip_continuation(s);
+      skip_continuation(c);
       continue;
     }
-    if (ch == ',' && commas_checked) {
+    if (ch == ',' && commas) {
       if ((c->options & LRM_OPT_COMMA) || c->depth > 0) {
         get(s);
         continue;
       }
       free_token(c, t);
       perr(c, kCommaQuoted, LEM_ARG_TEXT, ",", LEM_ARG_END);
-      perr(c, kCommaNotAllowed, LEM_ARG_END);
+      report(c, kCommaNotAllowed, {}, s.buf + s.pos, c->lastkey);
       raise(c, kCommaNotAllowed);
     }
     return newline;
@@ -156,56 +186,101 @@ bool comments_on(const lrmctx_rec *c) { return c->src.kind == 2 || (c->options &
 // After a value: skip blanks and note whether a kept comment follows on the
 // same line.
 void after_value(lrmctx_rec *c) {
+  bool newline = skip_blanks(c, nullptr, false);
+  if (peek(c->src) == '#' && (c->options & LRM_OPT_COMMENTS) && !newline) c->comment_follows = 1;
+}
+
+// ---------------------------------------------------------------- includes
+
+// At the start of a line of a file outside lists: is this an include line?
+// If so, consume it up to its newline and note the name.
+bool include_line(lrmctx_rec *c) {
   lrmsource &s = c->src;
-  bool newline = false;
-  for (;;) {
-    int ch = peek(s);
-    if (is_blank(c, ch)) {
-      get(s);
-      if (ch == '\n') newline = true;
-      continue;
-    }
-    if (ch == '\\' && continuation_at(c, s)) {
-      skip_continuation(s);
-      continue;
-    }
-    break;
+  size_t p = s.pos;
+  if (s.buf[p] == '@') {
+    p++;
+  } else if (s.len - p > 8 && memcmp(s.buf + p, "include", 7) == 0 && (s.buf[p + 7] == ' ' || s.buf[p + 7] == '\t')) {
+    p += 8;
+  } else {
+    return false;
   }
-  if (peek(s) == '#' && (c->options & LRM_OPT_COMMENTS) && !newline) c->comment_follows = 1;
+  size_t eol = p;
+  while (eol < s.len && s.buf[eol] != '\n') eol++;
+  size_t q = p;
+  for (size_t n; q < eol && (n = blank_len(c, s, q)) > 0;) q += n;
+  // "include = x" sets a parameter named include.
+  if (q < eol && s.buf[p - 1] != '@' && s.buf[q] == '=') return false;
+  size_t end = eol;
+  while (end > q) {
+    // Trailing blanks: step back over whole characters.
+    size_t k = end - 1;
+    while (k > q && !c->bytewise && (static_cast<uint8_t>(s.buf[k]) & 0xC0) == 0x80) k--;
+    if (blank_len(c, s, k) != end - k) break;
+    end = k;
+  }
+  if (end - q >= 2 && (s.buf[q] == '"' || s.buf[q] == '\'') && s.buf[end - 1] == s.buf[q]) {
+    q++;
+    end--;
+  }
+  if (end <= q) return false;
+  c->include_at = s.buf + s.pos;
+  c->include_name = s.buf + q;
+  c->include_len = end - q;
+  c->include_seen = 1;
+  s.pos = eol;
+  return true;
 }
 
 // ---------------------------------------------------------- quoted strings
+// Two passes: the first finds the closing quote and the text's length, the
+// second copies the text into a buffer of that size, so a long string costs
+// no regrowing.
 
 void scan_quoted(lrmctx_rec *c, lrmpztok *t) {
   lrmsource &s = c->src;
-  int q = get(s);
-  textbuf b;
-  buf_start(c, t, b, 100);
+  const char *open = s.buf + s.pos;
+  const char q = s.buf[s.pos];
+  size_t start = s.pos + 1, k = start, n = 0;
   for (;;) {
-    int ch = get(s);
-    if (ch < 0) {
-      char shown[16];
-      size_t n = b.n < 10 ? b.n : 10;
-      shown[0] = static_cast<char>(q);
-      memcpy(shown + 1, b.p, n);
-      shown[n + 1] = '\0';
-      hfree(c, b.p);
-      free_token(c, t);
-      perr(c, kUnterminatedString, LEM_ARG_TEXT, shown, LEM_ARG_END);
-      raise(c, kUnterminatedString);
+    if (k >= s.len) {
+      char head[16];
+      size_t m = s.len - start < 10 ? s.len - start : 10;
+      head[0] = q;
+      memcpy(head + 1, s.buf + start, m);
+      fail(c, t, kUnterminatedString, {std::string_view(head, m + 1)}, open);
     }
+    char ch = s.buf[k];
     if (ch == q) {
-      if (peek(s) != q) break;
-      get(s);
-    } else if (ch == '\\' && peek(s) == '\n') {
-      get(s);
+      if (k + 1 >= s.len || s.buf[k + 1] != q) break;
+      k += 2;
+    } else if (ch == '\\' && k + 1 < s.len && s.buf[k + 1] == '\n') {
+      k += 2;
       continue;
+    } else {
+      k++;
     }
-    buf_put(c, t, b, static_cast<char>(ch), 100);
+    n++;
   }
-  b.p[b.n] = '\0';
-  t->text = b.p;
+  char *p = text_buffer(c, t, n);
+  size_t w = 0;
+  for (size_t i = start; i < k;) {
+    char ch = s.buf[i];
+    if (ch == '\n') s.line++;
+    if (ch == q) {
+      i += 2;
+    } else if (ch == '\\' && s.buf[i + 1] == '\n') {
+      s.line++;
+      i += 2;
+      continue;
+    } else {
+      i++;
+    }
+    p[w++] = ch;
+  }
+  p[n] = '\0';
+  t->text = p;
   t->code = LRM_TK_QUOTED;
+  s.pos = k + 1;
   after_value(c);
 }
 
@@ -216,8 +291,12 @@ bool escapable(int ch) {
          ch == '\\';
 }
 
-bool ends_word(const lrmctx_rec *c, int ch) {
-  if (ch < 0 || is_blank(c, ch)) return true;
+// Does the character at s.buf[k] end a word?
+bool ends_word(const lrmctx_rec *c, const lrmsource &s, size_t k) {
+  if (k >= s.len) return true;
+  int ch = static_cast<uint8_t>(s.buf[k]);
+  if (ch >= 0x80 && !c->bytewise) return blank_at(c, s.buf + k, s.len - k) > 0;
+  if (c->blank[ch]) return true;
   switch (ch) {
     case '(':
     case '"':
@@ -234,51 +313,64 @@ bool ends_word(const lrmctx_rec *c, int ch) {
   }
 }
 
+// A key met in the source, for messages about what follows it.
+void note_key(lrmctx_rec *c, const char *name, size_t len) {
+  memcpy(c->prevkey, c->lastkey, sizeof c->prevkey);
+  if (len > kKeyShown) len = kKeyShown;
+  memcpy(c->lastkey, name, len);
+  c->lastkey[len] = '\0';
+}
+
 void scan_word(lrmctx_rec *c, lrmpztok *t) {
   lrmsource &s = c->src;
   // Most words are short and plain: take them straight from the source.
   size_t start = s.pos, k = start;
-  while (k < s.len) {
-    int ch = static_cast<uint8_t>(s.buf[k]);
-    if (ch == '\\' || ends_word(c, ch)) break;
-    k++;
-  }
+  while (k < s.len && s.buf[k] != '\\' && !ends_word(c, s, k)) k++;
   if (k >= s.len || s.buf[k] != '\\') {
     set_text(c, t, s.buf + start, k - start);
     s.pos = k;
   } else {
-    textbuf b;
-    buf_start(c, t, b, k - start + 32);
-    memcpy(b.p, s.buf + start, k - start);
-    b.n = k - start;
+    // Escapes and continuations: collect into a buffer that doubles.
+    size_t cap = k - start + 32, w = k - start;
+    char *p = static_cast<char *>(hmalloc(c, cap));
+    if (p == nullptr) fail(c, t, kNoMemory, {"collecting a token's text"}, s.buf + start);
+    memcpy(p, s.buf + start, w);
     s.pos = k;
     for (;;) {
       int ch = peek(s);
       if (ch == '\\') {
         int nx = peek(s, 1);
         if (escapable(nx)) {
-          get(s);
-          get(s);
-          buf_put(c, t, b, static_cast<char>(nx), 0);
+          s.pos++;
+        } else if (continuation_at(c, s)) {
+          skip_continuation(c);
           continue;
         }
-        if (continuation_at(c, s)) {
-          skip_continuation(s);
-          continue;
-        }
-      } else if (ends_word(c, ch)) {
+      } else if (ends_word(c, s, s.pos)) {
         break;
       }
-      get(s);
-      buf_put(c, t, b, static_cast<char>(ch), 0);
+      if (w + 1 >= cap) {
+        char *np = static_cast<char *>(hmalloc(c, cap * 2));
+        if (np == nullptr) {
+          hfree(c, p);
+          fail(c, t, kNoMemory, {"collecting a token's text"}, s.buf + start);
+        }
+        memcpy(np, p, w);
+        hfree(c, p);
+        p = np;
+        cap *= 2;
+      }
+      p[w++] = static_cast<char>(get(s));
     }
-    b.p[b.n] = '\0';
-    t->text = b.p;
+    p[w] = '\0';
+    t->text = p;
   }
+  size_t len = strlen(t->text);
   if (c->dash_seen) {
     c->dash_seen = 0;
     uint8_t type = 0;
-    uint32_t st = lrmckv(reinterpret_cast<lrmctx *>(c), t->text, strlen(t->text), &type);
+    note_key(c, t->text, len);
+    uint32_t st = check_option(c, t->text, len, s.buf + start, &type);
     if (st != 0) {
       free_token(c, t);
       raise(c, st);
@@ -292,9 +384,18 @@ void scan_word(lrmctx_rec *c, lrmpztok *t) {
   if (peek(s) == '=') {
     t->code = LRM_TK_ID;
     c->comment_follows = 0;
+    note_key(c, t->text, len);
   } else {
     t->code = LRM_TK_STRING;
   }
+}
+
+lrmpztok *punctuation(lrmctx_rec *c, lrmpztok *t, uint16_t code) {
+  t->code = code;
+  t->text = inline_text(t);
+  t->text[0] = static_cast<char>(get(c->src));
+  t->text[1] = '\0';
+  return t;
 }
 
 lrmpztok *scan(lrmctx_rec *c) {
@@ -305,64 +406,55 @@ lrmpztok *scan(lrmctx_rec *c) {
   for (;;) {
     skip_blanks(c, t, true);
     t->aux32 = s.line;
+    t->aux1 = const_cast<char *>(s.buf + s.pos);
     int ch = peek(s);
     if (ch < 0) {
       t->code = LRM_TK_END;
       set_text(c, t, "", 0);
       return t;
     }
-    char one[2] = {static_cast<char>(ch), '\0'};
+    const bool bol = c->bol != 0;
+    c->bol = 0;
+    if (bol && s.kind == 2 && c->depth == 0 && (ch == '@' || ch == 'i') && include_line(c)) {
+      t->code = LRM_TK_END;
+      set_text(c, t, "", 0);
+      return t;
+    }
     switch (ch) {
       case '=':
-        get(s);
-        t->code = LRM_TK_EQUAL;
-        set_text(c, t, one, 1);
-        return t;
+        return punctuation(c, t, LRM_TK_EQUAL);
       case '(':
-        if (c->depth == 255) {
-          // The depth is eight bits: deeper lists are refused, which also
-          // bounds the recursion of storing them.
-          free_token(c, t);
-          perr(c, kSyntaxError, LEM_ARG_TEXT, "\"(\" (lists nested too deeply)", LEM_ARG_TEXT, s.name,
-               LEM_ARG_NUM, static_cast<int64_t>(s.line), LEM_ARG_END);
-          raise(c, kSyntaxError);
-        }
-        get(s);
+        // The depth is eight bits: deeper lists are refused, which also
+        // bounds the recursion of storing them.
+        if (c->depth == 255) fail(c, t, kSyntaxError, {"\"(\" (lists nested too deeply)"}, s.buf + s.pos);
         c->depth++;
-        t->code = LRM_TK_LPAREN;
-        set_text(c, t, one, 1);
-        return t;
+        return punctuation(c, t, LRM_TK_LPAREN);
       case ')':
-        get(s);
         if (c->depth > 0) c->depth--;
-        t->code = LRM_TK_RPAREN;
-        set_text(c, t, one, 1);
-        return t;
+        return punctuation(c, t, LRM_TK_RPAREN);
       case '#':
         if (!comments_on(c)) break;
         get(s);
         if ((c->options & LRM_OPT_COMMENTS) && comment_follows) {
           size_t start = s.pos;
-          while (peek(s) >= 0 && peek(s) != '\n') get(s);
+          const void *nl = memchr(s.buf + start, '\n', s.len - start);
+          s.pos = nl != nullptr ? static_cast<size_t>(static_cast<const char *>(nl) - s.buf) : s.len;
           // The text is NUL-terminated: a NUL byte ends it.
           const void *nul = memchr(s.buf + start, '\0', s.pos - start);
           size_t end = nul != nullptr ? static_cast<size_t>(static_cast<const char *>(nul) - s.buf) : s.pos;
           // Trailing blanks (a CR of a CRLF line among them) are no part of it.
-          while (end > start && is_blank(c, static_cast<uint8_t>(s.buf[end - 1]))) end--;
+          while (end > start && c->blank[static_cast<uint8_t>(s.buf[end - 1])]) end--;
           t->code = LRM_TK_COMMENT;
           set_text(c, t, s.buf + start, end - start);
           return t;
         }
-        while (peek(s) >= 0 && peek(s) != '\n') get(s);
+        while (peek(s) >= 0 && peek(s) != '\n') s.pos++;
         comment_follows = false;
         continue;
       case '-':
         if ((s.kind == 1 || s.kind == 3) && !(peek(s, 1) >= '0' && peek(s, 1) <= '9')) {
-          get(s);
           c->dash_seen = 1;
-          t->code = LRM_TK_DASH;
-          set_text(c, t, one, 1);
-          return t;
+          return punctuation(c, t, LRM_TK_DASH);
         }
         break;
       case '"':

@@ -1,0 +1,154 @@
+// The character set's rules as the parameter manager applies them: blanks,
+// case-insensitive names, upper-cased values, columns.
+//
+// A single-byte set is all in the byte tables of the context (made from the
+// set's classes when it opens). In a multi-byte set (UTF-8 in Unicode mode)
+// an ASCII byte is a character of its own and the tables serve it too;
+// anything else is read as one character of the set (lxmdecx) and its class
+// and case asked of the set. Bytes that are no character of the set stand
+// for themselves: no blank, no case.
+#include <cstring>
+
+#include "param/lrm_impl.h"
+
+namespace lrm_internal {
+
+namespace {
+
+// A code outside every character set for a byte that is no character.
+constexpr uint32_t kStray = 0x110000;
+
+// The character at s[*i] (n bytes in all), upper-cased when fold; advances *i.
+inline uint32_t next_char(const lrmctx_rec *c, const char *s, size_t n, size_t *i, bool fold) {
+  const auto b = static_cast<uint8_t>(s[*i]);
+  if (c->bytewise || b < 0x80) {
+    (*i)++;
+    return fold ? c->upper[b] : b;
+  }
+  uint32_t u = 0;
+  int32_t k = lxmdecx(c->env, s + *i, n - *i, &u);
+  if (k <= 0) {
+    (*i)++;
+    return kStray + b;
+  }
+  *i += static_cast<size_t>(k);
+  return fold ? lxmtupx(c->env, u) : u;
+}
+
+inline bool folding(const lrmctx_rec *c) { return c->set == nullptr || !(c->set->flags & LRM_KS_CASE); }
+
+// Compares a and b character by character; the result as name_match.
+int32_t match(const lrmctx_rec *c, const char *key, size_t keylen, const char *given, size_t glen, bool fold) {
+  if (!fold || c->bytewise) {
+    if (glen > keylen) return 0;
+    if (!fold) {
+      if (memcmp(key, given, glen) != 0) return 0;
+    } else {
+      for (size_t i = 0; i < glen; i++)
+        if (c->upper[static_cast<uint8_t>(key[i])] != c->upper[static_cast<uint8_t>(given[i])]) return 0;
+    }
+    return glen == keylen ? 2 : 1;
+  }
+  size_t i = 0, j = 0;
+  while (j < glen) {
+    if (i >= keylen) return 0;
+    if (next_char(c, key, keylen, &i, true) != next_char(c, given, glen, &j, true)) return 0;
+  }
+  return i == keylen ? 2 : 1;
+}
+
+}  // namespace
+
+size_t blank_at(const lrmctx_rec *c, const char *p, size_t n) {
+  if (n == 0) return 0;
+  const auto b = static_cast<uint8_t>(*p);
+  if (c->bytewise || b < 0x80) return c->blank[b];
+  uint32_t u = 0;
+  int32_t k = lxmdecx(c->env, p, n, &u);
+  return k > 0 && lxmspax(c->env, u) ? static_cast<size_t>(k) : 0;
+}
+
+int32_t name_match(const lrmctx_rec *c, const char *key, size_t keylen, const char *given, size_t glen) {
+  return match(c, key, keylen, given, glen, folding(c));
+}
+
+bool names_equal(const lrmctx_rec *c, const char *a, size_t alen, const char *b, size_t blen) {
+  if (alen == blen && memcmp(a, b, alen) == 0) return true;
+  return match(c, a, alen, b, blen, folding(c)) == 2;
+}
+
+bool words_equal(const lrmctx_rec *c, const char *a, size_t alen, const char *b, size_t blen) {
+  return match(c, a, alen, b, blen, true) == 2;
+}
+
+int32_t names_order(const lrmctx_rec *c, const char *a, const char *b) {
+  size_t an = strlen(a), bn = strlen(b), i = 0, j = 0;
+  while (i < an && j < bn) {
+    uint32_t x = next_char(c, a, an, &i, true), y = next_char(c, b, bn, &j, true);
+    if (x != y) return x < y ? -1 : 1;
+  }
+  return i < an ? 1 : j < bn ? -1 : 0;
+}
+
+uint32_t name_hash(const lrmctx_rec *c, const char *qual, size_t quallen, const char *s, size_t n) {
+  // FNV-1a over the characters as compared: folded, unless the set is
+  // case-sensitive; a multi-byte character mixes in its code.
+  const bool fold = folding(c);
+  uint32_t h = 2166136261u;
+  auto mix = [&](const char *t, size_t len) {
+    if (!fold) {
+      for (size_t i = 0; i < len; i++) h = (h ^ static_cast<uint8_t>(t[i])) * 16777619u;
+      return;
+    }
+    for (size_t i = 0; i < len;) {
+      uint32_t u = next_char(c, t, len, &i, true);
+      h = (h ^ (u & 0xFF)) * 16777619u;
+      if (u > 0xFF) h = (h ^ (u >> 8)) * 16777619u;
+    }
+  };
+  mix(qual, quallen);
+  h = (h ^ 0xFFu) * 16777619u;
+  mix(s, n);
+  return h;
+}
+
+void upper_text(const lrmctx_rec *c, char *s, size_t n) {
+  if (c->bytewise) {
+    for (size_t i = 0; i < n; i++) s[i] = static_cast<char>(c->upper[static_cast<uint8_t>(s[i])]);
+    return;
+  }
+  for (size_t i = 0; i < n;) {
+    size_t at = i;
+    uint32_t u = next_char(c, s, n, &i, false);
+    if (u < 0x80) {
+      s[at] = static_cast<char>(c->upper[u]);
+      continue;
+    }
+    uint32_t up = u < kStray ? lxmtupx(c->env, u) : u;
+    if (up == u || up > 0xFFFF) continue;
+    // The upper case in the set's own bytes; kept only when it takes the
+    // place of the lower case exactly, so the text keeps its length.
+    const char unit[2] = {static_cast<char>(up >> 8), static_cast<char>(up & 0xFF)};
+    char enc[8];
+    int64_t m = lxgcnv(enc, sizeof enc, c->csid, unit, 2, LX_CSID_AL16UTF16);
+    if (m == static_cast<int64_t>(i - at)) memcpy(s + at, enc, static_cast<size_t>(m));
+  }
+}
+
+uint32_t first_char(const lrmctx_rec *c, const char *text, size_t len) {
+  if (len == 0) return 0;
+  size_t i = 0;
+  return next_char(c, text, len, &i, false);
+}
+
+int32_t column_of(const lrmctx_rec *c, const char *buf, const char *at) {
+  const char *p = at;
+  while (p > buf && p[-1] != '\n') p--;
+  if (c->bytewise) return static_cast<int32_t>(at - p) + 1;
+  int32_t col = 1;
+  size_t n = static_cast<size_t>(at - p);
+  for (size_t i = 0; i < n; col++) next_char(c, p, n, &i, false);
+  return col;
+}
+
+}  // namespace lrm_internal
