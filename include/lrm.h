@@ -364,8 +364,10 @@ KELAPI void lrmpufree(lrmctx *h, void *p);
 #define LRM_TK_COMMENT   264
 
 /* A token record. The scanner puts the source line of the token's first
- * character in aux32 and a pointer to that character in the source text in
- * aux1 (valid while the source is read); the other aux fields are 0. `text` is a NUL-terminated copy of the token's text
+ * character in aux32, a pointer to that character in the source text in
+ * aux1, the length of `text` in bytes in aux2 (as an integer), and in aux3 a
+ * pointer to the text in the source when it stands there as it is (else
+ * null); the pointers are valid while the source is read. aux16 is 0. `text` is a NUL-terminated copy of the token's text
  * in the context's inside character set (UTF-8 in Unicode mode). */
 typedef struct lrmpztok {
   uint16_t code;

@@ -90,26 +90,140 @@ int32_t names_order(const lrmctx_rec *c, const char *a, const char *b) {
   return i < an ? 1 : j < bn ? -1 : 0;
 }
 
-uint32_t name_hash(const lrmctx_rec *c, const char *qual, size_t quallen, const char *s, size_t n) {
-  // FNV-1a over the characters as compared: folded, unless the set is
-  // case-sensitive; a multi-byte character mixes in its code.
-  const bool fold = folding(c);
-  uint32_t h = 2166136261u;
-  auto mix = [&](const char *t, size_t len) {
-    if (!fold) {
-      for (size_t i = 0; i < len; i++) h = (h ^ static_cast<uint8_t>(t[i])) * 16777619u;
+namespace {
+
+// Upper-cases the eight ASCII bytes of w (a-z to A-Z), as every ASCII-based
+// set folds them.
+inline uint64_t fold_ascii8(uint64_t w) {
+  constexpr uint64_t kOnes = 0x0101010101010101ull;
+  const uint64_t from_a = w + (0x80 - 'a') * kOnes;      // high bit: >= 'a'
+  const uint64_t past_z = w + (0x80 - 'z' - 1) * kOnes;  // high bit: > 'z'
+  return w - (((from_a & ~past_z) & (0x80 * kOnes)) >> 2);
+}
+
+// The k (1 to 8) bytes at p as the low bytes of a word, little-endian. Whole
+// loads that overlap where k is not a power of two: a word put together
+// byte by byte in memory and read back whole stalls the processor.
+inline uint64_t load(const char *p, size_t k) {
+  const auto *b = reinterpret_cast<const uint8_t *>(p);
+  if (k >= 4) {
+    uint32_t lo, hi;
+    memcpy(&lo, b, 4);
+    memcpy(&hi, b + k - 4, 4);
+    if (k == 8) {
+      uint64_t w;
+      memcpy(&w, b, 8);
+      return w;
+    }
+    return lo | (static_cast<uint64_t>(hi) << (8 * (k - 4)));
+  }
+  return b[0] | (static_cast<uint64_t>(b[k >> 1]) << (8 * (k >> 1))) | (static_cast<uint64_t>(b[k - 1]) << (8 * (k - 1)));
+}
+
+// Hashes the characters of names as they compare: a stream of bytes, eight
+// at a time, in which a character below 0x80 is its folded byte and any
+// other its folded code in four bytes with the high bit set.
+struct Hasher {
+  uint64_t h = 0x9E3779B97F4A7C15ull;
+  uint64_t acc = 0;
+  int n = 0;
+
+  void mix(uint64_t w) {
+    h = (h ^ w) * 0xFF51AFD7ED558CCDull;
+    h = (h << 31) | (h >> 33);
+  }
+  void byte(uint8_t b) {
+    acc |= static_cast<uint64_t>(b) << (8 * n);
+    if (++n == 8) {
+      mix(acc);
+      acc = 0;
+      n = 0;
+    }
+  }
+  void text(const lrmctx_rec *c, const char *s, size_t len, bool fold) {
+    size_t i = 0;
+    while (i < len) {
+      if (n == 0) {
+        // Eight bytes at a time; the last few as one partial word.
+        size_t k = len - i < 8 ? len - i : 8;
+        uint64_t w = load(s + i, k);
+        if (k < 8) {
+          if (fold && (w & 0x8080808080808080ull) != 0) goto one;
+          acc = fold ? fold_ascii8(w) : w;
+          n = static_cast<int>(k);
+          return;
+        }
+        if (!fold) {
+          mix(w);
+          i += 8;
+          continue;
+        }
+        if ((w & 0x8080808080808080ull) == 0) {
+          mix(fold_ascii8(w));
+          i += 8;
+          continue;
+        }
+      }
+    one:
+      if (!fold) {
+        byte(static_cast<uint8_t>(s[i++]));
+        continue;
+      }
+      uint32_t u = next_char(c, s, len, &i, true);
+      if (u < 0x80 || (c->bytewise && u < 0x100)) {
+        byte(static_cast<uint8_t>(u));
+      } else {
+        for (int k = 3; k >= 0; k--) byte(static_cast<uint8_t>(0x80 | (u >> (7 * k))));
+      }
+    }
+  }
+  // Ends a text: its last partial word, marked with its length.
+  void flush() {
+    mix(acc | (static_cast<uint64_t>(n) << 60) | (1ull << 63));
+    acc = 0;
+    n = 0;
+  }
+  // The high half of a product, which every bit of the state reaches.
+  uint32_t finish() const { return static_cast<uint32_t>(((h ^ (h >> 32)) * 0xC4CEB9FE1A85EC53ull) >> 32); }
+};
+
+}  // namespace
+
+namespace {
+
+// One text into the hash and its end, as Hasher::text and flush do it: word
+// by word when every byte is ASCII (the usual case), else through Hasher.
+void hash_text(const lrmctx_rec *c, Hasher &hs, const char *s, size_t len, bool fold) {
+  constexpr uint64_t kHigh = 0x8080808080808080ull;
+  size_t i = 0;
+  for (; i + 8 <= len; i += 8) {
+    uint64_t w;
+    memcpy(&w, s + i, 8);
+    if (fold && (w & kHigh) != 0) break;
+    hs.mix(fold ? fold_ascii8(w) : w);
+  }
+  if (i + 8 > len) {
+    const size_t k = len - i;
+    const uint64_t w = k > 0 ? load(s + i, k) : 0;
+    if (!fold || (w & kHigh) == 0) {
+      hs.acc = fold ? fold_ascii8(w) : w;
+      hs.n = static_cast<int>(k);
+      hs.flush();
       return;
     }
-    for (size_t i = 0; i < len;) {
-      uint32_t u = next_char(c, t, len, &i, true);
-      h = (h ^ (u & 0xFF)) * 16777619u;
-      if (u > 0xFF) h = (h ^ (u >> 8)) * 16777619u;
-    }
-  };
-  mix(qual, quallen);
-  h = (h ^ 0xFFu) * 16777619u;
-  mix(s, n);
-  return h;
+  }
+  hs.text(c, s + i, len - i, fold);
+  hs.flush();
+}
+
+}  // namespace
+
+uint32_t name_hash(const lrmctx_rec *c, const char *qual, size_t quallen, const char *s, size_t n) {
+  const bool fold = folding(c);
+  Hasher hs;
+  hash_text(c, hs, qual, quallen, fold);
+  hash_text(c, hs, s, n, fold);
+  return hs.finish();
 }
 
 void upper_text(const lrmctx_rec *c, char *s, size_t n) {

@@ -278,6 +278,18 @@ KELAPI lrmctx *lrminiu(lcorectx *ctx, const lxenv *charset, uint32_t flags, lrmi
   // like a blank.
   static const unsigned char kBlanks[] = {'\n', '\r', '\t', ' ', '\0'};
   for (unsigned char b : kBlanks) c->blank[b] = 1;
+  for (uint32_t b = 0; b < 256; b++) {
+    uint8_t k = c->blank[b] ? kClsBlank : 0;
+    if (b == '(' || b == '"' || b == '\'' || b == '=' || b == ',') k |= kClsStop;
+    if (b == ')') k |= kClsClose;
+    if (b == '#') k |= kClsHash;
+    if (b == '\\') k |= kClsBackslash;
+    if (b >= 0x80 && !c->bytewise) k |= kClsHigh;
+    c->cls[b] = k;
+  }
+  c->plainfast = true;
+  for (uint32_t b = 0x2D; b <= 0x7E; b++)
+    if (b != '=' && b != '\\' && c->cls[b] != 0) c->plainfast = false;
   c->lsf = lpmloadpkg(ctx, "lsf");
   if (c->lsf == nullptr) {
     free_context(c);

@@ -217,7 +217,8 @@ const char *bool_text(const lrmctx_rec *c, bool v) {
 void dump(lrmctx_rec *c, const dumper &d) {
   // Positional values first: they must come before any setting.
   for (int pass = 0; pass < 2; pass++) {
-    for (lrmentry *e = c->head; e != nullptr; e = e->next) {
+    for (uint32_t k = 0; k < c->nentries; k++) {
+      const lrmentry *e = c->entries[k];
       bool positional = e->namelen == 0 && e->qual == nullptr;
       if (positional != (pass == 0)) continue;
       for (uint32_t i = e->base; i < e->count; i++) {

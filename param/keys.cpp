@@ -11,13 +11,17 @@ namespace lrm_internal {
 const char *const kBuiltinNames[kBuiltins] = {"help", "usage", "?", "version"};
 
 bool split_qualified(const char *s, size_t n, size_t *colon) {
-  for (size_t i = n; i-- > 1;) {
-    if (s[i] == ':' && i + 1 < n) {
-      *colon = i;
-      return true;
-    }
+  // The last colon that is neither first nor last.
+  if (n < 3) return false;
+  const char *last = nullptr;
+  for (const char *p = s + 1, *end = s + n - 1; p < end; p++) {
+    p = static_cast<const char *>(memchr(p, ':', static_cast<size_t>(end - p)));
+    if (p == nullptr) break;
+    last = p;
   }
-  return false;
+  if (last == nullptr) return false;
+  *colon = static_cast<size_t>(last - s);
+  return true;
 }
 
 uint32_t resolve(lrmctx_rec *c, const char *name, size_t len, int32_t *idx) {
@@ -48,10 +52,14 @@ uint32_t resolve(lrmctx_rec *c, const char *name, size_t len, int32_t *idx) {
     *idx = found;
     return 0;
   }
-  for (int b = 0; b < kBuiltins; b++) {
+  // Every built-in name starts with one of these; most names do not.
+  const char first = static_cast<char>(len > 0 ? name[0] | 0x20 : 0);
+  const bool maybe_builtin = first == 'h' || first == 'u' || first == '?' || first == 'v';
+  for (int b = 0; maybe_builtin && b < kBuiltins; b++) {
     if (b <= kQuestion && (flags & LRM_KS_NOHELP)) continue;
     if (b == kVersion && (flags & LRM_KS_NOVERSION)) continue;
-    size_t bl = strlen(kBuiltinNames[b]);
+    static constexpr size_t kLengths[kBuiltins] = {4, 5, 1, 7};
+    size_t bl = kLengths[b];
     if (len == 0 || len > bl) continue;
     if (len == bl || (flags & LRM_KS_ABBREV)) {
       // Built-in names compare case-insensitively in any set.

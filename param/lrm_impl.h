@@ -13,6 +13,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
 #include <string_view>
 
@@ -41,8 +42,6 @@ struct lrmval {
 // The visible occurrences are vals[base .. count); base is 0 outside a call
 // (see the journal in values.cpp).
 struct lrmentry {
-  lrmentry *next;     // storage order
-  lrmentry *hnext;    // hash chain
   uint32_t hash;
   char *qual;         // null: unqualified
   size_t quallen;
@@ -60,6 +59,13 @@ struct lrmentry {
   lrmentry *touched;     // next entry touched by the running call
 };
 
+// A slot of the value table's index: the hash of an entry's (qualifier,
+// name) and 1 + its place in the entries array (0: a free slot).
+struct lrmslot {
+  uint32_t hash;
+  uint32_t entry;
+};
+
 // Where a source came from, for messages.
 enum Origin : uint8_t { kFromFile = 0, kFromCommandLine, kFromString, kFromEnvironment };
 
@@ -72,6 +78,16 @@ struct lrmsource {
   uint8_t kind;          // 1 command line, 2 parameter file, 3 string
   uint8_t origin;        // Origin
   const char *name;      // file path, variable name, or "command line" / "string"
+};
+
+// Classes of bytes for the scanner.
+enum : uint8_t {
+  kClsBlank = 1,       // a blank of one byte
+  kClsStop = 2,        // ends a word: ( " ' = ,
+  kClsClose = 4,       // )
+  kClsHash = 8,        // #
+  kClsBackslash = 16,  // a backslash
+  kClsHigh = 32,       // part of a longer character: ask the character set
 };
 
 constexpr int kPushMax = 8;
@@ -91,6 +107,8 @@ struct lrmctx_rec {
   bool bytewise;          // single-byte character set: the byte tables say all
   int32_t csid;           // the character set's id
   uint8_t blank[256];     // blanks among single bytes (ASCII only for multi-byte sets)
+  uint8_t cls[256];       // the scanner's classes of bytes (kCls*)
+  bool plainfast;         // 0x2D-0x7E but '=' and '\\' are in no class
   uint8_t upper[256];     // upper case of single bytes (likewise)
   char progname[256];
   lrmoutfn out;
@@ -98,20 +116,23 @@ struct lrmctx_rec {
   size_t maxsource;       // largest source text, in bytes
   // key set
   const lrmkeyset *set;
-  // value table
-  lrmentry *head, *tail;
-  lrmentry **buckets;
-  uint32_t nbuckets;
-  uint32_t nentries;
+  // value table (values.cpp)
+  lrmentry **entries;     // in storage order
+  uint32_t nentries, capentries;
+  lrmslot *slots;         // open-addressed index of the entries
+  uint32_t nslots;        // a power of two, at least twice nentries (0: none)
   // journal of the running call (values.cpp)
   int32_t calls;          // nesting of begin_call
   uint32_t gen;
   lrmentry *touched;
-  lrmentry *saved_tail;
+  uint32_t saved_nentries;
   // scanner
   lrmsource src;
   lrmpztok *push[kPushMax];
   int32_t npush;
+  lrmpztok *held[kPushMax];  // tokens the settings' fast path holds (sources.cpp)
+  int32_t nheld;
+  bool plain_parse;       // tests: every setting through the driver
   lrmpztok *cache[kTokenCache];  // token records kept for reuse
   int32_t ncache;
   uint8_t depth;
@@ -122,8 +143,17 @@ struct lrmctx_rec {
   const char *include_name;
   size_t include_len;
   const char *include_at;
-  char lastkey[kKeyShown + 1];  // the key being set, for messages
-  char prevkey[kKeyShown + 1];  // the one before it (a syntax error at a key)
+  struct {
+    const char *at;       // a key met by the scanner, by its place
+    uint32_t hash;        // and its hash, computed to prefetch its slot
+    uint32_t colon;       // where "q:k" splits (0: no qualifier)
+  } hints[2];             // the key whose value is being stored, and the next
+  uint8_t nexthint;
+  // The key being set and the one before it (a syntax error at a key
+  // belongs to the setting before), for messages: keys[lastkey] and
+  // keys[lastkey ^ 1].
+  char keys[2][kKeyShown + 1];
+  uint8_t lastkey;
   uint32_t status;        // last status of the scanner / storage
   int32_t live_tokens;    // token records made and not yet freed (tests)
   // parse
@@ -131,6 +161,26 @@ struct lrmctx_rec {
 };
 
 inline lrmctx_rec *rec(lrmctx *h) { return reinterpret_cast<lrmctx_rec *>(h); }
+
+// Copies n bytes with a few word moves when n is small (a library copy of
+// unknown length costs more than the copy of a short key or value).
+inline void copy_bytes(char *d, const char *s, size_t n) {
+  if (n > 64) {
+    memcpy(d, s, n);
+  } else if (n >= 8) {
+    for (size_t i = 0; i + 8 <= n; i += 8) memcpy(d + i, s + i, 8);
+    memcpy(d + n - 8, s + n - 8, 8);
+  } else if (n >= 4) {
+    memcpy(d, s, 4);
+    memcpy(d + n - 4, s + n - 4, 4);
+  } else if (n > 0) {
+    d[0] = s[0];
+    d[n >> 1] = s[n >> 1];
+    d[n - 1] = s[n - 1];
+  }
+}
+inline const char *last_key(const lrmctx_rec *c) { return c->keys[c->lastkey]; }
+inline const char *previous_key(const lrmctx_rec *c) { return c->keys[c->lastkey ^ 1]; }
 
 // Heap helpers (context heap). Test builds route every request through the
 // system allocator's fault point, so that a test can refuse each in turn.
@@ -177,6 +227,10 @@ uint32_t first_char(const lrmctx_rec *c, const char *text, size_t len);
 // The 1-based column of `at` on its line of the source text starting at buf.
 int32_t column_of(const lrmctx_rec *c, const char *buf, const char *at);
 
+// The scanner (lrmplex without its push-back stack): the next token, or a
+// raise; and the end of a token record.
+lrmpztok *scan(lrmctx_rec *c);
+void free_token(lrmctx_rec *c, lrmpztok *t);
 // A copy of a token record (the driver's operation 8); null when out of memory.
 lrmpztok *copy_token(lrmctx_rec *c, const lrmpztok *tok);
 
@@ -209,6 +263,10 @@ uint32_t store(lrmctx_rec *c, const char *qual, size_t quallen, const char *key,
                size_t len, const char *comment, uint32_t how, const char *at, const char *keyat);
 void clear_values(lrmctx_rec *c);
 lrmentry *find_entry(lrmctx_rec *c, const char *qual, size_t quallen, const char *name, size_t namelen);
+// Starts loading the index slot of the key "q:k" or "k" met at `at` in the
+// source into the cache: the scanner calls it when it meets a key, well
+// before the key's value is stored, which finds the hash kept for it.
+void prefetch_entry(lrmctx_rec *c, const char *at, const char *key, size_t klen);
 void drop_values(lrmctx_rec *c, lrmentry *e);
 // Calls that store several values are all-or-nothing: begin_call before the
 // first, end_call after the last (ok false undoes every change since

@@ -8,7 +8,9 @@
 // Blanks are the character set's space class: bytes through the context's
 // tables, characters of a multi-byte set through the set (chars.cpp).
 // Every token records where it starts in the source (aux1) and its line
-// (aux32), for messages.
+// (aux32), for messages, the length of its text (aux2), and where its text
+// stands in the source when it stands there as it is (aux3), so that the
+// parse can take a value from there without copying it.
 //
 // In a parameter file, a line whose first non-blank text is "@name" or
 // "include name" reads another file in its place. The scanner recognises
@@ -20,6 +22,7 @@
 //
 // Sections: character source, token records, blanks, includes, quoted
 // strings, words, the scanner entry.
+#include <bit>
 #include <cstring>
 
 #include "lsf.h"
@@ -58,16 +61,23 @@ lrmpztok *new_token(lrmctx_rec *c) {
   } else {
     t = static_cast<lrmpztok *>(hmalloc(c, sizeof(lrmpztok) + kInlineText));
     if (t == nullptr) {
-      report(c, kNoMemory, {"allocating a token"}, c->src.buf + c->src.pos, c->lastkey);
+      report(c, kNoMemory, {"allocating a token"}, c->src.buf + c->src.pos, last_key(c));
       raise(c, kNoMemory);
     }
   }
-  memset(t, 0, sizeof *t);
+  t->code = 0;
+  t->aux16 = 0;
+  t->aux32 = 0;
+  t->aux1 = t->aux2 = t->aux3 = nullptr;
+  t->refs = 0;
+  t->text = nullptr;
   c->live_tokens++;
   return t;
 }
 
-void free_token(lrmctx_rec *c, lrmpztok *t) {
+}  // namespace
+
+void lrm_internal::free_token(lrmctx_rec *c, lrmpztok *t) {
   if (t == nullptr) return;
   c->live_tokens--;
   if (t->text != inline_text(t)) hfree(c, t->text);
@@ -77,11 +87,9 @@ void free_token(lrmctx_rec *c, lrmpztok *t) {
     hfree(c, t);
 }
 
-}  // namespace
-
 lrmpztok *lrm_internal::copy_token(lrmctx_rec *c, const lrmpztok *tok) {
   const char *text = tok->text != nullptr ? tok->text : "";
-  size_t n = strlen(text);
+  size_t n = tok->text != nullptr ? reinterpret_cast<uintptr_t>(tok->aux2) : 0;
   auto *t = static_cast<lrmpztok *>(hmalloc(c, sizeof(lrmpztok) + kInlineText));
   char *p = t == nullptr ? nullptr : n < kInlineText ? inline_text(t) : static_cast<char *>(hmalloc(c, n + 1));
   if (p == nullptr) {
@@ -90,7 +98,8 @@ lrmpztok *lrm_internal::copy_token(lrmctx_rec *c, const lrmpztok *tok) {
   }
   *t = *tok;
   t->refs = 0;
-  memcpy(p, text, n + 1);
+  memcpy(p, text, n);
+  p[n] = '\0';
   t->text = p;
   c->live_tokens++;
   return t;
@@ -101,7 +110,7 @@ namespace {
 [[noreturn]] void fail(lrmctx_rec *c, lrmpztok *t, uint32_t status, std::initializer_list<std::string_view> own,
                        const char *at) {
   free_token(c, t);
-  report(c, status, own, at, c->lastkey);
+  report(c, status, own, at, last_key(c));
   raise(c, status);
 }
 
@@ -111,20 +120,23 @@ char *text_buffer(lrmctx_rec *c, lrmpztok *t, size_t n) {
   return p;
 }
 
+inline void set_length(lrmpztok *t, size_t n) { t->aux2 = reinterpret_cast<void *>(static_cast<uintptr_t>(n)); }
+
 void set_text(lrmctx_rec *c, lrmpztok *t, const char *s, size_t n) {
   char *p = text_buffer(c, t, n);
-  memcpy(p, s, n);
+  copy_bytes(p, s, n);
   p[n] = '\0';
   t->text = p;
+  set_length(t, n);
 }
 
 // ------------------------------------------------------------------ blanks
 
 inline size_t blank_len(const lrmctx_rec *c, const lrmsource &s, size_t pos) {
   if (pos >= s.len) return 0;
-  const auto b = static_cast<uint8_t>(s.buf[pos]);
-  if (b < 0x80 || c->bytewise) return c->blank[b];
-  return blank_at(c, s.buf + pos, s.len - pos);
+  const uint8_t k = c->cls[static_cast<uint8_t>(s.buf[pos])];
+  if (k & kClsBlank) return 1;
+  return (k & kClsHigh) ? blank_at(c, s.buf + pos, s.len - pos) : 0;
 }
 
 // Is the backslash at the current position a line continuation: followed by
@@ -152,13 +164,15 @@ bool skip_blanks(lrmctx_rec *c, lrmpztok *t, bool commas) {
   lrmsource &s = c->src;
   bool newline = false;
   for (;;) {
-    size_t n = blank_len(c, s, s.pos);
-    if (n > 0) {
+    while (s.pos < s.len && (c->cls[static_cast<uint8_t>(s.buf[s.pos])] & kClsBlank)) {
       if (s.buf[s.pos] == '\n') {
         s.line++;
         newline = true;
         c->bol = 1;
       }
+      s.pos++;
+    }
+    if (size_t n = blank_len(c, s, s.pos); n > 0) {
       s.pos += n;
       continue;
     }
@@ -174,7 +188,7 @@ bool skip_blanks(lrmctx_rec *c, lrmpztok *t, bool commas) {
       }
       free_token(c, t);
       perr(c, kCommaQuoted, LEM_ARG_TEXT, ",", LEM_ARG_END);
-      report(c, kCommaNotAllowed, {}, s.buf + s.pos, c->lastkey);
+      report(c, kCommaNotAllowed, {}, s.buf + s.pos, last_key(c));
       raise(c, kCommaNotAllowed);
     }
     return newline;
@@ -279,6 +293,10 @@ void scan_quoted(lrmctx_rec *c, lrmpztok *t) {
   }
   p[n] = '\0';
   t->text = p;
+  // The text ends at a NUL byte, as every NUL-terminated copy of it would.
+  const void *nul = memchr(p, '\0', n);
+  set_length(t, nul != nullptr ? static_cast<size_t>(static_cast<const char *>(nul) - p) : n);
+  if (n == k - start) t->aux3 = const_cast<char *>(s.buf + start);
   t->code = LRM_TK_QUOTED;
   s.pos = k + 1;
   after_value(c);
@@ -291,43 +309,68 @@ bool escapable(int ch) {
          ch == '\\';
 }
 
-// Does the character at s.buf[k] end a word?
-bool ends_word(const lrmctx_rec *c, const lrmsource &s, size_t k) {
+// How many of the eight bytes at p, from the first, are plain word
+// characters: 0x2D to 0x7E but for '=' and the backslash? (A set whose
+// classes make any of them special has plainfast off.) Word at a time: most
+// of a word's bytes are these.
+inline size_t plain_run(const char *p) {
+  constexpr uint64_t kOnes = 0x0101010101010101ull, kHigh = 0x8080808080808080ull;
+  uint64_t w;
+  memcpy(&w, p, 8);
+  const uint64_t low = w & ~kHigh;
+  const uint64_t from = low + (0x80 - 0x2D) * kOnes;  // high bit: >= 0x2D
+  const uint64_t past = low + (0x80 - 0x7F) * kOnes;  // high bit: >= 0x7F
+  // A zero byte of v, exact for the lowest one, which is all that counts.
+  auto zero = [&](uint64_t v) { return (v - kOnes) & ~v & kHigh; };
+  const uint64_t odd = (w & kHigh) | ((~from | past) & kHigh) | zero(w ^ ('=' * kOnes)) | zero(w ^ ('\\' * kOnes));
+  return static_cast<size_t>(std::countr_zero(odd)) / 8;
+}
+
+// The classes of bytes that end a word here: a ')' only inside a list, a
+// '#' only where comments are.
+uint8_t word_ends(const lrmctx_rec *c) {
+  return kClsBlank | kClsStop | kClsHigh | (c->depth > 0 ? kClsClose : 0) | (comments_on(c) ? kClsHash : 0);
+}
+
+// Does the character at s.buf[k] end a word (ends: word_ends)?
+inline bool ends_word(const lrmctx_rec *c, const lrmsource &s, size_t k, uint8_t ends) {
   if (k >= s.len) return true;
-  int ch = static_cast<uint8_t>(s.buf[k]);
-  if (ch >= 0x80 && !c->bytewise) return blank_at(c, s.buf + k, s.len - k) > 0;
-  if (c->blank[ch]) return true;
-  switch (ch) {
-    case '(':
-    case '"':
-    case '\'':
-    case '=':
-    case ',':
-      return true;
-    case ')':
-      return c->depth > 0;
-    case '#':
-      return comments_on(c);
-    default:
-      return false;
-  }
+  const uint8_t cls = c->cls[static_cast<uint8_t>(s.buf[k])] & ends;
+  if (cls != kClsHigh) return cls != 0;
+  return blank_at(c, s.buf + k, s.len - k) > 0;
 }
 
 // A key met in the source, for messages about what follows it.
 void note_key(lrmctx_rec *c, const char *name, size_t len) {
-  memcpy(c->prevkey, c->lastkey, sizeof c->prevkey);
+  c->lastkey ^= 1;
   if (len > kKeyShown) len = kKeyShown;
-  memcpy(c->lastkey, name, len);
-  c->lastkey[len] = '\0';
+  copy_bytes(c->keys[c->lastkey], name, len);
+  c->keys[c->lastkey][len] = '\0';
 }
 
 void scan_word(lrmctx_rec *c, lrmpztok *t) {
   lrmsource &s = c->src;
   // Most words are short and plain: take them straight from the source.
+  const uint8_t ends = word_ends(c);
   size_t start = s.pos, k = start;
-  while (k < s.len && s.buf[k] != '\\' && !ends_word(c, s, k)) k++;
+  for (;;) {
+    if (c->plainfast) {
+      while (k + 8 <= s.len) {
+        size_t n = plain_run(s.buf + k);
+        k += n;
+        if (n < 8) break;
+      }
+    }
+    while (k < s.len && !(c->cls[static_cast<uint8_t>(s.buf[k])] & (ends | kClsBackslash))) k++;
+    if (k < s.len && s.buf[k] != '\\' && !ends_word(c, s, k, ends)) {
+      k++;  // a character of a multi-byte set that is no blank
+      continue;
+    }
+    break;
+  }
   if (k >= s.len || s.buf[k] != '\\') {
     set_text(c, t, s.buf + start, k - start);
+    t->aux3 = const_cast<char *>(s.buf + start);
     s.pos = k;
   } else {
     // Escapes and continuations: collect into a buffer that doubles.
@@ -346,7 +389,7 @@ void scan_word(lrmctx_rec *c, lrmpztok *t) {
           skip_continuation(c);
           continue;
         }
-      } else if (ends_word(c, s, s.pos)) {
+      } else if (ends_word(c, s, s.pos, ends)) {
         break;
       }
       if (w + 1 >= cap) {
@@ -364,8 +407,9 @@ void scan_word(lrmctx_rec *c, lrmpztok *t) {
     }
     p[w] = '\0';
     t->text = p;
+    set_length(t, w);
   }
-  size_t len = strlen(t->text);
+  size_t len = reinterpret_cast<uintptr_t>(t->aux2);
   if (c->dash_seen) {
     c->dash_seen = 0;
     uint8_t type = 0;
@@ -385,6 +429,9 @@ void scan_word(lrmctx_rec *c, lrmpztok *t) {
     t->code = LRM_TK_ID;
     c->comment_follows = 0;
     note_key(c, t->text, len);
+    // The key's value comes a few tokens later; its index slot can be on
+    // its way into the cache meanwhile.
+    prefetch_entry(c, s.buf + start, t->text, len);
   } else {
     t->code = LRM_TK_STRING;
   }
@@ -395,16 +442,22 @@ lrmpztok *punctuation(lrmctx_rec *c, lrmpztok *t, uint16_t code) {
   t->text = inline_text(t);
   t->text[0] = static_cast<char>(get(c->src));
   t->text[1] = '\0';
+  set_length(t, 1);
   return t;
 }
 
-lrmpztok *scan(lrmctx_rec *c) {
+}  // namespace
+
+lrmpztok *lrm_internal::scan(lrmctx_rec *c) {
   lrmpztok *t = new_token(c);
   bool comment_follows = c->comment_follows != 0;
   c->comment_follows = 0;
   lrmsource &s = c->src;
   for (;;) {
-    skip_blanks(c, t, true);
+    // After a value the blanks are gone already; skip_blanks has the rest.
+    if (s.pos >= s.len || (c->cls[static_cast<uint8_t>(s.buf[s.pos])] & (kClsBlank | kClsBackslash | kClsHigh)) ||
+        s.buf[s.pos] == ',')
+      skip_blanks(c, t, true);
     t->aux32 = s.line;
     t->aux1 = const_cast<char *>(s.buf + s.pos);
     int ch = peek(s);
@@ -448,7 +501,10 @@ lrmpztok *scan(lrmctx_rec *c) {
           set_text(c, t, s.buf + start, end - start);
           return t;
         }
-        while (peek(s) >= 0 && peek(s) != '\n') s.pos++;
+        if (const void *nl = memchr(s.buf + s.pos, '\n', s.len - s.pos))
+          s.pos = static_cast<size_t>(static_cast<const char *>(nl) - s.buf);
+        else
+          s.pos = s.len;
         comment_follows = false;
         continue;
       case '-':
@@ -469,8 +525,6 @@ lrmpztok *scan(lrmctx_rec *c) {
     return t;
   }
 }
-
-}  // namespace
 
 extern "C" KELAPI lrmpztok *lrmplex(lrmctx *h, int32_t op, lrmpztok *tok) {
   if (h == nullptr) return nullptr;

@@ -30,7 +30,7 @@ namespace {
 struct pnode {
   pnode *next;
   pnode *child;
-  char *text;
+  const char *text;  // in the source, or a copy in the per-parse heap
   size_t len;
   char *comment;
   const char *at;
@@ -65,6 +65,7 @@ char *pdup(lrmctx_rec *c, const char *s, size_t n) {
 }
 
 const char *place(const lrmpztok *t) { return static_cast<const char *>(t->aux1); }
+size_t length(const lrmpztok *t) { return reinterpret_cast<uintptr_t>(t->aux2); }
 
 // Stores the values of a setting of key k under qualifier q, lists flattened.
 uint32_t store_values(lrmctx_rec *c, const char *qual, size_t quallen, const char *key, size_t klen,
@@ -80,12 +81,19 @@ uint32_t store_values(lrmctx_rec *c, const char *qual, size_t quallen, const cha
 // Stores the values of a setting of `key` ("q:k" names k under q).
 uint32_t store_node(lrmctx_rec *c, const char *key, size_t klen, const char *keyat, const pnode *n) {
   size_t colon = 0;
-  if (klen == 0 || !split_qualified(key, klen, &colon)) return store_values(c, nullptr, 0, key, klen, keyat, n);
-  return store_values(c, key, colon, key + colon + 1, klen - colon - 1, keyat != nullptr ? keyat + colon + 1 : nullptr,
-                      n);
+  // The scanner split the key it met there already.
+  bool split = false;
+  if (keyat != nullptr && c->hints[0].at == keyat)
+    colon = c->hints[0].colon, split = colon != 0;
+  else if (keyat != nullptr && c->hints[1].at == keyat)
+    colon = c->hints[1].colon, split = colon != 0;
+  else
+    split = klen > 0 && split_qualified(key, klen, &colon);
+  if (!split) return store_values(c, nullptr, 0, key, klen, keyat, n);
+  return store_values(c, key, colon, key + colon + 1, klen - colon - 1, keyat, n);
 }
 
-uint32_t no_memory(lrmctx_rec *c, const char *at) { return report(c, kNoMemory, {"parsing"}, at, c->lastkey); }
+uint32_t no_memory(lrmctx_rec *c, const char *at) { return report(c, kNoMemory, {"parsing"}, at, last_key(c)); }
 
 int32_t action(void *user, int32_t rule, void *const *rhs, int32_t n, void **result) {
   auto *ps = static_cast<parse_state *>(user);
@@ -95,8 +103,9 @@ int32_t action(void *user, int32_t rule, void *const *rhs, int32_t n, void **res
   uint32_t st = 0;
   // Only the settings' own nonterminals have no value; after an error
   // recovery any other may be gone, and such a rule stores nothing.
+  if (rule == 1 || rule == 4 || rule == 6 || rule == 8) return 0;
   for (int32_t i = 0; i < n; i++)
-    if (rhs[i] == nullptr && !(rule == 1 || rule == 4 || rule == 6 || rule == 8)) return kSyntaxError;
+    if (rhs[i] == nullptr) return kSyntaxError;
   switch (rule) {
     case 2:  // positional_list: list_of_vals
       st = store_node(c, "", 0, nullptr, node(0));
@@ -108,14 +117,14 @@ int32_t action(void *user, int32_t rule, void *const *rhs, int32_t n, void **res
     }
     case 9: {  // key_spec: ID_STRING = list_of_vals
       lrmpztok *t = tok(0);
-      st = store_node(c, t->text, strlen(t->text), place(t), node(2));
+      st = store_node(c, t->text, length(t), place(t), node(2));
       break;
     }
     case 11:    // unix_param: - FLAG_ID_STRING
     case 12: {  // unix_param: - KEY_ID_STRING ending
       lrmpztok *t = tok(1);
       auto *k = static_cast<pkey *>(palloc(c, sizeof(pkey)));
-      size_t len = strlen(t->text);
+      size_t len = length(t);
       char *name = k != nullptr ? pdup(c, t->text, len) : nullptr;
       if (name == nullptr) {
         st = no_memory(c, place(t));
@@ -125,8 +134,7 @@ int32_t action(void *user, int32_t rule, void *const *rhs, int32_t n, void **res
       if (rule == 11) {
         size_t colon = 0;
         if (split_qualified(name, len, &colon))
-          st = store(c, name, colon, name + colon + 1, len - colon - 1, "TRUE", 4, nullptr, kStoreFlag, k->at,
-                     k->at + colon + 1);
+          st = store(c, name, colon, name + colon + 1, len - colon - 1, "TRUE", 4, nullptr, kStoreFlag, k->at, k->at);
         else
           st = store(c, nullptr, 0, name, len, "TRUE", 4, nullptr, kStoreFlag, k->at, k->at);
       } else {
@@ -151,7 +159,7 @@ int32_t action(void *user, int32_t rule, void *const *rhs, int32_t n, void **res
       break;
     case 17: {  // value: val2 COMMENT
       lrmpztok *t = tok(1);
-      node(0)->comment = pdup(c, t->text, strlen(t->text));
+      node(0)->comment = pdup(c, t->text, length(t));
       if (node(0)->comment == nullptr) st = no_memory(c, place(t));
       *result = rhs[0];
       break;
@@ -170,8 +178,9 @@ int32_t action(void *user, int32_t rule, void *const *rhs, int32_t n, void **res
         p->islist = 1;
         p->child = node(1);
       } else {
-        p->len = strlen(tok(0)->text);
-        p->text = pdup(c, tok(0)->text, p->len);
+        const lrmpztok *t = tok(0);
+        p->len = length(t);
+        p->text = t->aux3 != nullptr ? static_cast<const char *>(t->aux3) : pdup(c, t->text, p->len);
         if (p->text == nullptr) st = no_memory(c, p->at);
       }
       *result = p;
@@ -200,7 +209,7 @@ void syntax_error(void *user, int32_t status, const lrmpztok *tok) {
   // setting is the one before it.
   const bool at_key = tok != nullptr && (tok->code == LRM_TK_ID || tok->code == LRM_TK_KEY_ID ||
                                          tok->code == LRM_TK_FLAG_ID);
-  report(c, static_cast<uint32_t>(status), {what}, at, at_key ? c->prevkey : c->lastkey);
+  report(c, static_cast<uint32_t>(status), {what}, at, at_key ? previous_key(c) : last_key(c));
   if (ps->status == 0) ps->status = static_cast<uint32_t>(status);
 }
 
@@ -212,14 +221,91 @@ lrmpztok *token_source(void *src, int32_t op, lrmpztok *tok) {
   lrmctx *h = reinterpret_cast<lrmctx *>(c);
   switch (op) {
     case 1:
-      return lrmplex(h, 1, nullptr);
+      return c->npush > 0 ? lrmplex(h, 1, nullptr) : scan(c);
     case 4:
-      return lrmplex(h, 4, tok);
+      free_token(c, tok);
+      return nullptr;
     case 8:
       return copy_token(c, tok);
     default:
       return nullptr;
   }
+}
+
+// ------------------------------------------------------ simple settings
+// Most settings are "key = value" or "key = value value ...", words or
+// quoted strings, one after the other. The driver would shift the key, the
+// '=' and each value, reduce them through val2, value and list_of_vals to a
+// key_spec and store the values there, having read the token after them; a
+// key_spec followed by another key or by the end leaves nothing else
+// behind (list_of_params only strings key_specs together). So as long as
+// the input goes on like that, the values are stored here in the same
+// order, at the same point of the scanning, with the same statuses, and the
+// first piece of input of any other shape, with the tokens read ahead of it,
+// is handed back to the driver, which then parses the rest as the same
+// language: a rest that starts with a key cannot start with positional
+// values. Only a piece's leading run of such settings is taken here.
+
+constexpr int32_t kQuickValues = kPushMax - 3;  // key, '=', values, the token after
+
+lrmpztok *hold(lrmctx_rec *c) {
+  lrmpztok *t = c->npush > 0 ? c->push[--c->npush] : scan(c);
+  c->held[c->nheld++] = t;
+  return t;
+}
+
+void drop_held(lrmctx_rec *c) {
+  while (c->nheld > 0) free_token(c, c->held[--c->nheld]);
+}
+
+// Stores the leading simple settings of the piece. 0 with the tokens read
+// past them pushed back, or a storage status; *done when the piece ended.
+// The tokens it holds are in c->held, for the parse to free on any exit.
+uint32_t quick_settings(lrmctx_rec *c, bool *done) {
+  *done = false;
+  lrmpztok *key = hold(c);
+  for (;;) {
+    if (key->code == LRM_TK_END) {
+      *done = true;
+      drop_held(c);
+      return 0;
+    }
+    if (key->code != LRM_TK_ID || hold(c)->code != LRM_TK_EQUAL) break;
+    lrmpztok *next = hold(c);
+    while ((next->code == LRM_TK_STRING || next->code == LRM_TK_QUOTED) && c->nheld < kPushMax) next = hold(c);
+    // Held: the key, '=', the values, and the token after them.
+    if (c->nheld < 4 || (next->code != LRM_TK_ID && next->code != LRM_TK_END)) break;
+    size_t colon = 0;
+    const char *name = key->text, *qual = nullptr;
+    size_t namelen = length(key), quallen = 0;
+    bool split;
+    if (c->hints[0].at == place(key))
+      split = (colon = c->hints[0].colon) != 0;
+    else if (c->hints[1].at == place(key))
+      split = (colon = c->hints[1].colon) != 0;
+    else
+      split = split_qualified(name, namelen, &colon);
+    if (split) {
+      qual = name;
+      quallen = colon;
+      name += colon + 1;
+      namelen -= colon + 1;
+    }
+    for (int32_t i = 2; i < c->nheld - 1; i++) {
+      const lrmpztok *v = c->held[i];
+      const char *text = v->aux3 != nullptr ? static_cast<const char *>(v->aux3) : v->text;
+      uint32_t st = store(c, qual, quallen, name, namelen, text, length(v), nullptr, kStoreValue, place(v), place(key));
+      if (st != 0) return st;
+    }
+    // The token after the values starts the next round.
+    --c->nheld;
+    drop_held(c);
+    c->held[c->nheld++] = next;
+    key = next;
+  }
+  // Not a simple setting: the driver reads the held tokens again, in order.
+  while (c->nheld > 0) c->push[c->npush++] = c->held[--c->nheld];
+  return 0;
 }
 
 // -------------------------------------------------------------- one parse
@@ -251,14 +337,20 @@ uint32_t parse_piece(lrmctx_rec *c) {
   } else {
     lemptfs(fc, &fr);
     if (setjmp(*static_cast<jmp_buf *>(LEM_FRAME_JB(&fr))) == 0) {
-      int8_t rc = lrmpzpparse(&ps, &cb, 0, 0);
+      bool done = false;
+      uint32_t st = c->plain_parse ? 0 : quick_settings(c, &done);
+      int8_t rc = st != 0 || done ? 0 : lrmpzpparse(&ps, &cb, 0, 0);
       lemptfr(fc, &fr);
-      if (rc != 0) result = ps.status != 0 ? ps.status : (c->status != 0 ? c->status : kSyntaxError);
+      if (st != 0)
+        result = st;
+      else if (rc != 0)
+        result = ps.status != 0 ? ps.status : (c->status != 0 ? c->status : kSyntaxError);
     } else {
       result = c->status != 0 ? c->status : kInternalError;
     }
   }
-  for (int32_t k = 0; k < c->npush; k++) lrmplex(reinterpret_cast<lrmctx *>(c), 4, c->push[k]);
+  drop_held(c);
+  for (int32_t k = 0; k < c->npush; k++) free_token(c, c->push[k]);
   c->npush = 0;
   lmmhpfree(c->mctx, c->pheap, 0);
   c->pheap = nullptr;
@@ -303,13 +395,15 @@ uint32_t parse_source(lrmctx_rec *c, const char *text, size_t len, uint8_t kind,
   // Nested inputs (includes) keep the outer scanner state aside.
   const lrmsource saved = c->src;
   uint8_t saved_bol = c->bol;
-  char saved_keys[2][sizeof c->lastkey];
-  memcpy(saved_keys[0], c->lastkey, sizeof c->lastkey);
-  memcpy(saved_keys[1], c->prevkey, sizeof c->prevkey);
+  char saved_keys[2][kKeyShown + 1];
+  memcpy(saved_keys, c->keys, sizeof saved_keys);
+  const uint8_t saved_last = c->lastkey;
 
   c->src = lrmsource{text, len, 0, 1, kind, origin, name};
+  // Places of another text are no places in this one.
+  memset(c->hints, 0, sizeof c->hints);
   c->bol = 1;
-  c->lastkey[0] = c->prevkey[0] = '\0';
+  c->keys[0][0] = c->keys[1][0] = '\0';
   uint32_t st;
   for (;;) {
     c->include_seen = 0;
@@ -320,10 +414,11 @@ uint32_t parse_source(lrmctx_rec *c, const char *text, size_t len, uint8_t kind,
     if (st != 0) break;
   }
   c->include_seen = 0;
+  memset(c->hints, 0, sizeof c->hints);
   c->src = saved;
   c->bol = saved_bol;
-  memcpy(c->lastkey, saved_keys[0], sizeof c->lastkey);
-  memcpy(c->prevkey, saved_keys[1], sizeof c->prevkey);
+  memcpy(c->keys, saved_keys, sizeof saved_keys);
+  c->lastkey = saved_last;
   c->status = st;
   return st;
 }

@@ -2,22 +2,21 @@
 // storage of a value, and the journal that makes every storing call
 // all-or-nothing.
 //
-// The table is a list of entries in storage order (dumps keep it) with a
-// chained hash index on (qualifier, name). An entry keeps its occurrences in
-// an array, so occurrence i is one index away. Every block lives in the
-// context heap.
+// The table is an array of entries in storage order (dumps keep it) with
+// an open-addressed hash index on (qualifier, name). An entry keeps its
+// occurrences in an array, so occurrence i is one index away. Every block
+// lives in the context heap.
 //
 // The journal. A call that may store several values (a source, lrmavla)
 // runs between begin_call and end_call. The first time the call touches an
 // entry, the entry remembers its count and default flag and joins the list
-// of touched entries. New values
-// are appended; a value that replaces the others (a key declared single, or
-// the first value a user gives to a key that holds its default) frees the
-// values this call added and hides the older ones behind `base` instead of
-// freeing them. Ending the call well frees the hidden values; ending it
-// badly frees what it added, shows the hidden values again and drops the
-// entries the call made (all behind the tail it found), so the table is as
-// it was before the call.
+// of touched entries. New values are appended; a value that replaces the
+// others (a key declared single, or the first value a user gives to a key
+// that holds its default) frees the values this call added and hides the
+// older ones behind `base` instead of freeing them. Ending the call well
+// frees the hidden values; ending it badly frees what it added, shows the
+// hidden values again and drops the entries the call made (all behind the
+// ones it found), so the table is as it was before the call.
 //
 // Sections: table, journal, storage.
 #include <cstring>
@@ -28,45 +27,74 @@ namespace lrm_internal {
 
 // ------------------------------------------------------------------- table
 
-lrmentry *find_entry(lrmctx_rec *c, const char *qual, size_t quallen, const char *name, size_t namelen) {
-  if (c->nbuckets == 0) return nullptr;
-  uint32_t hv = name_hash(c, qual, quallen, name, namelen);
-  for (lrmentry *e = c->buckets[hv & (c->nbuckets - 1)]; e != nullptr; e = e->hnext) {
-    if (e->hash != hv) continue;
-    size_t eq = e->qual != nullptr ? e->quallen : 0;
-    if (eq != quallen && c->bytewise) continue;
-    if ((eq > 0 || quallen > 0) &&
-        !names_equal(c, e->qual != nullptr ? e->qual : "", eq, qual != nullptr ? qual : "", quallen))
-      continue;
-    if (names_equal(c, e->name, e->namelen, name, namelen)) return e;
-  }
-  return nullptr;
-}
-
 namespace {
 
-void rehash(lrmctx_rec *c, lrmentry **b, uint32_t n) {
-  memset(b, 0, sizeof(lrmentry *) * n);
-  for (lrmentry *e = c->head; e != nullptr; e = e->next) {
-    e->hnext = b[e->hash & (n - 1)];
-    b[e->hash & (n - 1)] = e;
+// Does entry e hold (qual, name)?
+bool entry_is(const lrmctx_rec *c, const lrmentry *e, const char *qual, size_t quallen, const char *name,
+              size_t namelen) {
+  size_t eq = e->qual != nullptr ? e->quallen : 0;
+  if (c->bytewise && (eq != quallen || e->namelen != namelen)) return false;
+  if ((eq > 0 || quallen > 0) &&
+      !names_equal(c, e->qual != nullptr ? e->qual : "", eq, qual != nullptr ? qual : "", quallen))
+    return false;
+  return names_equal(c, e->name, e->namelen, name, namelen);
+}
+
+// The slot holding (qual, name), or the free slot where it would go.
+uint32_t find_slot(const lrmctx_rec *c, uint32_t hv, const char *qual, size_t quallen, const char *name,
+                   size_t namelen) {
+  const uint32_t mask = c->nslots - 1;
+  for (uint32_t i = hv & mask;; i = (i + 1) & mask) {
+    const lrmslot &s = c->slots[i];
+    if (s.entry == 0) return i;
+    if (s.hash == hv && entry_is(c, c->entries[s.entry - 1], qual, quallen, name, namelen)) return i;
   }
 }
 
-bool grow_buckets(lrmctx_rec *c) {
-  uint32_t n = c->nbuckets == 0 ? 64 : c->nbuckets * 2;
-  auto *b = static_cast<lrmentry **>(hmalloc(c, sizeof(lrmentry *) * n));
-  if (b == nullptr) return false;
-  rehash(c, b, n);
-  hfree(c, c->buckets);
-  c->buckets = b;
-  c->nbuckets = n;
+void put_slot(lrmslot *slots, uint32_t mask, lrmslot s) {
+  uint32_t i = s.hash & mask;
+  while (slots[i].entry != 0) i = (i + 1) & mask;
+  slots[i] = s;
+}
+
+// Builds the index of the entries from scratch.
+void index_entries(lrmctx_rec *c) {
+  memset(c->slots, 0, sizeof(lrmslot) * c->nslots);
+  for (uint32_t k = 0; k < c->nentries; k++) put_slot(c->slots, c->nslots - 1, lrmslot{c->entries[k]->hash, k + 1});
+}
+
+// Room for one more entry: in the array, and in an index kept at most half
+// full.
+bool room_for_entry(lrmctx_rec *c) {
+  if (c->nentries == c->capentries) {
+    uint32_t ncap = c->capentries == 0 ? 64 : c->capentries * 2;
+    auto *n = static_cast<lrmentry **>(hmalloc(c, sizeof(lrmentry *) * ncap));
+    if (n == nullptr) return false;
+    if (c->nentries > 0) memcpy(n, c->entries, sizeof(lrmentry *) * c->nentries);
+    hfree(c, c->entries);
+    c->entries = n;
+    c->capentries = ncap;
+  }
+  if ((c->nentries + 1) * 2 > c->nslots) {
+    uint32_t n = c->nslots == 0 ? 128 : c->nslots * 2;
+    auto *slots = static_cast<lrmslot *>(hmalloc(c, sizeof(lrmslot) * n));
+    if (slots == nullptr) return false;
+    // The old slots hold the hashes: no entry needs reading to move them.
+    memset(slots, 0, sizeof(lrmslot) * n);
+    for (uint32_t i = 0; i < c->nslots; i++)
+      if (c->slots[i].entry != 0) put_slot(slots, n - 1, c->slots[i]);
+    hfree(c, c->slots);
+    c->slots = slots;
+    c->nslots = n;
+  }
   return true;
 }
 
-lrmentry *make_entry(lrmctx_rec *c, const char *qual, size_t quallen, const char *name, size_t namelen,
-                     int32_t keyidx, uint8_t type) {
-  if ((c->nentries + 1) * 2 > c->nbuckets && !grow_buckets(c)) return nullptr;
+lrmentry *make_entry(lrmctx_rec *c, uint32_t hv, uint32_t slot, const char *qual, size_t quallen, const char *name,
+                     size_t namelen, int32_t keyidx, uint8_t type) {
+  // A grown index has the entry's free slot elsewhere.
+  if (c->nslots == 0 || (c->nentries + 1) * 2 > c->nslots) slot = UINT32_MAX;
+  if (!room_for_entry(c)) return nullptr;
   // One block: the entry, room for one occurrence, its name and qualifier.
   auto *e = static_cast<lrmentry *>(hmalloc(c, sizeof(lrmentry) + sizeof(lrmval *) + namelen + quallen + 2));
   if (e == nullptr) return nullptr;
@@ -74,26 +102,21 @@ lrmentry *make_entry(lrmctx_rec *c, const char *qual, size_t quallen, const char
   e->vals = reinterpret_cast<lrmval **>(e + 1);
   e->cap = 1;
   e->name = reinterpret_cast<char *>(e->vals + 1);
-  memcpy(e->name, name, namelen);
+  copy_bytes(e->name, name, namelen);
   e->name[namelen] = '\0';
   if (quallen > 0) {
     e->qual = e->name + namelen + 1;
-    memcpy(e->qual, qual, quallen);
+    copy_bytes(e->qual, qual, quallen);
     e->qual[quallen] = '\0';
   }
   e->namelen = namelen;
   e->quallen = quallen;
   e->keyidx = keyidx;
   e->type = type;
-  e->hash = name_hash(c, qual, quallen, name, namelen);
-  e->hnext = c->buckets[e->hash & (c->nbuckets - 1)];
-  c->buckets[e->hash & (c->nbuckets - 1)] = e;
-  if (c->tail != nullptr)
-    c->tail->next = e;
-  else
-    c->head = e;
-  c->tail = e;
-  c->nentries++;
+  e->hash = hv;
+  c->entries[c->nentries++] = e;
+  if (slot == UINT32_MAX) slot = find_slot(c, hv, qual, quallen, name, namelen);
+  c->slots[slot] = lrmslot{hv, c->nentries};
   // An entry the running call makes needs no journal: undoing the call
   // drops it whole.
   if (c->calls > 0) e->gen = c->gen;
@@ -132,6 +155,21 @@ bool append(lrmctx_rec *c, lrmentry *e, lrmval *v) {
 
 }  // namespace
 
+lrmentry *find_entry(lrmctx_rec *c, const char *qual, size_t quallen, const char *name, size_t namelen) {
+  if (c->nentries == 0) return nullptr;
+  const lrmslot &s = c->slots[find_slot(c, name_hash(c, qual, quallen, name, namelen), qual, quallen, name, namelen)];
+  return s.entry != 0 ? c->entries[s.entry - 1] : nullptr;
+}
+
+void prefetch_entry(lrmctx_rec *c, const char *at, const char *key, size_t klen) {
+  size_t colon = 0;
+  uint32_t hv = split_qualified(key, klen, &colon) ? name_hash(c, key, colon, key + colon + 1, klen - colon - 1)
+                                                   : name_hash(c, nullptr, 0, key, klen);
+  c->hints[c->nexthint] = {at, hv, static_cast<uint32_t>(colon)};
+  c->nexthint ^= 1;
+  if (c->nslots != 0) __builtin_prefetch(&c->slots[hv & (c->nslots - 1)]);
+}
+
 void drop_values(lrmctx_rec *c, lrmentry *e) {
   free_range(c, e, 0, e->count);
   e->count = e->base = 0;
@@ -139,15 +177,12 @@ void drop_values(lrmctx_rec *c, lrmentry *e) {
 }
 
 void clear_values(lrmctx_rec *c) {
-  for (lrmentry *e = c->head; e != nullptr;) {
-    lrmentry *n = e->next;
-    free_entry(c, e);
-    e = n;
-  }
-  hfree(c, c->buckets);
-  c->head = c->tail = nullptr;
-  c->buckets = nullptr;
-  c->nbuckets = c->nentries = 0;
+  for (uint32_t k = 0; k < c->nentries; k++) free_entry(c, c->entries[k]);
+  hfree(c, c->entries);
+  hfree(c, c->slots);
+  c->entries = nullptr;
+  c->slots = nullptr;
+  c->nentries = c->capentries = c->nslots = 0;
 }
 
 // ----------------------------------------------------------------- journal
@@ -156,7 +191,7 @@ void begin_call(lrmctx_rec *c) {
   if (c->calls++ > 0) return;
   c->gen++;
   c->touched = nullptr;
-  c->saved_tail = c->tail;
+  c->saved_nentries = c->nentries;
 }
 
 namespace {
@@ -198,21 +233,11 @@ void end_call(lrmctx_rec *c, bool ok) {
     e->base = 0;
   }
   c->touched = nullptr;
-  lrmentry *first = c->saved_tail != nullptr ? c->saved_tail->next : c->head;
-  if (ok || first == nullptr) return;
+  if (ok || c->nentries == c->saved_nentries) return;
   // Undo: the entries the call made go, and the index forgets them.
-  if (c->saved_tail != nullptr)
-    c->saved_tail->next = nullptr;
-  else
-    c->head = nullptr;
-  c->tail = c->saved_tail;
-  for (lrmentry *e = first; e != nullptr;) {
-    lrmentry *n = e->next;
-    free_entry(c, e);
-    c->nentries--;
-    e = n;
-  }
-  rehash(c, c->buckets, c->nbuckets);
+  for (uint32_t k = c->saved_nentries; k < c->nentries; k++) free_entry(c, c->entries[k]);
+  c->nentries = c->saved_nentries;
+  index_entries(c);
 }
 
 // ----------------------------------------------------------------- storage
@@ -250,8 +275,23 @@ uint32_t store(lrmctx_rec *c, const char *qual, size_t quallen, const char *key,
       return report(c, st, {std::string_view(text, len)}, at, shown_name);
     }
   }
-  lrmentry *e = find_entry(c, qual, quallen, name, namelen);
-  if (e == nullptr) e = make_entry(c, qual, quallen, name, namelen, idx, type);
+  // The scanner hashed the key as given; that is the hash of its name as
+  // kept unless the name is a declared key's other spelling.
+  uint32_t hv;
+  const bool as_given = keyat != nullptr && namelen == klen && (name == key || memcmp(name, key, klen) == 0);
+  if (as_given && c->hints[0].at == keyat)
+    hv = c->hints[0].hash;
+  else if (as_given && c->hints[1].at == keyat)
+    hv = c->hints[1].hash;
+  else
+    hv = name_hash(c, qual, quallen, name, namelen);
+  lrmentry *e = nullptr;
+  uint32_t slot = UINT32_MAX;
+  if (c->nentries > 0) {
+    slot = find_slot(c, hv, qual, quallen, name, namelen);
+    if (c->slots[slot].entry != 0) e = c->entries[c->slots[slot].entry - 1];
+  }
+  if (e == nullptr) e = make_entry(c, hv, slot, qual, quallen, name, namelen, idx, type);
   if (e == nullptr) return report(c, kNoMemory, {"storing a value"}, at, std::string_view(name, namelen));
   // One block: the value record, then its text.
   auto *v = static_cast<lrmval *>(hmalloc(c, sizeof(lrmval) + len + 1));
@@ -259,7 +299,7 @@ uint32_t store(lrmctx_rec *c, const char *qual, size_t quallen, const char *key,
   *v = tmp;
   v->len = len;
   v->text = reinterpret_cast<char *>(v + 1);
-  memcpy(v->text, text, len);
+  copy_bytes(v->text, text, len);
   v->text[len] = '\0';
   v->comment = nullptr;
   if (comment != nullptr) {

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <random>
 
 #include "sl.h"
 #include "tests/param/param_fixture.h"
@@ -164,6 +165,40 @@ TEST_F(Files, SyntaxErrorsNameTokenAndPlace) {
   EXPECT_EQ(Arg(1, 1), "\"=\"");
   EXPECT_EQ(Where(), "command line|1|7|a");
   EXPECT_EQ(LastText(), "syntax error at \"=\" (command line, line 1, column 7, parameter \"a\")");
+}
+
+// Simple settings are stored without the driver (sources.cpp); on any input
+// that must come to the same as parsing it all with the driver.
+TEST_F(Files, SimpleSettingsAsTheDriverStoresThem) {
+  static const lrmkey keys[] = {{"n", LRM_T_INT, 0, 0, 0, 0, 0, "1", nullptr},
+                                {"f", LRM_T_BOOL, 0, 0, 0, 0, 0, nullptr, nullptr},
+                                {"one", LRM_T_STRING, 1, 0, 0, 0, 0, nullptr, nullptr}};
+  static const lrmkeyset set = {keys, 3, LRM_KS_ANYKEY, nullptr, nullptr, nullptr, nullptr};
+  Write("inc.par", "n = 7 k = v\n");
+  static const char *const kPieces[] = {
+      "k = v", "n = 5", "n = x", "s:k = 'q r'", "one = a", "k = a b c d e f g", "k = (a b)", "= 2", "x",
+      "-f", "-n 3", "k = v # note", "\n", "\n@inc.par\n", "\\\n", "\"open", ",", "k = -5", "a=b=c", "#c\n"};
+  std::mt19937 rng(11);
+  for (int round = 0; round < 3000; round++) {
+    std::string text;
+    for (int k = static_cast<int>(rng() % 9); k > 0; k--) text += std::string(kPieces[rng() % 20]) + (rng() % 3 ? " " : "\n");
+    const uint8_t kind = static_cast<uint8_t>(1 + rng() % 3);
+    const uint32_t opts = rng() % 4 == 0 ? LRM_OPT_COMMENTS : 0;
+    std::string got[2];
+    for (int plain = 0; plain < 2; plain++) {
+      Open(opts);
+      ASSERT_EQ(lrmpsvp(h, &set), 0u);
+      lrm_internal::rec(h)->plain_parse = plain != 0;
+      lemces(lem);
+      std::string name = Dir() + "/top.par";
+      auto *c = lrm_internal::rec(h);
+      lrm_internal::begin_call(c);
+      uint32_t st = lrm_internal::parse_source(c, text.data(), text.size(), kind, 0, name.c_str(), 0);
+      lrm_internal::end_call(c, st == 0);
+      got[plain] = std::to_string(st) + "|" + (st != 0 ? LastText() : "") + "|" + Dump();
+    }
+    ASSERT_EQ(got[0], got[1]) << "kind " << int(kind) << ": " << text;
+  }
 }
 
 TEST_F(Files, Includes) {
