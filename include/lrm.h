@@ -256,8 +256,8 @@ KELAPI uint32_t lrmpas(lrmctx *h, const char *text, size_t len);
  * recognised). */
 KELAPI uint32_t lrmpst(lrmctx *h, const char *text, size_t len);
 /* Parses the parameter file `path` (no "-name" options; '#' comments). A
- * line whose text starts with "@other-file" (or "include other-file", but
- * not "include = ...") reads another file in place, relative names taken
+ * line whose text starts with "@other-file" (or "include other-file") and
+ * holds no '=' reads another file in place, relative names taken
  * from the including file's folder, at most 16 deep; the name runs to the
  * end of the line (blanks around it and one pair of quotes dropped). Such a
  * line counts only where a new setting or value may start: not inside a

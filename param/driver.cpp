@@ -93,8 +93,11 @@ Action packed_action(const pztables *t, int32_t state, int32_t code) {
 }
 
 Action action_of(const pztables *t, int32_t state, int32_t code) {
-  if (t->dense == nullptr) return packed_action(t, state, code);
-  int32_t v = t->dense[state * t->ncols + (code >= 0 && code <= 264 ? t->column[code] : t->ncols - 1)];
+  // Codes the grammar lacks are rare (a caller's token source): the packed
+  // tables answer for them.
+  if (t->dense == nullptr || code < 0 || code > 264 || t->column[code] == t->ncols - 1)
+    return packed_action(t, state, code);
+  int32_t v = t->dense[state * t->ncols + t->column[code]];
   if (v > 0) return {kShift, v};
   if (v == 0) return {kErr, 0};
   return reduce_or_accept(t, -v - 1);

@@ -155,7 +155,9 @@ uint32_t get_typed(lrmctx *h, const void *qual, void *qname, const void *key, si
 
 // A value that would not read back as one word is written quoted.
 bool needs_quotes(const lrmctx_rec *c, const char *s, size_t n) {
-  if (n == 0 || s[0] == '-') return true;
+  // A leading '-' would be an option; a leading '@', or "include" with a
+  // comment after it, an include line.
+  if (n == 0 || s[0] == '-' || s[0] == '@' || (n == 7 && memcmp(s, "include", 7) == 0)) return true;
   for (size_t i = 0; i < n; i++) {
     auto ch = static_cast<unsigned char>(s[i]);
     if (ch <= ' ' || ch == '#' || ch == '(' || ch == ')' || ch == '"' || ch == '\'' || ch == '=' || ch == ',' ||

@@ -39,8 +39,9 @@ struct pztables {
   const char *const *rtext;  // each rule as text, for the trace
   // The same automaton read off the packed tables into dense ones (null:
   // none): column[code] (codes 0-264) picks one of ncols columns, the last
-  // for any code the grammar lacks; dense[s * ncols + col] is 0 error, v > 0
-  // shift to v, v < 0 reduce by rule -v - 1; dgoto[A * nstates + s].
+  // for any code the grammar lacks (the packed tables answer for those);
+  // dense[s * ncols + col] is 0 error, v > 0 shift to v, v < 0 reduce by
+  // rule -v - 1; dgoto[A * nstates + s].
   int16_t ncols;
   const uint8_t *column;
   const int16_t *dense;

@@ -13,7 +13,7 @@
 // parse can take a value from there without copying it.
 //
 // In a parameter file, a line whose first non-blank text is "@name" or
-// "include name" reads another file in its place. The scanner recognises
+// "include name", with no '=' on it, reads another file in its place. The scanner recognises
 // such a line only where a token may start a line: not inside a quoted
 // string (which runs to its closing quote, newlines and all), not inside a
 // list (where a newline is a blank), not after a continuation. It then ends
@@ -218,12 +218,12 @@ bool include_line(lrmctx_rec *c) {
   } else {
     return false;
   }
-  size_t eol = p;
-  while (eol < s.len && s.buf[eol] != '\n') eol++;
+  const void *nl = memchr(s.buf + p, '\n', s.len - p);
+  const size_t eol = nl != nullptr ? static_cast<size_t>(static_cast<const char *>(nl) - s.buf) : s.len;
+  // A line with an '=' is a setting: "include = x", "@key = x".
+  if (memchr(s.buf + p, '=', eol - p) != nullptr) return false;
   size_t q = p;
   for (size_t n; q < eol && (n = blank_len(c, s, q)) > 0;) q += n;
-  // "include = x" sets a parameter named include.
-  if (q < eol && s.buf[p - 1] != '@' && s.buf[q] == '=') return false;
   size_t end = eol;
   while (end > q) {
     // Trailing blanks: step back over whole characters.

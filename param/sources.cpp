@@ -244,9 +244,9 @@ lrmpztok *token_source(void *src, int32_t op, lrmpztok *tok) {
 // first piece of input of any other shape, with the tokens read ahead of it,
 // is handed back to the driver, which then parses the rest as the same
 // language: a rest that starts with a key cannot start with positional
-// values. Only a piece's leading run of such settings is taken here.
-
-constexpr int32_t kQuickValues = kPushMax - 3;  // key, '=', values, the token after
+// values. Only a piece's leading run of such settings is taken here, and
+// at most kPushMax - 3 values of one key (the tokens held must fit the
+// push-back stack).
 
 lrmpztok *hold(lrmctx_rec *c) {
   lrmpztok *t = c->npush > 0 ? c->push[--c->npush] : scan(c);

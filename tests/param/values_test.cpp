@@ -93,80 +93,80 @@ TEST_F(Values, LanguageEdgeCases) {
   EXPECT_EQ(n, 9u);
 }
 
-TEST_F(Values, BooleanWords) {
-  Declare();
+// Every conversion of text, each checked by an oracle: the letters and word
+// lists for booleans, strtoul for integers, the shifts for sizes, the
+// number family's own literal parser for numbers.
+TEST_F(Values, Conversions) {
   static const char *const on[] = {"on", nullptr};
   static const char *const off[] = {"off", nullptr};
   static const lrmkeyset words = {kKeys, 8, 0, on, off, nullptr, nullptr};
   struct Case {
-    const lrmkeyset *set;
+    char kind;  // b boolean (w: with the word lists), i integer, 8 size, n number
     const char *text;
     uint32_t status;
-    uint8_t value;
-  } cases[] = {{&kSet, "Yes", 0, 1},    {&kSet, "y", 0, 1},     {&kSet, "TRUE", 0, 1},   {&kSet, "tomato", 0, 1},
-               {&kSet, "No", 0, 0},     {&kSet, "FALSE", 0, 0}, {&kSet, "f", 0, 0},      {&kSet, "maybe", 105, 9},
-               {&kSet, "", 105, 9},     {&kSet, "1", 105, 9},   {&words, "On", 0, 1},    {&words, "ON", 0, 1},
-               {&words, "off", 0, 0},   {&words, "yes", 105, 9}, {&words, "o", 105, 9},  {&words, "onn", 105, 9}};
-  for (const Case &c : cases) {
-    Declare(c.set);
-    uint8_t v = 9;
-    EXPECT_EQ(lrmt2b(h, c.text, strlen(c.text), &v), c.status) << c.text;
-    EXPECT_EQ(v, c.value) << c.text;
+    int64_t want;  // booleans and sizes
+  } cases[] = {
+      {'b', "Yes", 0, 1},  {'b', "y", 0, 1},        {'b', "TRUE", 0, 1},     {'b', "tomato", 0, 1},
+      {'b', "No", 0, 0},   {'b', "FALSE", 0, 0},    {'b', "f", 0, 0},        {'b', "maybe", 105, 0},
+      {'b', "", 105, 0},   {'b', "1", 105, 0},      {'w', "On", 0, 1},       {'w', "ON", 0, 1},
+      {'w', "off", 0, 0},  {'w', "yes", 105, 0},    {'w', "o", 105, 0},      {'w', "onn", 105, 0},
+      {'i', "%h1F", 0, 0}, {'i', "%H1f", 0, 0},     {'i', "%d10", 0, 0},     {'i', "%D10", 0, 0},
+      {'i', "%x10", 103, 0}, {'i', "%", 103, 0},    {'i', "12", 0, 0},       {'i', "4294967295", 0, 0},
+      {'i', "4294967296", 104, 0}, {'i', "12a", 104, 0}, {'i', "", 104, 0},  {'i', "%d", 104, 0},
+      {'i', "%hFFFFFFFF", 0, 0}, {'i', "%h", 104, 0}, {'i', " 1", 104, 0},   {'i', "0x10", 104, 0},
+      {'i', "%h-1", 0, 0}, {'8', "4K", 0, 4096},    {'8', "1m", 0, 1048576}, {'8', "2G", 0, 2147483648LL},
+      {'8', "1K2", 104, 0}, {'8', "12", 0, 12},     {'8', "k", 104, 0},      {'8', "", 104, 0},
+      {'8', "-1", 104, 0}, {'8', "9223372036854775807", 0, INT64_MAX},      {'8', "9223372036854775808", 104, 0},
+      {'8', "8589934592G", 104, 0}, {'8', "3T", 104, 0},                    {'n', "12.5", 0, 0},
+      {'n', "-0.001", 0, 0}, {'n', "1e10", 0, 0},   {'n', "123456789012345678901234567890", 0, 0},
+      {'n', "", 120, 0},   {'n', "abc", 120, 0},    {'n', "1.2.3", 120, 0},  {'n', "12x", 120, 0},
+  };
+  std::mt19937 rng(7);
+  std::vector<Case> all(std::begin(cases), std::end(cases));
+  std::vector<std::string> random;
+  for (int i = 0; i < 2000; i++) {
+    char text[32];
+    snprintf(text, sizeof text, i % 2 ? "%%h%" PRIX32 : "%" PRIu32, static_cast<uint32_t>(rng()));
+    random.push_back(text);
+  }
+  for (const std::string &t : random) all.push_back({'i', t.c_str(), 0, 0});
+  for (const Case &c : all) {
+    Declare(c.kind == 'w' ? &words : &kSet);
+    const size_t len = strlen(c.text);
+    if (c.kind == 'b' || c.kind == 'w') {
+      uint8_t v = 9;
+      EXPECT_EQ(lrmt2b(h, c.text, len, &v), c.status) << c.text;
+      EXPECT_EQ(v, c.status == 0 ? c.want : 9) << c.text;
+    } else if (c.kind == '8') {
+      int64_t v = -7;
+      EXPECT_EQ(lrmt2i8(h, c.text, len, &v), c.status) << c.text;
+      EXPECT_EQ(v, c.status == 0 ? c.want : -7) << c.text;
+    } else if (c.kind == 'i') {
+      uint32_t v = 12345;
+      EXPECT_EQ(lrmt2i(h, c.text, len, &v), c.status) << c.text;
+      const bool hex = c.text[0] == '%' && (c.text[1] | 0x20) == 'h';
+      const char *digits = c.text[0] == '%' ? c.text + 2 : c.text;
+      EXPECT_EQ(v, c.status == 0 ? static_cast<uint32_t>(strtol(digits, nullptr, hex ? 16 : 10)) : 12345u) << c.text;
+    } else {
+      uint8_t want[22], got[22];
+      size_t wantlen = 0, gotlen = 0, consumed = 0;
+      EXPECT_EQ(lrmt2on(h, c.text, len, got, &gotlen), c.status) << c.text;
+      if (c.status != 0) continue;
+      ASSERT_NE(lnxcpn(c.text, len, want, &wantlen, 0, 0, 0, 0, &consumed, nullptr), nullptr);
+      EXPECT_EQ(std::string(reinterpret_cast<char *>(got), gotlen), std::string(reinterpret_cast<char *>(want), wantlen));
+      ASSERT_EQ(lrmspv(h, "amount", 6, c.text, len), 0u);
+      uint8_t num[22];
+      EXPECT_EQ(lrmgonv(h, nullptr, nullptr, "amount", 6, 0, num, &gotlen), 0u);
+      EXPECT_EQ(std::string(reinterpret_cast<char *>(num), gotlen), std::string(reinterpret_cast<char *>(want), wantlen));
+    }
   }
   // A -flag is true without asking the words, and dumps as the set's word.
+  Declare(&words);
   ASSERT_EQ(Parse("-verbose"), 0u) << LastText();
   EXPECT_EQ(Dump(), "count=7\nvalues=v0\nverbose=on\n");
-}
-
-TEST_F(Values, IntegersAgainstStrtoul) {
-  struct Case {
-    const char *text;
-    uint32_t status;
-  } cases[] = {{"%h1F", 0},  {"%H1f", 0},   {"%d10", 0}, {"%D10", 0}, {"%x10", 103}, {"%", 103},
-               {"12", 0},    {"4294967295", 0}, {"4294967296", 104}, {"12a", 104}, {"", 104}, {"%d", 104},
-               {"%hFFFFFFFF", 0}, {"%h", 104}, {" 1", 104}, {"0x10", 104}, {"%h-1", 0}};
-  for (const Case &c : cases) {
-    uint32_t v = 12345;
-    EXPECT_EQ(lrmt2i(h, c.text, strlen(c.text), &v), c.status) << c.text;
-    if (c.status != 0) {
-      EXPECT_EQ(v, 12345u);
-      continue;
-    }
-    const char *t = c.text;
-    int base = 10;
-    if (t[0] == '%') {
-      base = (t[1] | 0x20) == 'h' ? 16 : 10;
-      t += 2;
-    }
-    EXPECT_EQ(v, static_cast<uint32_t>(strtol(t, nullptr, base))) << c.text;
-  }
-  // Random decimal and hex texts against strtoul.
-  std::mt19937 rng(7);
-  for (int i = 0; i < 2000; i++) {
-    uint32_t x = rng();
-    char text[32];
-    bool hex = i % 2;
-    snprintf(text, sizeof text, hex ? "%%h%" PRIX32 : "%" PRIu32, x);
-    uint32_t v = 0;
-    ASSERT_EQ(lrmt2i(h, text, strlen(text), &v), 0u) << text;
-    EXPECT_EQ(v, static_cast<uint32_t>(strtoul(text + (hex ? 2 : 0), nullptr, hex ? 16 : 10)));
-  }
-}
-
-TEST_F(Values, SizedIntegers) {
-  struct Case {
-    const char *text;
-    uint32_t status;
-    int64_t value;
-  } cases[] = {{"4K", 0, 4096},         {"1m", 0, 1048576},   {"2G", 0, 2147483648LL},
-               {"1K2", 104, 0},        {"12", 0, 12},        {"k", 104, 0},
-               {"", 104, 0},           {"-1", 104, 0},       {"9223372036854775807", 0, INT64_MAX},
-               {"9223372036854775808", 104, 0}, {"8589934592G", 104, 0}, {"3T", 104, 0}};
-  for (const Case &c : cases) {
-    int64_t v = -7;
-    EXPECT_EQ(lrmt2i8(h, c.text, strlen(c.text), &v), c.status) << c.text;
-    EXPECT_EQ(v, c.status == 0 ? c.value : -7) << c.text;
-  }
+  uint8_t num[22];
+  size_t len = 0;
+  EXPECT_EQ(lrmgonv(h, nullptr, nullptr, "name", 4, 0, num, &len), 202u);
 }
 
 TEST_F(Values, GettersCheckTypesAndCapacity) {
@@ -514,25 +514,6 @@ TEST_F(Values, ErrorPrefix) {
                               "parameter \"nosuch\")");
   EXPECT_EQ(lrmperr(h, 206, LEM_ARG_TEXT, "k", LEM_ARG_END), 206u);
   EXPECT_EQ(LastError(), 206);
-}
-
-TEST_F(Values, NumbersComeFromTheNumberParser) {
-  Declare();
-  for (const char *text : {"12.5", "-0.001", "1e10", "0", "123456789012345678901234567890"}) {
-    uint8_t want[22], got[22];
-    size_t wantlen = 0, gotlen = 0, consumed = 0;
-    ASSERT_NE(lnxcpn(text, strlen(text), want, &wantlen, 0, 0, 0, 0, &consumed, nullptr), nullptr);
-    ASSERT_EQ(lrmt2on(h, text, strlen(text), got, &gotlen), 0u) << text;
-    ASSERT_EQ(gotlen, wantlen) << text;
-    EXPECT_EQ(memcmp(got, want, wantlen), 0) << text;
-    ASSERT_EQ(lrmspv(h, "amount", 6, text, strlen(text)), 0u);
-  }
-  uint8_t num[22];
-  size_t len = 0;
-  EXPECT_EQ(lrmgonv(h, nullptr, nullptr, "amount", 6, 1, num, &len), 0u);
-  EXPECT_GT(len, 0u);
-  for (const char *bad : {"", "abc", "1.2.3", "12x"}) EXPECT_EQ(lrmt2on(h, bad, strlen(bad), num, &len), 120u) << bad;
-  EXPECT_EQ(lrmgonv(h, nullptr, nullptr, "name", 4, 0, num, &len), 202u);
 }
 
 }  // namespace
