@@ -217,7 +217,8 @@ TEST_F(Files, Includes) {
       {"s='x\ninclude y'", {"s"}, {{"s", {"x\ninclude y"}}}},
       {"s=(a\ninclude b)", {"s"}, {{"s", {"a", "include", "b"}}}},
       {"s=a \\\n@inner.par", {"s", "b"}, {{"s", {"a", "@inner.par"}}, {"b", {}}}},
-      {"include = x\n@k=v\n@ inner.par \n", {"include", "@k", "b"}, {{"include", {"x"}}, {"@k", {"v"}}, {"b", {"2"}}}},
+      {"include = x\n@k=v\n@ inner.par \ninclude\tinner.par", {"include", "@k", "b"},
+       {{"include", {"x"}}, {"@k", {"v"}}, {"b", {"2", "2"}}}},
   };
   for (const Case &c : cases) {
     Any();

@@ -48,6 +48,9 @@ TEST_F(Values, LanguageEdgeCases) {
       {"name=\"ab\\\ncd\" \\\n  value=x", "value", nullptr, {"x"}},
       {"value=(a (b c) d)", "value", nullptr, {"a", "b", "c", "d"}},
       {"value=a)b", "value", nullptr, {"a)b"}},
+      // An escape makes the scanner copy the word; it outgrows the first buffer.
+      {"value=a\\=bbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbb\\=c", "value", nullptr,
+       {"a=bbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbb=c"}},
       {"value=(a)b)", "value", nullptr, {"a", "b)"}},
       {"name=x name=y", "name", nullptr, {"x", "y"}},
       {"mode=fast mode=slow", "mode", nullptr, {"SLOW"}},
@@ -118,7 +121,7 @@ TEST_F(Values, Conversions) {
       {'8', "1K2", 104, 0}, {'8', "12", 0, 12},     {'8', "k", 104, 0},      {'8', "", 104, 0},
       {'8', "-1", 104, 0}, {'8', "9223372036854775807", 0, INT64_MAX},      {'8', "9223372036854775808", 104, 0},
       {'8', "8589934592G", 104, 0}, {'8', "3T", 104, 0},                    {'n', "12.5", 0, 0},
-      {'n', "-0.001", 0, 0}, {'n', "1e10", 0, 0},   {'n', "123456789012345678901234567890", 0, 0},
+      {'n', "-0.001", 0, 0}, {'n', "0", 0, 0}, {'n', "1e10", 0, 0},   {'n', "123456789012345678901234567890", 0, 0},
       {'n', "", 120, 0},   {'n', "abc", 120, 0},    {'n', "1.2.3", 120, 0},  {'n', "12x", 120, 0},
   };
   std::mt19937 rng(7);
