@@ -161,9 +161,13 @@ struct Gen {
         return d;
       }
       case 1: {
+        // Where exact conversion matters most: the ends of the range, ties,
+        // the first integers a double cannot hold, nines that carry.
         static const double sp[] = {0.0, -0.0, INFINITY, -INFINITY, NAN, -NAN, DBL_MIN, DBL_MAX, DBL_TRUE_MIN,
-                                    -DBL_TRUE_MIN, DBL_EPSILON, 1.0, 0.1, 0.5, 1.5, 2.5, 9.5, 0.05, 0.95,
-                                    999999.5, 1e15, 1e16, 1e17, 1e22, 1e23, 5e-324, 2.2250738585072009e-308};
+                                    -DBL_TRUE_MIN, DBL_EPSILON, 1.0, 0.1, 0.3, 0.5, 0.125, 1.5, 2.5, 9.5, 0.05,
+                                    0.95, 999999.5, 1e15, 1e16, 1e17, 1e22, 1e23, 1e-300, 8.5e-5, 5e-324,
+                                    2.2250738585072009e-308, 0x1.fffffffffffffp-1022, 0x1.fffffffffffffp+0,
+                                    9007199254740993.0, 123456789012345678.0, 0.000099999995, 9.9999995};
         return sp[range(0, sizeof sp / sizeof *sp - 1)];
       }
       case 2: {  // a subnormal
@@ -197,7 +201,8 @@ struct Gen {
         return static_cast<long double>(double_value());
       case 1: {
         static const long double sp[] = {0.0L, -0.0L, LDBL_MIN, LDBL_MAX, LDBL_TRUE_MIN, LDBL_EPSILON, 0.5L,
-                                         1.5L, 2.5L, 0.1L, 1e4000L, 1e-4000L, 15.999999999999999999L};
+                                         1.5L, 2.5L, 0.1L, 1e4000L, 1e-4000L, 15.999999999999999999L,
+                                         0x1.fffffffffffffffep+0L};
         return sp[range(0, sizeof sp / sizeof *sp - 1)];
       }
       case 2: {  // any exponent, normal or subnormal
