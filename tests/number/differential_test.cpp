@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "lnx.h"
+#include "number/lnx_impl.h"
 #include "tests/number/lnx_test_util.h"
 
 using namespace lnxtest;
@@ -12,6 +13,15 @@ using namespace lnxtest;
 namespace {
 
 using BinOp = void (*)(const uint8_t *, size_t, const uint8_t *, size_t, uint8_t *, size_t *);
+
+// The plain digit-array kernels, which the operations reach only for the
+// shapes their fast paths hand on, are held to the oracle on every shape.
+void add_plain(const uint8_t *a, size_t al, const uint8_t *b, size_t bl, uint8_t *o, size_t *ol) {
+  lnx_internal::add_plain(a, al, b, bl, false, o, ol);
+}
+void sub_plain(const uint8_t *a, size_t al, const uint8_t *b, size_t bl, uint8_t *o, size_t *ol) {
+  lnx_internal::add_plain(a, al, b, bl, true, o, ol);
+}
 
 // "name a b result". The length-prefixed form writes over its first operand,
 // so half of the cases also check the output aliasing an input.
@@ -78,8 +88,11 @@ TEST(NumberDifferential, ArithmeticAgainstPythonDecimal) {
   };
   const struct {
     const char *name;
-    BinOp op;
-  } ops[] = {{"add", lnxadd}, {"sub", lnxsub}, {"mul", lnxmul}, {"div", lnxdiv}};
+    BinOp op, plain;
+  } ops[] = {{"add", lnxadd, add_plain},
+             {"sub", lnxsub, sub_plain},
+             {"mul", lnxmul, lnx_internal::mul_plain},
+             {"div", lnxdiv, lnx_internal::div_plain}};
   for (const auto &o : ops) {
     Gen g(0x5eed0000u + static_cast<uint64_t>(o.name[0]) * 7 + o.name[1]);
     std::vector<std::string> lines;
@@ -87,11 +100,11 @@ TEST(NumberDifferential, ArithmeticAgainstPythonDecimal) {
       lines.push_back(bin_case(o.name, o.op, e[0], e[1], false));
       lines.push_back(bin_case(o.name, o.op, e[1], e[0], true));
     }
-    for (int i = 0; i < 60000; ++i) {
+    for (int i = 0; i < 80000; ++i) {
       auto [a, b] = g.pair();
       if (i % 3 == 0) b = g.near(a);
       if (o.op == lnxdiv && i % 4 == 1) a = product_of(g, b);
-      lines.push_back(bin_case(o.name, o.op, a, b, i % 2));
+      lines.push_back(bin_case(o.name, i % 8 == 5 || i % 8 == 6 ? o.plain : o.op, a, b, i % 2));
     }
     EXPECT_TRUE(oracle_agrees(o.name, lines));
   }
