@@ -214,11 +214,45 @@ TEST_F(Errors, ThreadsSeeOnlyTheirOwnRecords) {
   EXPECT_EQ(lemged(lem), 1) << "other threads' records are not ours";
 }
 
-TEST_F(Errors, OldestRecordsGoPastTheCapacity) {
-  for (int k = 1; k <= 5000; k++) lemrec(lem, fac, 31, k, LEM_ARG_END);
-  EXPECT_EQ(lemged(lem), 4096);
-  EXPECT_EQ(lemgsv(lem, 1), 5000) << "the newest stays";
-  EXPECT_EQ(lemgsv(lem, 4096), 5000 - 4095) << "the oldest went";
+// Two threads flood their stacks past the limit while a third reads and
+// clears its own: each flood keeps its first LEM_MAX_DEPTH records and counts
+// the rest, and no other thread's stack changes.
+TEST_F(Errors, EachStackHasALimitOfItsOwn) {
+  constexpr int kOver = 904;
+  lemrec(lem, fac, 31, 1, LEM_ARG_TEXT, "main", LEM_ARG_END);
+  std::atomic<int> bad{0};
+  std::atomic<bool> flooding{true};
+  std::thread reader([&] {
+    int rounds = 0;
+    while (flooding || rounds < 10) {
+      lemrec(lem, fac, 32, 1, LEM_ARG_NUM, int64_t{rounds}, LEM_ARG_END);
+      int64_t num = -1;
+      if (lemged(lem) != 1 || lemgnp(lem, 1, 1, &num, nullptr) != LEM_ARG_NUM || num != rounds ||
+          lemgdr(lem) != 0)
+        bad++;
+      lemces(lem);
+      rounds++;
+    }
+  });
+  auto flood = [&] {
+    for (int k = 1; k <= LEM_MAX_DEPTH + kOver; k++) lemrec(lem, fac, 33, k, LEM_ARG_END);
+    if (lemged(lem) != LEM_MAX_DEPTH || lemgdr(lem) != kOver) bad++;
+    if (lemgsv(lem, 1) != LEM_MAX_DEPTH || lemgsv(lem, LEM_MAX_DEPTH) != 1) bad++;  // the first ones stay
+    lemces(lem);
+    if (lemged(lem) != 0 || lemgdr(lem) != 0) bad++;
+    lemrec(lem, fac, 33, 1, LEM_ARG_END);
+    if (lemged(lem) != 1) bad++;
+    lemces(lem);
+  };
+  std::thread f1(flood), f2(flood);
+  f1.join();
+  f2.join();
+  flooding = false;
+  reader.join();
+  EXPECT_EQ(bad.load(), 0);
+  EXPECT_EQ(lemged(lem), 1) << "the main thread's record stays";
+  EXPECT_EQ(lemgec(lem, 1), 31);
+  EXPECT_EQ(lemgdr(nullptr), 0);
 }
 
 // ------------------------------------------------------------------ frames
