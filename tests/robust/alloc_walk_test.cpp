@@ -202,9 +202,10 @@ TEST_F(Walk, Heaps) {
       if (lmmhpinit(mctx, &h, lmmtophp(mctx), 0, nullptr, "walk", __LINE__, model) != 0)
         return r.failed(h0, "LMM", 3, "lmmhpinit");
       bool ok = true;
-      void *p[5] = {};
-      const size_t sizes[] = {16, 300, 70000};
-      for (int i = 0; i < 3 && ok; i++) {
+      void *p[6] = {};
+      // Small, large, and larger than any extent the top heap keeps.
+      const size_t sizes[] = {16, 300, 70000, 3000000};
+      for (int i = 0; i < 4 && ok; i++) {
         h0 = r.step();
         p[i] = i == 1 ? lmmcalloc(mctx, h, sizes[i], 0, "walk", __LINE__)
                       : lmmmalloc(mctx, h, sizes[i], 0, "walk", __LINE__);
@@ -213,8 +214,8 @@ TEST_F(Walk, Heaps) {
       }
       if (ok) {
         h0 = r.step();
-        p[3] = lmmvalloc(mctx, h, 100, 0, "walk", __LINE__);
-        ok = p[3] != nullptr || r.failed(h0, "LMM", 3, "lmmvalloc");
+        p[4] = lmmvalloc(mctx, h, 100, 0, "walk", __LINE__);
+        ok = p[4] != nullptr || r.failed(h0, "LMM", 3, "lmmvalloc");
       }
       if (ok) {
         h0 = r.step();
@@ -229,8 +230,8 @@ TEST_F(Walk, Heaps) {
       }
       if (ok) {
         h0 = r.step();
-        p[4] = lmmomallocblklist(mctx, h, 64, 0);
-        ok = p[4] != nullptr || r.failed(h0, "LMM", 3, "lmmomallocblklist");
+        p[5] = lmmomallocblklist(mctx, h, 64, 0);
+        ok = p[5] != nullptr || r.failed(h0, "LMM", 3, "lmmomallocblklist");
       }
       for (void *b : p)
         if (b != nullptr) EXPECT_EQ(lmmfree(mctx, h, b, 0), 0);
