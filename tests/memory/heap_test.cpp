@@ -336,6 +336,32 @@ TEST_F(Heaps, NestedHeapsAndObjectLists) {
   EXPECT_EQ(lemged(lem), 0);
 }
 
+#ifdef KEL_TEST_HOOKS
+// The caller's switch: heap allocation n (and the count - 1 after it) fails
+// as out of memory would, on any heap and through every allocation call.
+TEST_F(Heaps, CallersCanFailTheNthAllocation) {
+  lmmheap *h = make(lmmgetfsmfp(), 0);
+  void *keep = lmmmalloc(mctx, h, 10, 0, "t", 1);
+  ASSERT_EQ(lmmfailnth(2, 2), 0);
+  EXPECT_NE(lmmmalloc(mctx, h, 10, 0, "t", 1), nullptr);
+  EXPECT_EQ(lmmcalloc(mctx, lmmtophp(mctx), 10, 0, "t", 2), nullptr);
+  EXPECT_EQ(lemgec(lem, 1), 3);
+  EXPECT_EQ(lemgsc(lem, 1), 120);
+  EXPECT_EQ(lmmrealloc(mctx, h, keep, 20, 0, "t", 3), nullptr);
+  EXPECT_NE(lmmvalloc(mctx, h, 10, 0, "t", 4), nullptr) << "the window has passed";
+  EXPECT_EQ(lmmfailhits(), 2);
+  ASSERT_EQ(lmmfailnth(1, -1), 0);
+  EXPECT_EQ(lmmomallocblklist(mctx, h, 10, 0), nullptr);
+  EXPECT_EQ(lmmmalloc(mctx, h, 10, 0, "t", 5), nullptr) << "from then on";
+  EXPECT_EQ(lmmfailnth(-1, 1), -1);
+  EXPECT_EQ(lmmfailnth(0, 0), 0);
+  EXPECT_EQ(lmmfailhits(), 0);
+  EXPECT_NE(lmmmalloc(mctx, h, 10, 0, "t", 6), nullptr);
+  lemces(lem);
+  EXPECT_EQ(lmmhpfree(mctx, h, 0), 0);
+}
+#endif
+
 TEST_F(Heaps, SharedHeapFromManyThreads) {
   for (const lmmmfp *model : {lmmgetstmfp(), lmmgetfsmfp()}) {
     lmmheap *h = make(model, 0);
