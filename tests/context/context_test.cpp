@@ -277,9 +277,17 @@ TEST_F(Package, ErrorsOfAPackageCallCarryOneMark) {
   EXPECT_EQ(lwemimk(lem, 2), 1) << "the first record of the call carries the mark";
 }
 
+// Calls from several threads while another loads and releases the shared
+// instance (whose lookup reads every instance's flags).
 TEST_F(Package, ConcurrentCallsFromManyThreads) {
   std::atomic<int> bad{0};
   std::vector<std::thread> ts;
+  ts.emplace_back([&] {
+    for (int k = 0; k < 50; k++) {
+      if (lpmloadpkg(ctx, "testpkg") == nullptr) bad++;
+      if (lpmdelete(ctx, "testpkg") != 0) bad++;
+    }
+  });
   for (int t = 0; t < 4; t++) {
     ts.emplace_back([&, t] {
       for (int k = 0; k < 50; k++) {
