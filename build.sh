@@ -11,7 +11,9 @@
 # Further steps used by CI: asan, tsan, fuzz (each builds and tests that
 # preset), bench (builds the bench preset: the benchmarks, beside whichever
 # peer libraries are installed; bench/ratios.py runs them).
-# Optional: docs (API reference from the header comments into build/docs/html).
+# Optional: docs (API reference from the header comments into build/docs/html);
+# coverage (the suite in the coverage preset, then line and branch coverage
+# per family from gcovr).
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -21,6 +23,7 @@ PKGS_TEST="libgtest-dev libgmock-dev googletest pkg-config"
 PKGS_BENCH="libbenchmark-dev libmimalloc-dev libjemalloc-dev libboost-dev libabsl-dev libcctz-dev libhowardhinnant-date-dev libinih-dev libcurl4-openssl-dev"
 PKGS_FUZZ="clang libclang-rt-dev"
 PKGS_DOCS="doxygen"
+PKGS_COVERAGE="gcovr"
 
 install_missing() {
   local missing=()
@@ -68,6 +71,15 @@ case "${1:-}" in
     cmake --build --preset bench
     echo "build.sh: benchmarks in build/bench/bench/ (python3 bench/ratios.py runs them)"
     ;;
+  coverage)
+    install_missing $PKGS_BUILD $PKGS_TEST $PKGS_COVERAGE
+    cmake --preset coverage >/dev/null
+    # Counts of an earlier run would add up with this one's.
+    find build/coverage -name '*.gcda' -delete
+    cmake --build --preset coverage
+    ctest --preset coverage
+    python3 tools/coverage.py build/coverage
+    ;;
   docs)
     install_missing python3 $PKGS_DOCS
     mkdir -p build/docs
@@ -75,7 +87,7 @@ case "${1:-}" in
     echo "build.sh: API reference in build/docs/html/index.html"
     ;;
   *)
-    echo "usage: ./build.sh run|test   (also: asan, tsan, fuzz, bench, docs)" >&2
+    echo "usage: ./build.sh run|test   (also: asan, tsan, fuzz, bench, coverage, docs)" >&2
     exit 2
     ;;
 esac
