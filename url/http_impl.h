@@ -135,6 +135,9 @@ struct Reader {
     got = 0;
     r = w = 0;
   }
+  // Receives what comes next into p[0..cap), *k bytes.
+  Rc recv_into(char *p, size_t cap, size_t *k);
+  // Receives more into the buffer.
   Rc fill();
   // One line without its LF (and a CR before it) into `out`.
   Rc line(Buf &out);

@@ -20,26 +20,36 @@ constexpr size_t kMaxHeadBytes = 262144;
 }  // namespace
 
 // ---------------------------------------------------------------- reader
-Rc Reader::fill() {
-  if (r == w) r = w = 0;
-  int64_t k;
+Rc Reader::recv_into(char *p, size_t cap, size_t *k) {
+  *k = 0;
   if (clock != nullptr && clock->over()) return Rc::timeout;  // even when bytes keep coming
+  int64_t n;
   if (conn != nullptr) {
-    k = conn->recv(buf + w, sizeof buf - w, clock != nullptr ? clock->next(ms) : ms);
+    int32_t wait = clock != nullptr ? clock->next(ms) : ms;
+    // Just after the request went out the answer cannot be there yet: wait
+    // for it rather than make a read that is bound to find nothing.
+    if (got == 0 && conn->tls == nullptr && slsckwait(conn->fd, 0, wait) == 0) return Rc::timeout;
+    n = conn->recv(p, cap, wait);
   } else {
     // Small pieces, so that every boundary case of the buffer is met.
-    k = static_cast<int64_t>(meml < 7 ? meml : 7);
-    if (k > static_cast<int64_t>(sizeof buf - w)) k = static_cast<int64_t>(sizeof buf - w);
-    memcpy(buf + w, mem, static_cast<size_t>(k));
-    mem += k;
-    meml -= static_cast<size_t>(k);
+    n = static_cast<int64_t>(meml < 7 ? meml : 7);
+    if (n > static_cast<int64_t>(cap)) n = static_cast<int64_t>(cap);
+    memcpy(p, mem, static_cast<size_t>(n));
+    mem += n;
+    meml -= static_cast<size_t>(n);
   }
-  if (k > 0) {
-    w += static_cast<size_t>(k);
-    got += static_cast<uint64_t>(k);
-    return Rc::ok;
-  }
-  return rc_of(k);
+  if (n <= 0) return rc_of(n);
+  *k = static_cast<size_t>(n);
+  got += *k;
+  return Rc::ok;
+}
+
+Rc Reader::fill() {
+  if (r == w) r = w = 0;
+  size_t k;
+  Rc rc = recv_into(buf + w, sizeof buf - w, &k);
+  w += k;
+  return rc;
 }
 
 Rc Reader::line(Buf &out) {
@@ -252,6 +262,18 @@ Rc hand(Reader &rd, uint64_t n, BodyOut &out, Failure &f) {
 // Hands n bytes of the stream to out.
 Rc pass(Reader &rd, uint64_t n, BodyOut &out, Failure &f) {
   while (n > 0) {
+    if (rd.r == rd.w && out.kind == BodyOut::fixed && n >= sizeof rd.buf) {
+      // A large rest of a body kept whole goes straight to its place.
+      size_t k;
+      Rc rc = rd.recv_into(out.at + out.n, static_cast<size_t>(n), &k);
+      if (rc != Rc::ok) {
+        f.what = "reading the body";
+        return rc;
+      }
+      out.n += k;
+      n -= k;
+      continue;
+    }
     if (rd.r == rd.w) {
       Rc rc = rd.fill();
       if (rc != Rc::ok) {

@@ -52,7 +52,6 @@ BAD = {
     "version": b"HTTP/2.0 200 OK\r\nContent-Length: 0\r\n\r\n",
     "nocolon": b"HTTP/1.1 200 OK\r\nBadHeader\r\nContent-Length: 0\r\n\r\n",
     "spacename": b"HTTP/1.1 200 OK\r\nBad Header: x\r\nContent-Length: 0\r\n\r\n",
-    "firstfold": b"HTTP/1.1 200 OK\r\n Folded: x\r\nContent-Length: 0\r\n\r\n",
     "chunksize": b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\nabc\r\n0\r\n\r\n",
     "chunkhuge": b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nFFFFFFFFFFFFFFFFFF\r\nabc\r\n",
     "chunkend": b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabcXY\r\n0\r\n\r\n",

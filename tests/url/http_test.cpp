@@ -516,7 +516,7 @@ TEST_F(Http, LargeBodiesGoThroughCallbacksWithoutBeingHeld) {
 }
 
 TEST_F(Http, MalformedResponsesAndRequestsGiveErrors) {
-  const char *bad[] = {"garbage", "status", "version",    "nocolon", "spacename",   "firstfold",
+  const char *bad[] = {"garbage", "status", "version",    "nocolon", "spacename",
                        "chunksize", "chunkhuge", "chunkend", "chunktrunc", "short", "conflict",
                        "negative", "empty",   "headersonly", "ctl",     "longline",   "badlocation"};
   for (const char *name : bad) {

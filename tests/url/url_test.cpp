@@ -322,7 +322,8 @@ TEST(Url, ResponseFramingReadInSmallPieces) {
       {"HTTP/1.1 200 OK\r\nContent-Length: 1 \r\n\r\nx", false, 0, 200, 1},  // trailing space trimmed
       {"HTTP/1.1 200 OK\r\nContent-Length: +1\r\n\r\nx", false, -1, 0, 0},
       {"HTTP/1.1 200 OK\r\nContent-Length: 1,1\r\n\r\nx", false, -1, 0, 0},
-      {"HTTP/1.1 200 OK\r\n Folded: x\r\n\r\n", false, -1, 0, 0},
+      {"HTTP/1.1 200 OK\r\n Folded: x\r\n\r\n", false, -1, 0, 0},  // a fold needs a field before it
+      {"HTTP/1.1 200 OK\r\nX: a\r\n b\r\nContent-Length:\r\n\t 1\r\n\r\nx", false, 0, 200, 1},
       {"HTTP/1.1 099 Low\r\n\r\n", false, -1, 0, 0},
       {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nab\r\n", false, -1, 0, 0},  // no last chunk
       {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n 2\r\nab\r\n0\r\n\r\n", false, -1, 0, 0},
