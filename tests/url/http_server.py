@@ -17,6 +17,7 @@ Paths:
   /dribble/N     Content-Length N, then one byte every 100 ms
   /redirect/K    302 to /redirect/K-1; /redirect/0 answers "done"
   /loop          301 to itself
+  /moved         301 to /echo
   /see-other     303 to /echo#frag
   /temp          307 to /echo on this server
   /to?URL        302 to URL (percent-decoded)
@@ -203,6 +204,8 @@ def handle(conn, tls_ctx):
                     send(b"302 Found", b"moved", b"Location: /redirect/%d\r\n" % (k - 1))
             elif p == "/loop":
                 send(b"301 Moved Permanently", b"", b"Location: loop\r\n")
+            elif p == "/moved":
+                send(b"301 Moved Permanently", b"", b"Location: /echo\r\n")
             elif p == "/see-other":
                 send(b"303 See Other", b"", b"Location: /echo#frag\r\n")
             elif p == "/temp":

@@ -258,16 +258,19 @@ TEST_F(Http, RedirectsAreFollowedWithinTheLimit) {
   EXPECT_EQ(top(), kelmsg::LPU_TOOMANYREDIR);
   EXPECT_NE(msg().find("5"), std::string::npos) << msg();
 
-  // 303 turns a POST into a GET without body; 307 keeps both, from a source too.
+  // 303, 301 and 302 turn a POST into a GET without body; 307 keeps both,
+  // from a source too.
   std::string text = "data";
   Req post;
   post.method = "POST";
   post.body = text;
   post.nobody = false;
-  post.url = url("/see-other");
-  ASSERT_EQ(run(post), 0) << msg();
-  EXPECT_EQ(first_line(), "GET /echo HTTP/1.1");
-  EXPECT_EQ(std::string(r.url), url("/echo"));
+  for (const char *path : {"/see-other", "/moved", "/to?/echo"}) {
+    post.url = url(path);
+    ASSERT_EQ(run(post), 0) << msg();
+    EXPECT_EQ(first_line(), "GET /echo HTTP/1.1") << path;
+    EXPECT_EQ(std::string(r.url), url("/echo"));
+  }
   post.url = url("/temp");
   for (bool source : {false, true}) {
     post.source = source ? from_text : nullptr;
@@ -558,6 +561,19 @@ TEST_F(Http, MalformedResponsesAndRequestsGiveErrors) {
     EXPECT_EQ(run(rq), -1) << q.target;
     EXPECT_EQ(top(), q.msg) << q.target << ": " << msg();
   }
+  // Arguments the client refuses.
+  lpureq bare{};
+  bare.url = "http://127.0.0.1/";
+  lpureq noheaders = bare, nobody = bare;
+  noheaders.nheaders = 1;
+  nobody.bodyl = 1;
+  const lpureq *refused[] = {nullptr, &noheaders, &nobody};
+  for (const lpureq *q : refused) {
+    lemces(lem);
+    EXPECT_EQ(lpuhreq(hc, q, m, heap, &r), -1);
+    EXPECT_EQ(top(), kelmsg::LPU_BADARG);
+  }
+  EXPECT_EQ(lpuhreq(hc, &bare, m, nullptr, &r), -1);
   ASSERT_EQ(get(url("/file/10")), 0) << msg();  // the client still works
   EXPECT_EQ(body(), data(10));
 }
