@@ -324,6 +324,7 @@ TEST_F(Http, CredentialsStayWithTheirOrigin) {
   setenv("http_proxy", ("127.0.0.1:" + p).c_str(), 1);
   ASSERT_EQ(get(target), 0) << msg();
   EXPECT_EQ(first_line(), "GET " + target + " HTTP/1.1");
+  EXPECT_EQ(body().find("Proxy-Authorization"), std::string::npos) << body();
   setenv("no_proxy", "example.org, .localhost", 1);
   EXPECT_EQ(get(target), -1);  // straight to the dead port
   EXPECT_EQ(top(), kelmsg::LPU_CONNECT);
