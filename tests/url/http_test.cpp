@@ -501,7 +501,9 @@ TEST_F(Http, LargeBodiesGoThroughCallbacksWithoutBeingHeld) {
   // Kept in memory, a body of known length costs its size about once.
   ASSERT_EQ(get(url("/file/" + std::to_string(big))), 0) << msg();
   EXPECT_EQ(r.bodyl, big);
+#ifndef __SANITIZE_THREAD__  // its shadow of what the block touches is several times the block
   EXPECT_LT(max_rss_kib() - before, 80 * 1024);
+#endif
   // A sink stops the request, over TLS too; the client is still usable.
   for (const char *port : {"port", "good"}) {
     Counter c;
