@@ -18,8 +18,8 @@ set -euo pipefail
 cd "$(dirname "$0")"
 
 # Debian packages, by what needs them.
-PKGS_BUILD="cmake ninja-build g++ python3 bison libicu-dev tzdata"
-PKGS_TEST="libgtest-dev libgmock-dev googletest pkg-config"
+PKGS_BUILD="cmake ninja-build g++ python3 bison libicu-dev libssl-dev tzdata"
+PKGS_TEST="libgtest-dev libgmock-dev googletest pkg-config openssl"
 PKGS_BENCH="libbenchmark-dev libmimalloc-dev libjemalloc-dev libboost-dev libabsl-dev libcctz-dev libhowardhinnant-date-dev libinih-dev libcurl4-openssl-dev"
 PKGS_FUZZ="clang libclang-rt-dev"
 PKGS_DOCS="doxygen"
