@@ -344,7 +344,11 @@ uint32_t parse_piece(lrmctx_rec *c) {
       if (st != 0)
         result = st;
       else if (rc != 0)
-        result = ps.status != 0 ? ps.status : (c->status != 0 ? c->status : kSyntaxError);
+        // A parse that stops with no status of its own could not get memory
+        // for the driver's state or stack.
+        result = ps.status != 0   ? ps.status
+                 : c->status != 0 ? c->status
+                                  : report(c, kNoMemory, {"parsing"}, nullptr, "");
     } else {
       result = c->status != 0 ? c->status : kInternalError;
     }
