@@ -365,13 +365,13 @@ void storage_reclaim(Table &t) noexcept;
 void storage_free_retired(Table &t) noexcept;
 
 // A change of what searches read: the table's sequence is odd from begin to
-// end. The end is sequentially consistent, so that scans of the readers
-// made after it see every read that could have missed the change.
+// end. (A scan of the readers made after the end fences first, so that it
+// sees every read that could have missed the change; see reclaim_impl.h.)
 inline void write_begin(Table &t) noexcept {
   t.seq.store(t.seq.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
 }
 inline void write_end(Table &t) noexcept {
-  t.seq.store(t.seq.load(std::memory_order_relaxed) + 1, std::memory_order_seq_cst);
+  t.seq.store(t.seq.load(std::memory_order_relaxed) + 1, std::memory_order_release);
 }
 
 // Accessors for tests.

@@ -13,11 +13,13 @@
 // read that began after the unlink can reach, the unlink has already removed.
 //
 // The ordering argument. A reader stores its announcement (sequentially
-// consistent) before its first load of the table; a change makes its last
-// store to the table (sequentially consistent) before it scans the records.
-// In the single order of those operations either the scan comes first, and
+// consistent) before its first load of the table, which is sequentially
+// consistent too; a scan of the records starts with a sequentially
+// consistent fence, which comes after the change's last store to the table.
+// In the single order of those operations either the fence comes first, and
 // then the reader's loads see the change, or the announcement comes first,
-// and then the scan sees it and the memory is kept. A reader that announced
+// and then the scan sees it and the memory is kept. Changes that unlink
+// nothing (most inserts and removes) neither scan nor fence. A reader that announced
 // an epoch later than the one the change advanced from read the epoch after
 // the change was complete. Announcing costs one locked store per read; a
 // read inside another (a search from a caller's hash or compare callback)
@@ -83,8 +85,8 @@ class ReadSection {
   uint64_t outer_ = 0;
 };
 
-// For changes (after their last store to the table). `ignore` is a record
-// left out of the scan (null: none).
+// For changes (after their last store to the table); each scan fences
+// first. `ignore` is a record left out of the scan (null: none).
 //
 // Whether no thread is reading.
 bool readers_idle(const Reader *ignore) noexcept;

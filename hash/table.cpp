@@ -531,11 +531,7 @@ int32_t resize_locked(Table &t, uint32_t index, Status &st, const Pending<K> *ex
           ++probes;
         } while (dst->state != kEmpty);
       }
-      // Not yet seen by any search: plain stores.
-      dst->key = key;
-      dst->value = value;
-      dst->state = kUsed;
-      dst->check = h.check;
+      fill(*dst, key, value, h.check);
       note_homed<Slot>(nv, h.home, probes, h.check);
     }
   }
@@ -570,7 +566,7 @@ class ChangeLock {
  public:
   explicit ChangeLock(Table &t) noexcept : t_(t) {
     sltsmna(t_.ts, &t_.mx);
-    storage_reclaim(t_);
+    if (t_.nretired != 0) storage_reclaim(t_);
     while (t_.nretired == kRetiredMax && !reading()) {
       const uint64_t newest = t_.retired[kRetiredMax - 1].epoch;
       sltsmnr(t_.ts, &t_.mx);
@@ -799,9 +795,45 @@ int32_t end_iter(LhtTable *t) noexcept {
   return rc;
 }
 
+// The entry at or after slot `from` of storage `v`: the slot after it
+// (0: none), its key and value.
+template <class K>
+struct Next {
+  uint32_t at;
+  typename K::Key key;
+  void *value;
+};
+
+template <class K>
+inline Next<K> next_entry(const View &v, uint32_t from) noexcept {
+  using Slot = typename K::Slot;
+  if (from >= v.size) return {0, {}, nullptr};
+  // One chunk (every real table): no division.
+  if (__builtin_expect(v.nchunks == 1, 1)) {
+    const auto *slots = static_cast<const Slot *>(v.first);
+    for (uint32_t j = from; j < v.size; ++j)
+      if (static_cast<uint8_t>(slot_tag(slots[j])) == kUsed) {
+        order_loads();
+        return {j + 1, load_acq(slots[j].key), load_acq(slots[j].value)};
+      }
+    return {0, {}, nullptr};
+  }
+  const uint32_t last = v.size - (v.nchunks - 1) * v.per_chunk;
+  // Walk the rest of from's chunk, then the following chunks.
+  for (uint32_t c = from / v.per_chunk, j = from % v.per_chunk; c < v.nchunks; ++c, j = 0) {
+    const auto *chunk = static_cast<const Slot *>(v.chunks[c]);
+    uint32_t n = c + 1 == v.nchunks ? last : v.per_chunk;
+    for (; j < n; ++j)
+      if (static_cast<uint8_t>(slot_tag(chunk[j])) == kUsed) {
+        order_loads();
+        return {c * v.per_chunk + j + 1, load_acq(chunk[j].key), load_acq(chunk[j].value)};
+      }
+  }
+  return {0, {}, nullptr};
+}
+
 template <class K>
 int32_t yield(LhtTable *t, typename K::Key *key, void **value, uint32_t *pos) noexcept {
-  using Slot = typename K::Slot;
   if (!is<K>(t)) return -LHT_ERR_ARG;
   if (key == nullptr || pos == nullptr) {
     Status st;
@@ -809,29 +841,25 @@ int32_t yield(LhtTable *t, typename K::Key *key, void **value, uint32_t *pos) no
     report(t, st);
     return rc;
   }
-  struct Next {
-    uint32_t at;  // the slot after the entry found; 0: none
-    typename K::Key key;
-    void *value;
-  };
+  // While an iteration is open nothing changes, so the quick way (one try
+  // of read(), as in search()) nearly always ends it; a Yield outside an
+  // iteration still reads one consistent table.
   const uint32_t from = *pos;
-  // While an iteration is open nothing changes; a Yield outside one still
-  // reads a consistent table.
-  const Next next = read(*t, [&](const View &v) {
-    if (from >= v.size) return Next{0, {}, nullptr};
-    const uint32_t last = v.size - (v.nchunks - 1) * v.per_chunk;
-    // Walk the rest of from's chunk, then the following chunks.
-    for (uint32_t c = from / v.per_chunk, j = from % v.per_chunk; c < v.nchunks; ++c, j = 0) {
-      const auto *chunk = static_cast<const Slot *>(v.chunks[c]);
-      uint32_t n = c + 1 == v.nchunks ? last : v.per_chunk;
-      for (; j < n; ++j)
-        if (static_cast<uint8_t>(slot_tag(chunk[j])) == kUsed) {
-          order_loads();
-          return Next{c * v.per_chunk + j + 1, load_acq(chunk[j].key), load_acq(chunk[j].value)};
-        }
+  Next<K> next;
+  Reader *const r = tl_reader;
+  bool done = false;
+  if (__builtin_expect(r != nullptr && r->epoch.load(std::memory_order_relaxed) == 0, 1)) {
+    r->epoch.store(g_epoch.load(std::memory_order_acquire), std::memory_order_seq_cst);
+    const uint64_t seq = t->seq.load(std::memory_order_seq_cst);
+    const View v = view_of(*t);
+    if (__builtin_expect((seq & 1) == 0 && t->seq.load(std::memory_order_acquire) == seq, 1)) {
+      next = next_entry<K>(v, from);
+      order_loads();
+      done = t->seq.load(std::memory_order_acquire) == seq;
     }
-    return Next{0, {}, nullptr};
-  });
+    r->epoch.store(0, std::memory_order_release);
+  }
+  if (__builtin_expect(!done, 0)) next = read(*t, [&](const View &v) { return next_entry<K>(v, from); });
   if (next.at == 0) return -LHT_ERR_END;
   *key = next.key;
   if (value != nullptr) *value = next.value;
