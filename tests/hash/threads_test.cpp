@@ -108,6 +108,14 @@ struct Race {
   }
 };
 
+// The hash of the arbitrary keys: now and then it gives up the processor,
+// so that reads are caught in the middle by resizes.
+uint32_t slow_hash(const void *key, uint32_t size, void *uctx) {
+  thread_local uint32_t calls = 0;
+  if (++calls % 16 == 0) std::this_thread::yield();
+  return fnv_hash(key, size, uctx);
+}
+
 // The answer (found, with value v) is that of a state between versions v1
 // and v2 of key k.
 bool plausible(uint32_t k, uint32_t v1, uint32_t v2, int found, const void *v, bool probe) {
@@ -135,7 +143,7 @@ TEST(LhtThreads, ReadsRaceChangesAndResizes) {
     auto kind = row.kind == K::Int ? lht_internal::Kind::Int : row.kind == K::Str ? lht_internal::Kind::Str
                                                                                    : lht_internal::Kind::Arb;
     Race race{row.kind, static_cast<LhtTable *>(lht_internal::create(
-                            kind, ctx, nullptr, 1, &mem, row.kind == K::Arb ? fnv_hash : nullptr,
+                            kind, ctx, nullptr, 1, &mem, row.kind == K::Arb ? slow_hash : nullptr,
                             row.kind == K::Arb ? str_cmp : nullptr, nullptr, row.chunk))};
     ASSERT_NE(race.t, nullptr);
     for (uint32_t k = kToggled; k < kToggled + kStable; ++k) ASSERT_EQ(race.insert(k, val(k, 2)), 1);
@@ -231,6 +239,59 @@ TEST(LhtThreads, ReadsRaceChangesAndResizes) {
               1);
     if (heap != nullptr) EXPECT_EQ(lmmhpfree(ctx->lmmctx, heap, 0), 0);
   }
+}
+
+// A read held open (its hash callback waits) while another thread grows the
+// table: the storage the read began in is kept and the read goes on in it,
+// inserts go on until all the room for kept storage is used, and the next
+// change then waits for the read to end. The check that the writer waits is
+// one-sided: with the read held, no load can let the writer get further.
+TEST(LhtThreads, HeldReadKeepsItsStorage) {
+  static std::atomic<int> gate;  // 1: the read is inside; 2: let it go
+  static const char *held;
+  gate.store(0);
+  auto hash = [](const void *key, uint32_t size, void *) -> uint32_t {
+    if (key == held && gate.load() == 0) {
+      gate.store(1);
+      while (gate.load() != 2) std::this_thread::yield();
+    }
+    return fnv_hash(key, size, nullptr);
+  };
+  LhtTable *t = LhtArbCreate(nullptr, nullptr, 1, nullptr, hash, str_cmp, nullptr);
+  ASSERT_NE(t, nullptr);
+  std::vector<std::string> keys;
+  for (uint32_t k = 0; k < 140; ++k) keys.push_back("k" + std::to_string(k));
+  for (uint32_t k = 0; k < 10; ++k) ASSERT_EQ(LhtArbInsert(t, keys[k].c_str(), val(k, 2)), 1);
+  ASSERT_EQ(lht_internal::table_size(t), 11u);
+  std::string copy = keys[5];  // its own address: only the held search stops
+  held = copy.c_str();
+  int32_t found = 0;
+  void *v = nullptr;
+  std::thread reader([&] { found = LhtArbSearch(t, held, &v); });
+  while (gate.load() != 1) std::this_thread::yield();
+  // 11 -> 17 -> 37 -> 67 -> 131 slots: four storages kept, all the room;
+  // the insert after the 67th entry waits.
+  std::atomic<uint32_t> inserted{10};
+  std::thread writer([&] {
+    for (uint32_t k = 10; k < 140; ++k) {
+      EXPECT_EQ(LhtArbInsert(t, keys[k].c_str(), val(k, 2)), 1);
+      inserted.fetch_add(1);
+    }
+  });
+  const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(120);
+  while (inserted.load() < 67 && std::chrono::steady_clock::now() < give_up) std::this_thread::yield();
+  EXPECT_EQ(inserted.load(), 67u) << "the inserts stopped before the room for kept storage was used";
+  EXPECT_EQ(lht_internal::table_size(t), 131u);
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(inserted.load(), 67u) << "a change went on while every kept storage could still be read";
+  gate.store(2);
+  reader.join();
+  writer.join();
+  EXPECT_EQ(found, 1);
+  EXPECT_EQ(v, val(5, 2));
+  EXPECT_EQ(lht_internal::table_size(t), 257u);
+  EXPECT_EQ(lht_internal::table_count(t), 140u);
+  EXPECT_EQ(LhtArbDestroy(t), 1);
 }
 
 }  // namespace
