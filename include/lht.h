@@ -47,7 +47,10 @@
  *     one for a key being removed finds it with its value or misses it, and
  *     keys that no change touches are found (or missed) as always. A read
  *     never touches memory that a change freed: storage a resize replaced is
- *     freed only once no read can still be in it.
+ *     freed only once no read can still be in it. A table keeps at most
+ *     four replaced storages for reads still in them; once all four are
+ *     held, its next change waits until the reads in them end (reads are
+ *     short, but a hash or compare callback that blocks holds its read).
  *   - A read that keeps meeting changes (a stream of them on one table)
  *     waits for the mutex after a few tries, so it always ends.
  *   - While any iteration is open, inserts, removes and resizes are refused
