@@ -59,13 +59,15 @@ function(kel_add_bench_family dir)
   target_include_directories(bench_${fam} PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/bench)
 endfunction()
 
-# fuzz/<family>/<harness>.cpp becomes fuzz_<harness>, a libFuzzer binary, and a
-# bounded ctest run over its corpus folder fuzz/<family>/<harness>.corpus if any.
+# fuzz/<family>/[<part>/]<harness>.cpp becomes fuzz_<harness>, a libFuzzer
+# binary, and a bounded ctest run over its corpus folder <harness>.corpus
+# beside it, if any.
 function(kel_add_fuzz_family dir)
   get_filename_component(fam ${dir} NAME)
-  file(GLOB srcs CONFIGURE_DEPENDS ${dir}/*.cpp)
+  file(GLOB_RECURSE srcs CONFIGURE_DEPENDS ${dir}/*.cpp)
   foreach(src IN LISTS srcs)
     get_filename_component(h ${src} NAME_WE)
+    get_filename_component(src_dir ${src} DIRECTORY)
     add_executable(fuzz_${h} ${src})
     target_compile_options(fuzz_${h} PRIVATE -fsanitize=fuzzer)
     target_link_options(fuzz_${h} PRIVATE -fsanitize=fuzzer)
@@ -75,7 +77,7 @@ function(kel_add_fuzz_family dir)
     # that one lives in the build tree, the checked-in seeds come second.
     set(work ${CMAKE_CURRENT_BINARY_DIR}/corpus/${h})
     file(MAKE_DIRECTORY ${work})
-    set(seeds ${dir}/${h}.corpus)
+    set(seeds ${src_dir}/${h}.corpus)
     set(args -runs=${KEL_FUZZ_RUNS} -max_len=4096)
     if(EXISTS ${seeds})
       add_test(NAME fuzz_${h} COMMAND fuzz_${h} ${args} ${work} ${seeds})

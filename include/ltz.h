@@ -123,7 +123,7 @@ KELAPI int32_t ltzStep(const void *image, uint32_t i, char *buf, size_t buflen, 
  * the transition found, counted from the region's first record (0).
  * Statuses: 0; 1 image, utc or offset null; 2 bad magic, damaged image, or
  * utc not of kind 3; 3 wrong format version; 4 id outside 1 ... 8191;
- * 5 empty slot; 6 abbr too small. On failure *offset, *dst and *index are
+ * 5 empty slot, or an alias the slot does not carry; 6 abbr too small. On failure *offset, *dst and *index are
  * untouched; abbr is an empty string after status 6, else untouched. */
 KELAPI int32_t ltzGet(const void *image, uint16_t id, const LdiDateTime *utc, int32_t *offset,
                       char *abbr, size_t abbrlen, uint8_t *dst);
