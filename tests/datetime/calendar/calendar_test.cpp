@@ -13,12 +13,12 @@
 
 #include "datetime/calendar/ldx_impl.h"
 #include "ldx.h"
-#include "tests/datetime/calendar/ldx_test_util.h"
+#include "tests/datetime/datetime_test.h"
 
 namespace {
 
 using namespace ldx_internal;
-using namespace ldxtest;
+using namespace dttest;
 
 static_assert(sizeof(ldxdate) == 8 && offsetof(ldxdate, month) == 2 && offsetof(ldxdate, second) == 6 &&
               offsetof(ldxdate, spare) == 7);
@@ -60,6 +60,19 @@ TEST(DateKernel, ReferenceDayNumbers) {
   EXPECT_EQ(ldxjtc(&x.c, 0, &out), -1);
   EXPECT_EQ(ldxjtc(&x.c, -5, &out), -1);
   EXPECT_EQ(x.rec.errs, (std::vector<int32_t>{1854, 1854}));
+}
+
+// ctj takes the common dates a shorter way; every date, the edges around
+// the common ones and dates no calendar has give what the defining steps
+// give.
+TEST(DateKernel, FastDayNumbersAreTheDefiningSteps) {
+  for (int32_t y = -4720; y <= 10010; ++y)
+    for (int32_t m = -1; m <= 14; ++m)
+      for (int32_t d = -1; d <= 33; ++d)
+        if (ctj(y, m, d) != ctj_plain(y, m, d)) FAIL() << y << "-" << m << "-" << d;
+  for (int32_t y : {-1000000, -40000, 40000, 1000000})
+    for (int32_t d : {1, 40, -100000})
+      EXPECT_EQ(ctj(y, 3, d), ctj_plain(y, 3, d)) << y << " " << d;
 }
 
 TEST(DateKernel, LeapRuleAndDayOfYear) {

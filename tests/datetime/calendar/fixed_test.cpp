@@ -22,13 +22,13 @@
 
 #include "datetime/calendar/ldx_impl.h"
 #include "ldx.h"
-#include "tests/datetime/calendar/ldx_test_util.h"
+#include "tests/datetime/datetime_test.h"
 #include "lx.h"
 
 namespace {
 
 using namespace ldx_internal;
-using namespace ldxtest;
+using namespace dttest;
 
 std::string str(const ldxdate &d) {
   char b[64];

@@ -12,12 +12,12 @@
 
 #include "datetime/calendar/ldx_impl.h"
 #include "ldx.h"
-#include "tests/datetime/calendar/ldx_test_util.h"
+#include "tests/datetime/datetime_test.h"
 
 namespace {
 
 using namespace ldx_internal;
-using namespace ldxtest;
+using namespace dttest;
 
 std::string fmt(ldxctx *c, const ldxdate &d, const std::string &model) {
   char out[512];
@@ -310,8 +310,15 @@ TEST(DateFormat, ReadsPartsAndDefaults) {
       {"SSSSS", "86399", "2024-07-01 23:59:59"},
       {"SSSSS HH24 MI SS", "3723 01 02 03", "2024-07-01 01:02:03"},
       {"YYYYMMDDHH24MISS", "20240229130509", "2024-02-29 13:05:09"},
+      // Any separator for any other, blanks around them, or none at all.
       {"YYYY-MM-DD", "2024/02/29", "2024-02-29 00:00:00"},
+      {"DD/MM/YYYY", "05-03-2024", "2024-03-05 00:00:00"},
+      {"DD.MM,YYYY", "05:03;2024", "2024-03-05 00:00:00"},
+      {"DD MM YYYY", "05-03/2024", "2024-03-05 00:00:00"},
+      {"DD-MM-YYYY", "05032024", "2024-03-05 00:00:00"},
       {"YYYY-MM-DD", "  2024 - 02 -29  ", "2024-02-29 00:00:00"},
+      {"DD-MM-SYYYY", "05-03-2024", "2024-03-05 00:00:00"},
+      {"DD-MM SYYYY", "05-03 -0044", "-44-03-05 00:00:00"},
       {"YYYY-MM-DD HH24:MI:SS", "2024-02-29", "2024-02-29 00:00:00"},
       {"DD\"of\"MM YYYY", "5 OF 03 2024", "2024-03-05 00:00:00"},
       {"DDTH MM YYYY", "21st 03 2024", "2024-03-21 00:00:00"},
@@ -368,6 +375,8 @@ TEST(DateFormat, ReadErrorsAndOptionBits) {
       {"DD-MM", "AB-01", 1858},              {"DD\"T\"MM", "01X02", 1861},
       {"FXDD-MM", "01/02", 1861},           {"FXYYYY-MM-DD", "2024-1-15", 1862},
       {"FXDD-MM-YYYY", "01-01-2024 ", 1830}, {"FX DD", "01", 1861},  {"HH24:MI", "10:30 PM", 1830},
+      {"DD-MM-YYYY", "05--03-2024", 1858},   {"DD-MM-YYYY", "05*03*2024", 1858},
+      {"FXDD/MM/YYYY", "05-03-2024", 1861},  {"DD\"of\"MM", "05 on 03", 1861},
       {"CC", "20", 1820},                    {"DD GG", "01", 1821},
       {"DDSP", "banana", 1858},
   };
@@ -376,6 +385,31 @@ TEST(DateFormat, ReadErrorsAndOptionBits) {
     ldxdate d = D(1, 2, 3), before = d;
     EXPECT_EQ(ldxsto(&x.c, &d, c.text, std::strlen(c.text), c.model, std::strlen(c.model), LDX_OPT_ERRNUM), c.err);
     EXPECT_EQ(ldxcmp(nullptr, &d, &before), 0);  // untouched on failure
+  }
+  // Where a read failed: the element or literal that did not match, the text
+  // left over, the whole date when it is wrong as a whole; nothing after a
+  // success.
+  const struct {
+    const char *model, *text;
+    int32_t err;
+    size_t pos;
+    const char *rest;
+  } where[] = {{"FXDD-MM-YYYY", "05/03/2024", 1861, 2, "/03/2024"},
+               {"DD-MM-YYYY", "05--03-2024", 1858, 3, "-03-2024"},
+               {"DD-MON-YYYY", "05-Foo-2024", 1843, 3, "Foo-2024"},
+               {"DD-MM-YYYY", "01-01-2024  x", 1830, 12, "x"},
+               {"DD-MM-YYYY", "31-04-2024", 1839, 0, "31-04-2024"},
+               {"YYYY-MM-DD", "2024-02-29", 0, 0, ""}};
+  for (const auto &c : where) {
+    SCOPED_TRACE(c.text);
+    ldxdate d{};
+    EXPECT_EQ(ldxsto(&x.c, &d, c.text, std::strlen(c.text), c.model, std::strlen(c.model), LDX_OPT_QUIET),
+              c.err ? -1 : 0);
+    size_t pos = 99;
+    char rest[8];
+    EXPECT_EQ(ldxrerr(&pos, rest, sizeof rest), c.err);
+    EXPECT_EQ(pos, c.pos);
+    EXPECT_EQ(std::string(rest), std::string(c.rest).substr(0, sizeof rest - 1));
   }
   // Damaged compiled models are refused, not read past their end.
   const std::string damaged[] = {std::string("\0\1", 2), std::string("\0\1\x16", 3), std::string("\0\1\x85" "ab", 5),
@@ -580,62 +614,6 @@ TEST(DateFormat, RoundTripsOverGeneratedModels) {
     }
   }
   EXPECT_GT(trips, 15000);
-}
-
-}  // namespace
-
-namespace {
-
-// Models whose compiled form takes the one-pass reader must read exactly as
-// the general reader does (the same model with the fast bit cleared), on good
-// and on spoiled text.
-TEST(DateFormat, FixedLayoutReaderAgreesWithTheGeneralReader) {
-  Ctx x;
-  PinNow pin;
-  const char *models[] = {"YYYY-MM-DD HH24:MI:SS", "YYYYMMDDHH24MISS", "DD.MM.RRRR", "DDD/YYYY", "J SSSSS",
-                          "HH:MI:SS", "YY-MM-DD", "MM/DD/YYYY HH12:MI", "RR;MM;DD-"};
-  std::mt19937 rng(99);
-  int compared = 0;
-  for (const char *model : models) {
-    SCOPED_TRACE(model);
-    uint8_t fast[128], slow[128];
-    size_t n = ldxsti(&x.c, model, std::strlen(model), fast, sizeof fast);
-    ASSERT_GT(n, 0u);
-    ASSERT_TRUE(fast[1] & kHdrFixed);
-    std::memcpy(slow, fast, n);
-    slow[1] = static_cast<uint8_t>(slow[1] & ~kHdrFixed);
-    for (int i = 0; i < 3000; ++i) {
-      int32_t j = 1 + static_cast<int32_t>(rng() % kMaxJday);
-      int32_t y, m, d;
-      jtc(j, &y, &m, &d);
-      if (y < 1) continue;
-      ldxdate dt = D(y, m, d, static_cast<int>(rng() % 24), static_cast<int>(rng() % 60), static_cast<int>(rng() % 60));
-      char text[64];
-      int32_t len = ldxdts(&x.c, text, sizeof text, &dt, reinterpret_cast<const char *>(fast), n);
-      ASSERT_GT(len, 0);
-      // Spoil some: a digit, a separator, the length.
-      switch (rng() % 5) {
-        case 0: text[rng() % static_cast<uint32_t>(len)] = static_cast<char>('0' + rng() % 10); break;
-        case 1: text[rng() % static_cast<uint32_t>(len)] = "-/ :x9+"[rng() % 7]; break;
-        case 2: if (len > 1) --len; break;
-        case 3: text[len++] = ' '; break;
-        default: break;
-      }
-      ldxdate a = D(1, 1, 1), b = D(1, 1, 1);
-      int32_t ra = ldxsto(&x.c, &a, text, static_cast<size_t>(len), reinterpret_cast<const char *>(fast), n, LDX_OPT_ERRNUM);
-      int32_t rb = ldxsto(&x.c, &b, text, static_cast<size_t>(len), reinterpret_cast<const char *>(slow), n, LDX_OPT_ERRNUM);
-      ASSERT_EQ(ra, rb) << std::string(text, static_cast<size_t>(len));
-      ASSERT_EQ(str(a), str(b)) << std::string(text, static_cast<size_t>(len));
-      ++compared;
-    }
-  }
-  EXPECT_GT(compared, 15000);
-  // Elements with suffixes, fill mode, names or FX keep the general reader.
-  for (const char *m : {"DDTH-MM", "FMDD-MM", "DD-MON", "FXDD-MM", "DD \"T\" MM", "SYYYY", "Y,YYY", "DD--MM"}) {
-    uint8_t c[64];
-    ASSERT_GT(ldxsti(&x.c, m, std::strlen(m), c, sizeof c), 0u);
-    EXPECT_FALSE(c[1] & kHdrFixed) << m;
-  }
 }
 
 }  // namespace

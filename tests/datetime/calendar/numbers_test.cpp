@@ -10,12 +10,12 @@
 
 #include "ldx.h"
 #include "lnx.h"
-#include "tests/datetime/calendar/ldx_test_util.h"
+#include "tests/datetime/datetime_test.h"
 #include "tests/support/python.h"
 
 namespace {
 
-using namespace ldxtest;
+using namespace dttest;
 
 std::vector<std::string> oracle() {
   std::string out;

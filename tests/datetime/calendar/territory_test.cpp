@@ -13,11 +13,11 @@
 
 #include "datetime/calendar/ldx_impl.h"
 #include "ldx.h"
-#include "tests/datetime/calendar/ldx_test_util.h"
+#include "tests/datetime/datetime_test.h"
 #include "lx.h"
 
 using namespace ldx_internal;
-using namespace ldxtest;
+using namespace dttest;
 
 namespace {
 

@@ -12,12 +12,12 @@
 
 #include "datetime/calendar/ldx_impl.h"
 #include "ldx.h"
-#include "tests/datetime/calendar/ldx_test_util.h"
+#include "tests/datetime/datetime_test.h"
 
 namespace {
 
 using namespace ldx_internal;
-using namespace ldxtest;
+using namespace dttest;
 
 int32_t unit(Ctx &x, const char *u) { return ldxgpc(&x.c, u, std::strlen(u)); }
 

@@ -1,16 +1,17 @@
 // Around the lookups: the record layouts, name ordering, the EBCDIC tables, finding and loading the image.
 #include <chrono>
 #include <cstddef>
+#include <cstring>
 #include <random>
 #include <sstream>
 #include <thread>
 
 #include "datetime/timezone/load_impl.h"
-#include "tz_test_util.h"
+#include "tests/datetime/datetime_test.h"
 
 namespace {
 
-using tztest::stamp;
+using namespace dttest;
 
 // The records cross the interface and the datetime one is also the image's
 // transition record, so every offset is fixed.
@@ -44,9 +45,9 @@ TEST(TimezoneSupport, NameOrdering) {
 }
 
 TEST(TimezoneSupport, EbcdicTablesMatchCodePage037) {
-  std::string path = tztest::temp_path("oracle_cp037.txt");
-  ASSERT_TRUE(tztest::run_oracle("cp037 > " + path));
-  std::istringstream in(tztest::read_lines(path).at(0));
+  std::string path = dttest::temp_path("oracle_cp037.txt");
+  ASSERT_TRUE(dttest::run_tz_oracle("cp037 > " + path));
+  std::istringstream in(dttest::read_lines(path).at(0));
   char ascii[128], ebc[128], back[128];
   for (int c = 0; c < 128; ++c) ascii[c] = static_cast<char>(c);
   ltzAscEbcConvert(ebc, ascii, 128);
@@ -141,7 +142,7 @@ TEST(TimezoneSupport, CheckingAndLoadingFiles) {
     std::fwrite(bytes.data(), 1, bytes.size(), f);
     std::fclose(f);
   };
-  std::string good = tztest::temp_path("load_good.dat"), bad = tztest::temp_path("load_bad.dat");
+  std::string good = dttest::temp_path("load_good.dat"), bad = dttest::temp_path("load_bad.dat");
   // An image claiming more bytes than the file has is refused.
   put32(0, LTZ_MAGIC);
   put32(4, LTZ_HEADER_SIZE + 10);
@@ -156,7 +157,7 @@ TEST(TimezoneSupport, CheckingAndLoadingFiles) {
   ss_mem_fre(const_cast<uint8_t *>(img));
   EXPECT_EQ(ltz_internal::load_image(bad.c_str(), &img), LTZ_ERR_IMAGE);
   EXPECT_EQ(img, nullptr);
-  EXPECT_EQ(ltz_internal::load_image(tztest::temp_path("no_such_file.dat").c_str(), &img), LTZ_ERR_NOTFOUND);
+  EXPECT_EQ(ltz_internal::load_image(dttest::temp_path("no_such_file.dat").c_str(), &img), LTZ_ERR_NOTFOUND);
   struct Fault {
     int32_t point;
     int32_t want;

@@ -5,10 +5,10 @@
 #include <string>
 
 #include "datetime/types/ldi_impl.h"
-#include "ldi_test_util.h"
+#include "tests/datetime/datetime_test.h"
 #include "lnx.h"
 
-using namespace lditest;
+using namespace dttest;
 
 namespace {
 

@@ -7,10 +7,10 @@
 #include <random>
 #include <sstream>
 
-#include "ldi_test_util.h"
+#include "tests/datetime/datetime_test.h"
 #include "ldx.h"
 
-using namespace lditest;
+using namespace dttest;
 
 namespace {
 
@@ -242,9 +242,20 @@ TEST(LdiZone, AdjustAndFixedCases) {
   EXPECT_EQ(fields(t4), "0 0 0 15 0 0");
   LdiDateTime plain = dt(3, 2024, 1, 1);
   EXPECT_EQ(LdiTimeZoneAdjust(nullptr, &plain, 0, 0, 0, nullptr), LDI_ERR_KIND);
-  // Lookup failures map to the family's numbers.
+  // Lookup failures map to the family's numbers: an empty slot, and an alias
+  // past the end of a slot's names (514: slot 2, a region of one name).
   LdiDateTime bad = dt(5, 2024, 1, 1, 0, 0, 0, 0, 0, 0, 8191);
   EXPECT_EQ(LdiTZ2T(&bad, &utc, img), LDI_ERR_NOREGION);
+  char name[LTZ_NAME_MAX];
+  ASSERT_EQ(ltzName(img, 2, name, sizeof name, nullptr), LTZ_OK);
+  ASSERT_EQ(ltzName(img, 2 | 1 << 9, name, sizeof name, nullptr), LTZ_ERR_NOTFOUND);
+  LdiDateTime alias = dt(5, 2024, 1, 1, 0, 0, 0, 0, 0, 0, 2 | 1 << 9), sum = alias;
+  const LdiInterval day = iv(3, 1);
+  EXPECT_EQ(LdiDateInterAddTZ(nullptr, &alias, &day, &sum, img), LDI_ERR_NOREGION);
+  EXPECT_EQ(sum.day, 1);
+  LdiDateTime out_of_range = dt(5, 2024, 1, 1, 0, 0, 0, 0, 0, 0, 8191);
+  out_of_range.region = 8192;
+  EXPECT_EQ(LdiDateInterAddTZ(nullptr, &out_of_range, &day, &sum, img), LDI_ERR_REGION);
   LdiDateTime u = dt(3, 2024, 1, 1);
   EXPECT_EQ(LdiT2TZ(&u, 0, 0, ny, &v, nullptr), LDI_ERR_TZFILE);
   // Kind 7 values of different zones compare as instants.
@@ -264,6 +275,8 @@ TEST(LdiZone, AdjustAndFixedCases) {
   ASSERT_EQ(LdiInterFromTZ("america/new-york", 16, &z, img), 0);
   ASSERT_EQ(LdiInterToTZ(&z, buf, sizeof buf, &n, img), 0);
   EXPECT_EQ(std::string(buf, n), "America/New_York");
+  z = iv(11, 0, 15);
+  EXPECT_EQ(LdiInterToTZ(&z, buf, sizeof buf, &n, nullptr), LDI_ERR_TZTEXT);
   for (const char *badtz : {"+15:00", "-13:00", "+5:60", "5:00", "", "Nowhere/Land"})
     EXPECT_NE(LdiInterFromTZ(badtz, std::strlen(badtz), &z, img), 0) << badtz;
   EXPECT_EQ(LdiInterFromTZ("Nowhere/Land", 12, &z, img), LDI_ERR_NOREGION);

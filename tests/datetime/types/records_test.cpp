@@ -6,10 +6,10 @@
 #include <tuple>
 
 #include "datetime/types/ldi_impl.h"
-#include "ldi_test_util.h"
+#include "tests/datetime/datetime_test.h"
 #include "ldx.h"
 
-using namespace lditest;
+using namespace dttest;
 
 namespace {
 
@@ -249,6 +249,14 @@ TEST(LdiAdd, MonthStepKeepsTheDay) {
       {dt(1, 9999, 12, 1), iv(2, 0, 1), LDI_ERR_YEAR, 0, 0, 0},
       {dt(1, -4712, 1, 1), iv(2, 0, -1), LDI_ERR_YEAR, 0, 0, 0},
       {dt(2, 0, 0, 0, 1), iv(2, 0, 1), LDI_ERR_KINDS, 0, 0, 0},
+      // Year 0 and the ten days of October 1582 exist in no calendar.
+      {dt(1, 1, 1, 15), iv(2, 0, -1), LDI_ERR_YEAR, 0, 0, 0},
+      {dt(1, -1, 12, 15), iv(2, 0, 1), LDI_ERR_YEAR, 0, 0, 0},
+      {dt(1, 1, 1, 15), iv(2, 0, -13), 0, -1, 12, 15},
+      {dt(1, 1582, 9, 10), iv(2, 0, 1), LDI_ERR_DAY_MONTH, 0, 0, 0},
+      {dt(1, 1582, 9, 4), iv(2, 0, 1), 0, 1582, 10, 4},
+      {dt(1, 1582, 11, 15), iv(2, 0, -1), 0, 1582, 10, 15},
+      {dt(3, 1, 1, 1), iv(3, -1), LDI_ERR_YEAR, 0, 0, 0},
   };
   for (const auto &c : cases) {
     int32_t st = LdiDateInterAdd(&ctx, &c.d, &c.i, &out);

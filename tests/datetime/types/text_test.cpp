@@ -6,10 +6,10 @@
 #include <string>
 
 #include "datetime/types/ldi_impl.h"
-#include "ldi_test_util.h"
+#include "tests/datetime/datetime_test.h"
 #include "ldx.h"
 
-using namespace lditest;
+using namespace dttest;
 
 namespace {
 
