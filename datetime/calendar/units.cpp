@@ -32,12 +32,7 @@ Unit classify(int32_t code) {
   }
 }
 
-int32_t monday_on_or_before(ldxdate *r) {
-  int32_t j = ctj(r->year, r->month, r->day);
-  int32_t wd = (j - 2445030) % 7;
-  if (wd < 0) wd += 7;
-  return add_days(r, r, -wd, 0);
-}
+int32_t monday_on_or_before(ldxdate *r) { return add_days(r, r, -iso_wday(ctj(r->year, r->month, r->day)), 0); }
 
 }  // namespace
 

@@ -32,8 +32,9 @@ inline constexpr uint32_t kOffDst = 36;
 inline constexpr uint32_t kOffDirectory = 40;
 inline constexpr uint32_t kSlots = 512;
 inline constexpr uint32_t kSlotSize = 8;
-// Informational trailer of the header: first and last year covered, number
-// of local-time types, and 4 spare bytes.
+// Informational trailer of the header: the first and last year every region
+// covers (some regions reach further back), the number of local-time types,
+// and 4 spare bytes. The lookups do not read them.
 inline constexpr uint32_t kOffFirstYear = 4136;
 inline constexpr uint32_t kOffLastYear = 4138;
 inline constexpr uint32_t kOffTypeCount = 4140;

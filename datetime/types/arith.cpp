@@ -102,9 +102,7 @@ KELAPI int32_t LdiDateInterAddTZ(ldxctx *ctx, const LdiDateTime *d, const LdiInt
       ldxdate in = as_ldx(r), o = in;
       int32_t rc = v.eadm(ctx, &o, &in, iv->f1 * 12 + iv->f2);
       if (rc & 0xFF) return rc;
-      r.year = o.year;
-      r.month = static_cast<uint8_t>(o.month);
-      r.day = static_cast<uint8_t>(o.day);
+      set_date(r, o);
     } else {
       int64_t n = static_cast<int64_t>(r.month) + iv->f2;
       int64_t year = r.year + static_cast<int64_t>(iv->f1) + n / 12;
@@ -270,14 +268,8 @@ KELAPI int32_t LdiDateFromLDX(const ldxdate *in, uint8_t kind, LdiDateTime *out)
   if (kind != LDI_KIND_DATE && kind != LDI_KIND_TIMESTAMP) return LDI_ERR_KIND;
   LdiDateTime r{};
   r.kind = kind;
-  r.year = in->year;
-  r.month = static_cast<uint8_t>(in->month);
-  r.day = static_cast<uint8_t>(in->day);
-  if (kind == LDI_KIND_TIMESTAMP) {
-    r.hour = static_cast<uint8_t>(in->hour);
-    r.minute = static_cast<uint8_t>(in->minute);
-    r.second = static_cast<uint8_t>(in->second);
-  }
+  set_date(r, *in);
+  if (kind == LDI_KIND_TIMESTAMP) set_time(r, *in);
   *out = r;
   return 0;
 }
@@ -344,20 +336,12 @@ int32_t unit_op(ldxctx *ctx, const LdiDateTime &d, int32_t unit, LdiDateTime *ou
   if (!valid_kind(d.kind)) return LDI_ERR_KIND;
   bool time_unit = unit == C_HH24 || unit == C_HH || unit == C_MI;
   if (!has_date(d.kind) && !time_unit) return LDI_ERR_KINDS;
-  ldxdate in = as_ldx(d);
-  if (!has_date(d.kind)) in.year = 2000, in.month = 1, in.day = 1;
-  ldxdate o = in;
+  ldxdate in = as_ldx(d), o = in;
   int32_t st = round ? round_unit(view(ctx), &o, &in, unit) : trunc_unit(view(ctx), &o, &in, unit);
   if (st) return st;
   LdiDateTime r = d;
-  if (has_date(d.kind)) {
-    r.year = o.year;
-    r.month = static_cast<uint8_t>(o.month);
-    r.day = static_cast<uint8_t>(o.day);
-  }
-  r.hour = static_cast<uint8_t>(o.hour);
-  r.minute = static_cast<uint8_t>(o.minute);
-  r.second = static_cast<uint8_t>(o.second);
+  if (has_date(d.kind)) set_date(r, o);
+  set_time(r, o);
   r.fraction = 0;
   *out = r;
   return 0;

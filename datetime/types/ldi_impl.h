@@ -117,16 +117,27 @@ bool parse_offset(const char *s, size_t n, int32_t *minutes);
 int32_t parse_zone(const char *s, size_t n, const void *img, int32_t *minutes, uint16_t *region);
 
 // The calendar fields of a datetime as the date kernel's record (fractions
-// and zone dropped).
+// and zone dropped); a value without a date stands on 1 January 2000.
 inline ldxdate as_ldx(const LdiDateTime &d) {
   ldxdate x{};
-  x.year = d.year;
-  x.month = static_cast<int8_t>(d.month);
-  x.day = static_cast<int8_t>(d.day);
+  x.year = has_date(d.kind) ? d.year : int16_t{2000};
+  x.month = static_cast<int8_t>(has_date(d.kind) ? d.month : 1);
+  x.day = static_cast<int8_t>(has_date(d.kind) ? d.day : 1);
   x.hour = static_cast<int8_t>(d.hour);
   x.minute = static_cast<int8_t>(d.minute);
   x.second = static_cast<int8_t>(d.second);
   return x;
+}
+// And back: the date fields, and the time of day fields.
+inline void set_date(LdiDateTime &d, const ldxdate &x) {
+  d.year = x.year;
+  d.month = static_cast<uint8_t>(x.month);
+  d.day = static_cast<uint8_t>(x.day);
+}
+inline void set_time(LdiDateTime &d, const ldxdate &x) {
+  d.hour = static_cast<uint8_t>(x.hour);
+  d.minute = static_cast<uint8_t>(x.minute);
+  d.second = static_cast<uint8_t>(x.second);
 }
 
 }  // namespace ldi_internal

@@ -340,15 +340,9 @@ KELAPI int32_t LdiDateFromArray(const uint8_t *in, size_t len, uint8_t kind, Ldi
   if (LdiDateCheck(full, 2, LDI_KIND_TSTZ)) return LDI_ERR_VALUE;
   ldxdate x{};
   ldx_internal::from_ext7(ext, &x);
-  if (has_date(kind)) {
-    d.year = x.year;
-    d.month = static_cast<uint8_t>(x.month);
-    d.day = static_cast<uint8_t>(x.day);
-  }
+  if (has_date(kind)) set_date(d, x);
   if (has_time(kind)) {
-    d.hour = static_cast<uint8_t>(x.hour);
-    d.minute = static_cast<uint8_t>(x.minute);
-    d.second = static_cast<uint8_t>(x.second);
+    set_time(d, x);
     d.fraction = get32(full + 7);
   }
   if (fm.zone >= 0) {

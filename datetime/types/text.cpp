@@ -77,19 +77,11 @@ const char *default_model(uint8_t kind, bool frac = true) {
   }
 }
 
+// The kernel's record of a datetime; a kind-7 minute marked by a zone
+// adjustment is written without its +60.
 ldxdate ldx_of(const LdiDateTime &d) {
-  ldxdate x{};
-  if (has_date(d.kind)) {
-    x.year = d.year;
-    x.month = static_cast<int8_t>(d.month);
-    x.day = static_cast<int8_t>(d.day);
-  } else {
-    x.year = 2000;
-    x.month = x.day = 1;
-  }
-  x.hour = static_cast<int8_t>(d.hour);
-  x.minute = static_cast<int8_t>(d.minute > 59 ? d.minute - 60 : d.minute);
-  x.second = static_cast<int8_t>(d.second);
+  ldxdate x = as_ldx(d);
+  if (d.minute > 59) x.minute = static_cast<int8_t>(d.minute - 60);
   return x;
 }
 
