@@ -22,9 +22,10 @@
 // from when on the data promises that the clocks of one zone agree) to
 // --last-year, by default the latest year that still fits the image's
 // 524288 bytes. Slots whose spans hold the same records share one range of
-// them. The room left then carries slots further back where it fits: a group
-// of slots sharing a range back to where their histories part, a slot alone
-// to the start of its history. The compiler reports the years covered, and
+// them, and a range whose changes end a longer range is read from that
+// range's end. The room left then carries slots further back where it fits:
+// a group of slots sharing a range back to where their histories part, a slot
+// alone to the start of its history. The compiler reports the years covered, and
 // fails, naming the region and the year that do not fit, when asked for
 // years that cannot fit.
 //
@@ -569,6 +570,7 @@ struct Range {
   std::vector<uint32_t> slots;
   std::vector<Change> records;
   bool extended = false;  // carried back before the first covered year
+  int host = -1;          // held as the last records of that range instead
 };
 
 struct Plan {
@@ -591,6 +593,7 @@ size_t measure(const std::vector<Slot> &slots, const Types &types, Plan &p) {
   std::map<ImageType, int> used;
   std::map<std::string, int> abbrs;
   for (const auto &r : p.ranges) {
+    if (r.host >= 0) continue;
     records += r.records.size();
     for (const auto &c : r.records) {
       const LocalType &t = types.list[c.type];
@@ -607,6 +610,32 @@ size_t measure(const std::vector<Slot> &slots, const Types &types, Plan &p) {
   return p.bytes;
 }
 
+// A range whose changes are the last changes of a longer range, and whose
+// first state is the state that range is in just before them, can be read
+// from the end of that range: its first record then carries an earlier
+// instant, which no lookup reads (the first record stands for all time
+// before the second). Such ranges are held inside their host.
+void embed(Plan &p) {
+  std::vector<size_t> order(p.ranges.size());
+  for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::stable_sort(order.begin(), order.end(),
+                   [&](size_t a, size_t b) { return p.ranges[a].records.size() > p.ranges[b].records.size(); });
+  for (size_t i = 0; i < order.size(); ++i) {
+    Range &b = p.ranges[order[i]];
+    const size_t n = b.records.size();
+    for (size_t j = 0; j < i; ++j) {
+      const Range &a = p.ranges[order[j]];
+      if (a.host >= 0 || a.records.size() <= n) continue;
+      const size_t k = a.records.size() - n;
+      if (a.records[k].type == b.records[0].type &&
+          std::equal(b.records.begin() + 1, b.records.end(), a.records.begin() + static_cast<ptrdiff_t>(k) + 1)) {
+        b.host = static_cast<int>(order[j]);
+        break;
+      }
+    }
+  }
+}
+
 // Every named slot covering [first, last]; equal spans share a range.
 Plan cover(const std::vector<Slot> &slots, const Types &types, int first, int last) {
   const int64_t from = year_start(first), end = year_start(last + 1);
@@ -619,6 +648,7 @@ Plan cover(const std::vector<Slot> &slots, const Types &types, int first, int la
     if (fresh) p.ranges.push_back({{}, std::move(recs)});
     p.ranges[it->second].slots.push_back(s);
   }
+  embed(p);
   measure(slots, types, p);
   return p;
 }
@@ -635,6 +665,7 @@ void extend_back(const std::vector<Slot> &slots, const Types &types, int first, 
   std::vector<Candidate> cands;
   for (size_t i = 0; i < p.ranges.size(); ++i) {
     const Range &r = p.ranges[i];
+    if (r.host >= 0) continue;  // its records are another range's
     std::vector<const std::vector<Change> *> hs;
     for (uint32_t s : r.slots) hs.push_back(&slots[s].history);
     std::vector<Change> recs = span(*hs.front(), agree_since(hs, from), end);
@@ -662,6 +693,7 @@ void extend_back(const std::vector<Slot> &slots, const Types &types, int first, 
   size_t n = 0;
   std::string where = "the names alone";
   for (const auto &r : p.ranges) {
+    if (r.host >= 0) continue;
     if (n + r.records.size() > room) {
       const Change &c = r.records[room > n ? room - n : 0];
       where = "the transitions of " + slots[r.slots.front()].names.front() + " from " +
@@ -743,6 +775,7 @@ std::vector<uint8_t> build_image(const std::vector<Slot> &slots, const Types &ty
   std::vector<uint8_t> abbrs;
   for (const auto &r : plan.ranges)
     for (const auto &c : r.records) {
+      if (r.host >= 0) break;
       const LocalType &t = types.list[c.type];
       ImageType key{t.utoff, t.abbr};
       if (type_ids.count(key)) continue;
@@ -788,14 +821,11 @@ std::vector<uint8_t> build_image(const std::vector<Slot> &slots, const Types &ty
     put16(e + 4, index[i].id);
   }
   size_t r = 0;
-  for (const auto &range : plan.ranges) {
-    if (r > 0xFFFF || range.records.size() > 0xFFFF) die("the transition table is too long for 16-bit record numbers");
-    for (uint32_t s : range.slots) {
-      uint8_t *slot = &b[kOffDirectory + s * kSlotSize];
-      put16(slot, static_cast<uint16_t>(range.records.size()));
-      put16(slot + 2, static_cast<uint16_t>(r));
-      put32(slot + 4, list_off[s]);
-    }
+  std::vector<size_t> base(plan.ranges.size());
+  for (size_t i = 0; i < plan.ranges.size(); ++i) {
+    const Range &range = plan.ranges[i];
+    if (range.host >= 0) continue;
+    base[i] = r;
     for (const auto &c : range.records) {
       cal::Civil v{};
       if (!cal::from_seconds(c.at, &v)) die("a transition outside the calendar's years");
@@ -811,6 +841,23 @@ std::vector<uint8_t> build_image(const std::vector<Slot> &slots, const Types &ty
       put16(&b[off_map + 2 * r], type_ids.at({t.utoff, t.abbr}));
       b[off_dst + r] = t.isdst ? 1 : 0;
       ++r;
+    }
+  }
+  // The directory: a range held in its host is the host's last records.
+  for (size_t i = 0; i < plan.ranges.size(); ++i) {
+    const Range &range = plan.ranges[i];
+    const size_t n = range.records.size();
+    size_t first = base[i];
+    if (range.host >= 0) {
+      const Range &host = plan.ranges[static_cast<size_t>(range.host)];
+      first = base[static_cast<size_t>(range.host)] + host.records.size() - n;
+    }
+    if (first > 0xFFFF || n > 0xFFFF) die("the transition table is too long for 16-bit record numbers");
+    for (uint32_t s : range.slots) {
+      uint8_t *slot = &b[kOffDirectory + s * kSlotSize];
+      put16(slot, static_cast<uint16_t>(n));
+      put16(slot + 2, static_cast<uint16_t>(first));
+      put32(slot + 4, list_off[s]);
     }
   }
   for (size_t t = 0; t < itypes.size(); ++t) {
