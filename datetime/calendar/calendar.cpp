@@ -31,7 +31,7 @@ KELAPI void ldxdtd(ldxctx *, const ldxdate *in, ldxdays *out) {
 KELAPI int32_t ldxdfd(ldxctx *ctx, const ldxdays *in, ldxdate *out) {
   std::memset(out, 0, sizeof *out);
   int32_t s = in->seconds;
-  set_hms(out, s / 3600, s % 3600 / 60, s % 60);
+  set_hms(out, s);
   return ldxjtc(ctx, in->days, out);
 }
 

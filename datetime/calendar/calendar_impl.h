@@ -142,6 +142,12 @@ struct Civil {
   int32_t year, month, day, hour, minute, second;
 };
 
+// Hour, minute and second of a second of the day (0 ... 86399).
+struct Hms {
+  int32_t hour, minute, second;
+};
+constexpr Hms hms_of(int32_t sod) { return {sod / 3600, sod / 60 % 60, sod % 60}; }
+
 constexpr int64_t to_seconds(int32_t y, int32_t m, int32_t d, int32_t hh, int32_t mi, int32_t ss) {
   return static_cast<int64_t>(ctj(y, m, d)) * kDaySecs + hh * 3600 + mi * 60 + ss;
 }
@@ -165,9 +171,10 @@ constexpr bool from_seconds(int64_t s, Civil *c) {
   split_seconds(s, &days, &sod);
   if (days < 1 || days > kMaxJday) return false;
   jtc(static_cast<int32_t>(days), &c->year, &c->month, &c->day);
-  c->hour = sod / 3600;
-  c->minute = sod / 60 % 60;
-  c->second = sod % 60;
+  const Hms t = hms_of(sod);
+  c->hour = t.hour;
+  c->minute = t.minute;
+  c->second = t.second;
   return true;
 }
 

@@ -44,7 +44,7 @@ int32_t add_days(ldxdate *out, const ldxdate *in, int32_t days, int64_t secs) {
     int32_t sod = 0;
     split_seconds((static_cast<int64_t>(in->hour) * 60 + in->minute) * 60 + in->second + secs, &carry, &sod);
     dd += carry;
-    set_hms(&r, sod / 3600, sod / 60 % 60, sod % 60);
+    set_hms(&r, sod);
   }
   int32_t err = 0;
   if (dd != 0) {

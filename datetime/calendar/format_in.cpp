@@ -577,7 +577,7 @@ int32_t assemble(const ldx_territory_view &v, Fields &f, ldxdate *out) {
   int32_t minute = f[F_MINUTE] >= 0 ? f[F_MINUTE] : 0;
   int32_t second = f[F_SECOND] >= 0 ? f[F_SECOND] : 0;
   if (f[F_SSSSS] >= 0) {
-    int32_t h = f[F_SSSSS] / 3600, m = f[F_SSSSS] % 3600 / 60, s = f[F_SSSSS] % 60;
+    const auto [h, m, s] = hms_of(f[F_SSSSS]);
     if ((f[F_HOUR24] >= 0 || f[F_HOUR12] >= 0) && h != hour) return E_SSSSS_HOUR;
     if (f[F_MINUTE] >= 0 && m != minute) return E_SSSSS_MINUTE;
     if (f[F_SECOND] >= 0 && s != second) return E_SSSSS_SECOND;

@@ -130,6 +130,10 @@ inline void set_hms(ldxdate *out, int32_t h, int32_t mi, int32_t s) {
   out->minute = static_cast<int8_t>(mi);
   out->second = static_cast<int8_t>(s);
 }
+inline void set_hms(ldxdate *out, int32_t sod) {
+  const Hms t = hms_of(sod);
+  set_hms(out, t.hour, t.minute, t.second);
+}
 
 }  // namespace ldx_internal
 

@@ -72,7 +72,7 @@ KELAPI int32_t ldxn2d(ldxctx *ctx, const uint8_t *num, size_t len, ldxdate *out)
   int32_t y = 0, m = 0, d = 0;
   jtc(j, &y, &m, &d);
   set_ymd(out, y, m, d);
-  set_hms(out, s / 3600, s / 60 % 60, s % 60);
+  set_hms(out, s);
   return 0;
 }
 

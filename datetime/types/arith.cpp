@@ -320,9 +320,7 @@ KELAPI int32_t LdiJulianToDate(const ldxdays *in, LdiDateTime *out) {
   int32_t st = LdiJDaysToDate(in->days, &r);
   if (st) return st;
   r.kind = LDI_KIND_TIMESTAMP;
-  r.hour = static_cast<uint8_t>(in->seconds / 3600);
-  r.minute = static_cast<uint8_t>(in->seconds / 60 % 60);
-  r.second = static_cast<uint8_t>(in->seconds % 60);
+  set_time(r, in->seconds);
   *out = r;
   return 0;
 }

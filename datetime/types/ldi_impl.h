@@ -139,6 +139,12 @@ inline void set_time(LdiDateTime &d, const ldxdate &x) {
   d.minute = static_cast<uint8_t>(x.minute);
   d.second = static_cast<uint8_t>(x.second);
 }
+inline void set_time(LdiDateTime &d, int32_t sod) {
+  const ldx_internal::Hms t = ldx_internal::hms_of(sod);
+  d.hour = static_cast<uint8_t>(t.hour);
+  d.minute = static_cast<uint8_t>(t.minute);
+  d.second = static_cast<uint8_t>(t.second);
+}
 
 }  // namespace ldi_internal
 

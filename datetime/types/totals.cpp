@@ -80,11 +80,9 @@ int32_t set_wall_ns(LdiDateTime &d, i128 ns) {
     --secs;
   }
   if (!has_date(d.kind)) {
+    // A time of day wraps around midnight.
     int64_t s = static_cast<int64_t>(secs % 86400);
-    if (s < 0) s += 86400;
-    d.hour = static_cast<uint8_t>(s / 3600);
-    d.minute = static_cast<uint8_t>(s / 60 % 60);
-    d.second = static_cast<uint8_t>(s % 60);
+    set_time(d, static_cast<int32_t>(s < 0 ? s + 86400 : s));
     d.fraction = static_cast<uint32_t>(frac);
     return 0;
   }
