@@ -78,19 +78,37 @@ inline LdiDateTime record(const Region &r, uint32_t i) {
 }
 inline Key record_key(const Region &r, uint32_t i) { return full_key(record_at(r, i)); }
 
+// Whether the record at p is not later than the instant of key t: the
+// ordering key of full_key, compared as its two halves so that no 96-bit
+// value is built on the search's chain of dependent steps.
+struct SearchKey {
+  int64_t k;      // date_key of the instant
+  uint32_t frac;  // its fraction
+};
+inline SearchKey search_key(Key t) {
+  return {static_cast<int64_t>(t >> 32), static_cast<uint32_t>(t)};
+}
+inline bool not_later(const uint8_t *p, SearchKey t) {
+  const auto k = static_cast<int64_t>(ldi_internal::date_key(p));
+  uint32_t f;
+  std::memcpy(&f, p + 8, 4);
+  return (k < t.k) | ((k == t.k) & (f <= t.frac));
+}
+
 // The first record among lo ... hi - 1 that is later than t (hi when none
 // is), for records in ascending order. The loop has no data-dependent
 // branch, which matters because lookups of unrelated instants defeat the
-// branch predictor.
-uint32_t first_later(const Region &r, uint32_t lo, uint32_t hi, Key t) {
+// branch predictor. The answer lies in base ... base + n throughout.
+uint32_t first_later(const Region &r, uint32_t lo, uint32_t hi, Key key) {
   if (lo >= hi) return hi;
+  const SearchKey t = search_key(key);
   uint32_t base = lo, n = hi - lo;
   while (n > 1) {
     uint32_t half = n / 2;
-    base = record_key(r, base + half) <= t ? base + half : base;
+    base = not_later(record_at(r, base + half), t) ? base + half : base;
     n -= half;
   }
-  return base + (record_key(r, base) <= t ? 1 : 0);
+  return base + (not_later(record_at(r, base), t) ? 1 : 0);
 }
 
 // Local-time type of record i: offset and abbreviation offset.

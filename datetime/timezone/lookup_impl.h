@@ -1,4 +1,4 @@
-// tz_lookup_impl.h - helpers shared by the files of the time-zone lookups.
+// lookup_impl.h - helpers shared by the files of the time-zone lookups.
 #ifndef KEL_DATETIME_TZ_LOOKUP_IMPL_H
 #define KEL_DATETIME_TZ_LOOKUP_IMPL_H
 
