@@ -16,7 +16,7 @@
  *
  * Years covered: the image built with the library (tools/keltzc) holds every
  * region's history for the same span of years, from 1970 to as far into the
- * future as the 524288 bytes allow (2052 with tzdata 2025b), with the first
+ * future as the 524288 bytes allow (2060 with tzdata 2025b), with the first
  * and last year as 16-bit numbers at header offsets 4136 and 4138; some
  * regions are carried further back, up to their whole history. Before a
  * region's first record its first state holds, after its last record its
