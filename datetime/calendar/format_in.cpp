@@ -249,6 +249,21 @@ void eat_padding(Reader &r, uint32_t flags, size_t want) {
   while (want-- && r.c.peek() == ' ') ++r.c.pos;
 }
 
+// A month or weekday name, full or abbreviated whatever the element (the
+// longer match wins); index or -1. The padding read after it is that of the
+// element's own form.
+int32_t read_name(Reader &r, uint32_t flags, const char *const *full, const char *const *abbr, int32_t n,
+                  bool full_element) {
+  size_t len = 0, la = 0;
+  int32_t i = read_word(r.c, full, n, &len);
+  int32_t j = read_word(r.c, abbr, n, &la);
+  if (la > len) i = j, len = la;
+  if (i < 0) return -1;
+  r.c.pos += len;
+  eat_padding(r, flags, longest(full_element ? full : abbr, n) - len);
+  return i;
+}
+
 // Number elements the fast path leaves to read_number: signs and groups.
 constexpr uint64_t kSpecialNum = (uint64_t{1} << C_SYYYY) | (uint64_t{1} << C_SY_YYY) | (uint64_t{1} << C_NYYYY) |
                                  (uint64_t{1} << C_Y_YYY) | (uint64_t{1} << C_SCC);
@@ -302,24 +317,14 @@ int32_t read_element(Reader &r, Fields &f, int32_t code, uint32_t flags) {
   size_t len = 0;
   switch (code) {
     case C_MONTH: case C_MON: {
-      int32_t i = read_word(c, r.v.months, 12, &len);
-      size_t la;
-      int32_t j = read_word(c, r.v.mon_abbr, 12, &la);
-      if (la > len) i = j, len = la;
+      int32_t i = read_name(r, flags, r.v.months, r.v.mon_abbr, 12, code == C_MONTH);
       if (i < 0) return E_RANGE_MONTH;
-      c.pos += len;
-      eat_padding(r, flags, longest(code == C_MONTH ? r.v.months : r.v.mon_abbr, 12) - len);
       f[F_MONTH] = i + 1;
       return 0;
     }
     case C_DAY: case C_DY: {
-      int32_t i = read_word(c, r.v.days, 7, &len);
-      size_t la;
-      int32_t j = read_word(c, r.v.day_abbr, 7, &la);
-      if (la > len) i = j, len = la;
+      int32_t i = read_name(r, flags, r.v.days, r.v.day_abbr, 7, code == C_DAY);
       if (i < 0) return E_RANGE_WEEKDAY;
-      c.pos += len;
-      eat_padding(r, flags, longest(code == C_DAY ? r.v.days : r.v.day_abbr, 7) - len);
       f[F_WDAY] = i;
       return 0;
     }
