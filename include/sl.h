@@ -64,7 +64,14 @@ KELAPI size_t slcgems(int32_t err, char *buf, size_t len);
 #define SL_FAULT_FILE_OTHER  17  /* file layer: seek, sync, rename, remove, directories */
 #define SL_FAULT_THREAD      18  /* thread creation */
 #define SL_FAULT_SOCKET      19  /* socket layer */
-#define SL_FAULT_MAX         32
+#define SL_FAULT_HEAP        20  /* heap allocations: lmmmalloc, lmmcalloc, lmmrealloc, lmmvalloc,
+                                     lmmo*blklist (either model) */
+#define SL_FAULT_NLS         21  /* every allocation of kelnls10 */
+#define SL_FAULT_DATE_VIEW   22  /* the date family's territory view of an NLS handle */
+#define SL_FAULT_SSL_TRUST   40  /* TLS sessions: loading the trust (system store or CA file) */
+#define SL_FAULT_SSL_OPEN    41  /* TLS sessions: a handshake */
+#define SL_FAULT_SSL_IO      42  /* TLS sessions: a send or a receive */
+#define SL_FAULT_MAX         63
 
 /* Arms fault point `point`: counting from the next request that reaches it,
  * request number `nth` (1 = the very next) and the `count` - 1 after it fail

@@ -118,6 +118,12 @@ int64_t slsckrecv(int64_t s, void *buf, size_t n, int32_t ms) noexcept {
   }
 }
 
+int32_t slsckwait(int64_t s, int32_t forwrite, int32_t ms) noexcept {
+  int w = wait_for(static_cast<int>(s), forwrite ? POLLOUT : POLLIN, ms);
+  if (w < 0) slseterrno(errno);
+  return w < 0 ? -1 : w;
+}
+
 int32_t slsckidle(int64_t s) noexcept {
   pollfd p{static_cast<int>(s), POLLIN, 0};
   int r = poll(&p, 1, 0);
