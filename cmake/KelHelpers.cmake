@@ -123,8 +123,9 @@ endfunction()
 # Outside the fuzz preset, every harness with a corpus also replays it as an
 # ordinary test: replay_<harness> is the harness linked with a small main
 # (fuzz/replay_main.cpp) instead of libFuzzer, and the ctest
-# fuzz_replay_<harness> feeds it fuzz/<family>/<harness>.corpus, labelled
-# with the family so that a family's tests include its corpora.
+# fuzz_replay_<harness> feeds it the <harness>.corpus folder beside it
+# (fuzz/<family>/[<part>/]), labelled with the family so that a family's
+# tests include its corpora.
 function(kel_add_fuzz_replays fuzzdir)
   file(GLOB fam_dirs LIST_DIRECTORIES true ${fuzzdir}/*)
   foreach(d IN LISTS fam_dirs)
@@ -132,10 +133,11 @@ function(kel_add_fuzz_replays fuzzdir)
       continue()
     endif()
     get_filename_component(fam ${d} NAME)
-    file(GLOB srcs CONFIGURE_DEPENDS ${d}/*.cpp)
+    file(GLOB_RECURSE srcs CONFIGURE_DEPENDS ${d}/*.cpp)
     foreach(src IN LISTS srcs)
       get_filename_component(h ${src} NAME_WE)
-      if(NOT IS_DIRECTORY ${d}/${h}.corpus)
+      get_filename_component(src_dir ${src} DIRECTORY)
+      if(NOT IS_DIRECTORY ${src_dir}/${h}.corpus)
         continue()
       endif()
       add_executable(replay_${h} ${src} ${fuzzdir}/replay_main.cpp)
@@ -144,7 +146,7 @@ function(kel_add_fuzz_replays fuzzdir)
       if(KEL_TEST_HOOKS)
         target_compile_definitions(replay_${h} PRIVATE KEL_TEST_HOOKS=1)
       endif()
-      add_test(NAME fuzz_replay_${h} COMMAND replay_${h} ${d}/${h}.corpus)
+      add_test(NAME fuzz_replay_${h} COMMAND replay_${h} ${src_dir}/${h}.corpus)
       set_tests_properties(fuzz_replay_${h} PROPERTIES TIMEOUT 600 LABELS ${fam})
     endforeach()
   endforeach()
