@@ -18,12 +18,19 @@
  *
  * Storage. Every value given to a key is kept as one occurrence, in order,
  * whatever the source; a parenthesised list contributes its words as further
- * occurrences. Occurrence 0 is the first. Values are checked and converted
- * to the key's declared type when stored. A key name "q:k" stores the key k
- * under qualifier q (a section); getters with qualifier q find it, and fall
- * back to the unqualified k. Positional values, and values trailing a -flag,
- * are kept under the empty key (length 0). Values trailing a -key belong to
- * that key.
+ * occurrences. Occurrence 0 is the first. A declared default is occurrence 0
+ * until the user gives the key a value: the user's values then replace it,
+ * as occurrences 0, 1, 2... in the order given. Values are checked and
+ * converted to the key's declared type when stored. A key name "q:k" (in a
+ * source, on a command line as -q:k, or given to any call that takes a key
+ * without a qualifier) stands for the key k under qualifier q (a section);
+ * getters with qualifier q find it, and fall back to the unqualified k.
+ * Positional values, and values trailing a -flag, are kept under the empty
+ * key (length 0). Values trailing a -key belong to that key.
+ *
+ * Every call that stores values (lrmspv, lrmavla, lrmpaa, lrmpas, lrmpst,
+ * lrmpfi with its includes, lrmpev) stores all of them or, when it fails,
+ * none: after a failure the values are as they were before the call.
  *
  * Statuses. Functions returning uint32_t return 0 for success or a status
  * number of message facility "LRM" of product "KELCORE"; each failure is also
@@ -34,11 +41,25 @@
  *   107 ambiguous abbreviation    109 syntax error
  *   110 comma not allowed         111 unterminated quoted string
  *   113 file cannot be opened     114 file cannot be read
- *   115 files nested too deeply   120 not a valid number
+ *   115 files nested too deeply   116 source larger than the limit
+ *   120 not a valid number
  *   201 required argument null    202 key type does not match the getter
  *   206 value longer than buffer  211 abbreviated lookup not allowed
  *   212 bad declaration           213 key declared twice
  *   221 invalid UTF-8/UTF-16 text 222 no key set declared (lrmpatk, lrmprh)
+ * The records of statuses 101-107, 109-111, 113-116 and 120 say where: their
+ * text ends with the source (file name, "command line", "string" or the
+ * environment variable), line and column (1-based; the column counts
+ * characters) and the parameter concerned, as far as known, and the record
+ * carries these as its last four arguments: source name (text, "" outside a
+ * source), line and column (numbers, 0 outside a source), parameter (text,
+ * "" when none).
+ *
+ * The character set's rules. Names are compared, and values of type
+ * LRM_T_NAME upper-cased, by the case rules of the context's character set;
+ * blanks are the characters of its space class (so U+00A0 separates values
+ * in Unicode mode). A single-byte set is applied byte by byte; a multi-byte
+ * set character by character, each read and classified by the set (lx.h).
  *
  * Unicode mode (LRM_F_UNICODE): key names, qualifiers and values cross the
  * interface as UTF-16 in native byte order (lengths in 16-bit units,
@@ -79,7 +100,8 @@ typedef int32_t (*lrminitcb)(void *arg, char *buf256);
  *   ctx      the library's context record (lpm.h); required
  *   charset  character-set handle (an environment of lx.h) for the caller's
  *            text, or null for "AMERICAN_AMERICA.US7ASCII" (ignored in Unicode
- *            mode, where the inside is "AL32UTF8")
+ *            mode, where the inside is "AL32UTF8"); a two-byte Unicode set
+ *            (AL16UTF16, AL16UTF16LE) cannot be one and makes the call fail
  *   flags    LRM_F_* and LRM_OPT_* bits
  *   cb, cbarg optional initialisation callback and its argument
  * Opens facility "LRM" of "KELCORE", makes the context's heap inside the
@@ -97,6 +119,16 @@ KELAPI int32_t lrmtrm(lrmctx *h);
 /* Sets the scanner options LRM_OPT_COMMA and LRM_OPT_COMMENTS for later
  * input (other bits are ignored); returns the previous options. */
 KELAPI uint32_t lrmsopt(lrmctx *h, uint32_t options);
+
+/* Largest source the context reads unless told otherwise: 64 MiB. */
+#define LRM_MAX_SOURCE_DEFAULT ((size_t)64 << 20)
+
+/* Sets the largest source (a file, each included file, a command line, a
+ * string, an environment variable's value) the context reads, in bytes;
+ * larger ones fail with 116 before anything of them is stored. 0 leaves the
+ * limit as it is; values above SIZE_MAX / 4 are taken as SIZE_MAX / 4.
+ * Returns the previous limit (0 for a null h). */
+KELAPI size_t lrmslim(lrmctx *h, size_t bytes);
 
 /* Output function for help listings and the version routine's caller
  * (null: the process's standard output). */
@@ -150,18 +182,21 @@ typedef struct lrmkeyset {
 
 /* Declares the key set of the context (the set is kept by reference and must
  * outlive the context) and stores the declared defaults as occurrence 0 of
- * their keys. Replaces an earlier set and drops every stored value.
- * Statuses: 201 null argument; 212 a key without a name or with a bad type
- * or range, or a default that does not convert (then the status of the
- * conversion is recorded too); 213 a name declared twice (by the set's
- * comparison rules). On failure no set is declared. */
+ * their keys (until a value given by the user replaces them). Replaces an
+ * earlier set and drops every stored value. Statuses: 201 null argument; 212
+ * a key without a name or with a bad type or range, or a default that does
+ * not convert (then the status of the conversion is recorded too); 213 a
+ * name declared twice (by the set's comparison rules); the earlier set then
+ * stays declared with its values. 106: no set is declared and no value
+ * stays. */
 KELAPI uint32_t lrmpsvp(lrmctx *h, const lrmkeyset *set);
 
 /* Stores `value` (vlen units) as a new occurrence of `key` (klen units) with
- * qualifier `qual` (NUL-terminated, or null), after checking and converting
- * it for the key's type. A key of a set with LRM_KS_ABBREV may be
- * abbreviated. Statuses: 201, 101, 107, the conversion statuses 102-105
- * and 120, 106. Nothing is stored on failure. */
+ * qualifier `qual` (NUL-terminated, or null; without one, a key "q:k" names
+ * k under q), after checking and converting it for the key's type. A key of
+ * a set with LRM_KS_ABBREV may be abbreviated. Statuses: 201, 101, 107, the
+ * conversion statuses 102-105 and 120, 106, 221. Nothing is stored on
+ * failure. */
 KELAPI uint32_t lrmspv2(lrmctx *h, const void *qual, const void *key, size_t klen, const void *value, size_t vlen);
 /* lrmspv2 without a qualifier. */
 KELAPI uint32_t lrmspv(lrmctx *h, const void *key, size_t klen, const void *value, size_t vlen);
@@ -174,12 +209,14 @@ KELAPI uint32_t lrmvsk2(lrmctx *h, const void *qual, const void *key, size_t kle
                         uint8_t *type);
 
 /* Adds `count` NUL-terminated values in order as occurrences of `key`
- * (lrmspv each); stops at the first failure and returns its status (the
- * values before it stay stored). */
+ * (lrmspv each); at the first failure returns its status and stores none of
+ * them. */
 KELAPI uint32_t lrmavla(lrmctx *h, const void *key, size_t klen, const void *const *values, uint32_t count);
 /* Drops every occurrence of `key` under qualifier `qual` (null: unqualified). */
 KELAPI uint32_t lrmavlc(lrmctx *h, const void *qual, const void *key, size_t klen);
-/* Number of stored occurrences of `key` under `qual` into *count (0 when none). */
+/* Number of stored occurrences of `key` under `qual` into *count (0 when
+ * none): those the getters read, so the unqualified key's when `qual` has
+ * none of its own. */
 KELAPI uint32_t lrmavlo(lrmctx *h, const void *qual, const void *key, size_t klen, uint32_t *count);
 
 /* Key matching for a name met as "-name": 0 when the name is a declared key
@@ -187,16 +224,20 @@ KELAPI uint32_t lrmavlo(lrmctx *h, const void *qual, const void *key, size_t kle
  * "usage", "?": the help listing is written and *type is LRM_T_BOOL;
  * "version": the version routine is called, *type LRM_T_BOOL), or when the
  * set accepts any key (*type LRM_T_STRING; so does a context without a
- * key set). Otherwise 201 (null argument), 107 (ambiguous prefix) or 101
- * (unknown, recorded with the name). Names are in the inside character set. */
+ * key set). A name "q:k" is matched by its key k. Otherwise 201 (null
+ * argument), 107 (ambiguous prefix) or 101 (unknown, recorded with the
+ * name). Names are in the inside character set. */
 KELAPI uint32_t lrmckv(lrmctx *h, const char *name, size_t len, uint8_t *type);
 /* Abbreviated lookup: 0 and the index of the declared key in *index, 211
  * when the set does not allow abbreviations, 107, 101, 201, 222. */
 KELAPI uint32_t lrmpatk(lrmctx *h, const char *name, size_t len, uint32_t *index);
 
 /* Writes the help listing: one line "%s\t\t%s\n" per declared key (name,
- * first line of help), continuation lines "\t\t%s\n", keys sorted by name.
- * Returns 0 (222 without a key set). */
+ * first line of help), continuation lines "\t\t%s\n" for the rest of the
+ * help and then one that says what the key takes:
+ * "\t\ttype integer, default \"7\", range 1 to 1000" (the default and the
+ * range when declared; types boolean, string, integer, name, number,
+ * "size (K, M, G)"). Keys sorted by name. Returns 0 (222 without a key set). */
 KELAPI uint32_t lrmprh(lrmctx *h);
 
 /* --------------------------------------------------------------- sources */
@@ -204,10 +245,10 @@ KELAPI uint32_t lrmprh(lrmctx *h);
 /* Parses the command-line arguments argv[0..argc-1] (argument 0 is a value,
  * not a program name: pass argv + 1) and stores what they set. Arguments are
  * joined with blanks; an argument holding blanks or special characters
- * should be quoted by the caller as on a shell. Statuses: 201 and every
- * status of the scanner, parser and storage (first failure). The values
- * stored before a failure stay stored. Without a declared key set every
- * name is accepted as a string key. */
+ * should be quoted by the caller as on a shell. Statuses: 201, 116 and every
+ * status of the scanner, parser and storage (first failure); on failure
+ * nothing of the call is stored. Without a declared key set every name is
+ * accepted as a string key. */
 KELAPI uint32_t lrmpaa(lrmctx *h, int32_t argc, const char *const *argv);
 /* Parses one command-line string (source kind 1). */
 KELAPI uint32_t lrmpas(lrmctx *h, const char *text, size_t len);
@@ -215,11 +256,19 @@ KELAPI uint32_t lrmpas(lrmctx *h, const char *text, size_t len);
  * recognised). */
 KELAPI uint32_t lrmpst(lrmctx *h, const char *text, size_t len);
 /* Parses the parameter file `path` (no "-name" options; '#' comments). A
- * line "@other-file" (or "include other-file") reads another file in
- * place, relative names taken from the including file's folder, at most 16
- * deep. Statuses: 113 cannot open (the file name and the system's reason
- * are recorded), 114 read error, 115 too deep, and those of lrmpaa. Syntax
- * errors are recorded as 109 with the token, the file name and the line. */
+ * line whose text starts with "@other-file" (or "include other-file") and
+ * holds no '=' reads another file in place, relative names taken
+ * from the including file's folder, at most 16 deep; the name runs to the
+ * end of the line (blanks around it and one pair of quotes dropped). Such a
+ * line counts only where a new setting or value may start: not inside a
+ * quoted string, which runs to its closing quote over newlines, not inside
+ * a parenthesised list, where a newline is a blank, and not after a line
+ * ending in a backslash. The text before the line and the text after it are
+ * parsed as inputs of their own. Statuses: 113 cannot open (the file name
+ * and the system's reason are recorded), 114 read error, 115 too deep, 116
+ * a file larger than the limit (lrmslim), and those of lrmpaa. Syntax
+ * errors are recorded as 109 with the token. On failure, in an included
+ * file too, nothing of the call is stored. */
 KELAPI uint32_t lrmpfi(lrmctx *h, const char *path);
 /* Parses the value of environment variable `name` as a command-line string;
  * an unset variable is 0 and stores nothing. */
@@ -244,11 +293,12 @@ KELAPI uint32_t lrmg8v(lrmctx *h, const void *qual, void *qname, const void *key
 /* out: a buffer of 22 bytes; *outlen receives the number's length (may be null). */
 KELAPI uint32_t lrmgonv(lrmctx *h, const void *qual, void *qname, const void *key, size_t klen, uint32_t occ,
                         uint8_t *out, size_t *outlen);
-/* Copies the string value NUL-terminated into buf of cap bytes (in Unicode
- * mode as UTF-16, cap in bytes including the 2-byte terminator). A value of
- * exactly cap - 1 bytes (units) fits; a longer one gives 206 and buf is not
- * written. *outlen gets the value's length (may be null). Types 2 and 4;
- * a key of another type gives 202. */
+/* Copies the string value into buf of cap bytes (in Unicode mode as UTF-16
+ * units of two bytes). A value of at most cap bytes (cap / 2 units) is
+ * copied, followed by a terminating NUL (0 unit) when there is room for one:
+ * a value that fills the buffer exactly has none. A longer one gives 206 and
+ * buf is not written. *outlen gets the value's length in bytes (units; may
+ * be null). Types 2 and 4; a key of another type gives 202. */
 KELAPI uint32_t lrmgsv(lrmctx *h, const void *qual, void *qname, const void *key, size_t klen, uint32_t occ,
                        void *buf, size_t cap, size_t *outlen);
 /* The string value by pointer (inside character set, NUL-terminated; valid
@@ -270,9 +320,10 @@ KELAPI uint32_t lrmt2on(lrmctx *h, const char *text, size_t len, uint8_t *out, s
 
 /* Writes every stored value as text to the file `path` (replaced), one
  * "key=value" line per occurrence in storage order ("%s=%s" for strings,
- * quoted when needed; "%s=%d" for integers; booleans as TRUE/FALSE), with
- * " #comment" when the value carried one; positional values first, as bare
- * values. The file parses back to the same values. 201, 113, 114. */
+ * quoted when needed; "%s=%d" for integers; booleans as TRUE/FALSE, or as
+ * the first word of the key set's lists when it has them), with " #comment"
+ * when the value carried one; positional values first, as bare values. The
+ * file parses back to the same values. 201, 113, 114. */
 KELAPI uint32_t lrmdtf(lrmctx *h, const char *path);
 /* As lrmdtf, into a caller's function instead of a file. */
 KELAPI uint32_t lrmdtw(lrmctx *h, lrmoutfn fn, void *arg);
@@ -312,8 +363,11 @@ KELAPI void lrmpufree(lrmctx *h, void *p);
 #define LRM_TK_ID        263
 #define LRM_TK_COMMENT   264
 
-/* A token record. The aux fields are 0 for punctuation; the scanner puts the
- * source line in aux32. `text` is a NUL-terminated copy of the token's text
+/* A token record. The scanner puts the source line of the token's first
+ * character in aux32, a pointer to that character in the source text in
+ * aux1, the length of `text` in bytes in aux2 (as an integer), and in aux3 a
+ * pointer to the text in the source when it stands there as it is (else
+ * null); the pointers are valid while the source is read. aux16 is 0. `text` is a NUL-terminated copy of the token's text
  * in the context's inside character set (UTF-8 in Unicode mode). */
 typedef struct lrmpztok {
   uint16_t code;

@@ -131,6 +131,14 @@ KELAPI int32_t lxmuppx(const lxenv *env, uint32_t c);
 KELAPI int32_t lxmlowx(const lxenv *env, uint32_t c);
 KELAPI int32_t lxmdigx(const lxenv *env, uint32_t c);
 KELAPI int32_t lxmspax(const lxenv *env, uint32_t c);
+/* Reads the character at src (len bytes available) in env's character set:
+ * *c receives its code as the class functions above take it (the byte value
+ * for single-byte sets, the code point for Unicode sets) and the result is
+ * its length in bytes. 0 when len is 0; -1 (*c untouched) when the bytes are
+ * no character of the set: a malformed or truncated sequence, a surrogate,
+ * an overlong form. A byte of a single-byte set is always a character (one
+ * the set does not map is in no class). */
+KELAPI int32_t lxmdecx(const lxenv *env, const void *src, size_t len, uint32_t *c);
 /* Upper-case / lower-case fold of `c` in env's character set. */
 KELAPI uint32_t lxmtupx(const lxenv *env, uint32_t c);
 KELAPI uint32_t lxmtlox(const lxenv *env, uint32_t c);

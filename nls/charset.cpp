@@ -274,6 +274,21 @@ KELAPI int32_t lxmdigx(const lxenv *env, uint32_t c) {
 }
 KELAPI int32_t lxmspax(const lxenv *env, uint32_t c) { return classify(env, c, is_space_l1); }
 
+KELAPI int32_t lxmdecx(const lxenv *env, const void *src, size_t len, uint32_t *c) {
+  if (len == 0 || src == nullptr || c == nullptr) return len == 0 ? 0 : -1;
+  const charset *cs = cs_of(env);
+  const auto *s = static_cast<const uint8_t *>(src);
+  if (cs->to_uni != nullptr) {
+    *c = s[0];
+    return 1;
+  }
+  size_t used = 1;
+  uint32_t u = decode(cs, s, len, &used);
+  if (u == kBad) return -1;
+  *c = u;
+  return static_cast<int32_t>(used);
+}
+
 // Letters whose other case lies outside Latin-1 (sharp s, y with diaeresis,
 // micro sign) or that have none keep their value.
 KELAPI uint32_t lxmtupx(const lxenv *env, uint32_t c) {

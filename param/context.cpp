@@ -2,15 +2,27 @@
 // conversions at the interface.
 #include <cstdarg>
 #include <cstring>
+#include <initializer_list>
+#include <string_view>
 
 #include "lsf.h"
 #include "param/lrm_impl.h"
 #include "param/file_impl.h"
+#include "sl.h"
 
 namespace lrm_internal {
 
+bool alloc_refused() {
+#ifdef KEL_TEST_HOOKS
+  void *probe = ss_mem_alc(1);
+  if (probe == nullptr) return true;
+  ss_mem_fre(probe);
+#endif
+  return false;
+}
+
 void *hmalloc(lrmctx_rec *c, size_t n) {
-  if (alloc_fails(c)) return nullptr;
+  if (alloc_refused()) return nullptr;
   return lmmmalloc(c->mctx, c->heap, n == 0 ? 1 : n, 0, "lrm", __LINE__);
 }
 
@@ -36,8 +48,62 @@ uint32_t perr(lrmctx_rec *c, uint32_t status, ...) {
 
 Shown shown(const char *s, size_t n) {
   Shown r;
-  lsfp(nullptr, r.text, sizeof r.text, "%.*s", static_cast<int>(n < 100 ? n : 100), s);
+  lsfp(nullptr, r.text, sizeof r.text, "%.*s", static_cast<int>(n < kKeyShown ? n : kKeyShown), s);
   return r;
+}
+
+uint32_t report(lrmctx_rec *c, uint32_t status, std::initializer_list<std::string_view> own, const char *at,
+                std::string_view key) {
+  const lrmsource &s = c->src;
+  const bool placed = s.buf != nullptr && at != nullptr && at >= s.buf && at <= s.buf + s.len;
+  int32_t line = 0, column = 0;
+  if (placed) {
+    line = 1;
+    for (const char *p = s.buf; p < at; p++) {
+      p = static_cast<const char *>(memchr(p, '\n', static_cast<size_t>(at - p)));
+      if (p == nullptr) break;
+      line++;
+    }
+    column = column_of(c, s.buf, at);
+  }
+  const char *source = s.buf != nullptr ? s.name : "";
+  const Shown k = shown(key.data(), key.size());
+  // What the message prints: the source, the place and the key, as known.
+  char where[3 * sizeof(Shown) + 64];
+  size_t n = 0;
+  auto add = [&](const char *fmt, auto... args) {
+    int m = lsfp(nullptr, where + n, sizeof where - n, fmt, args...);
+    if (m > 0) n += static_cast<size_t>(m) < sizeof where - n ? static_cast<size_t>(m) : sizeof where - n - 1;
+  };
+  const char *sep = " (";
+  if (s.buf != nullptr) {
+    const Shown name = shown(s.name, strlen(s.name));
+    if (s.origin == kFromFile)
+      add("%sfile \"%s\"", sep, name.text);
+    else if (s.origin == kFromEnvironment)
+      add("%senvironment variable \"%s\"", sep, name.text);
+    else
+      add("%s%s", sep, name.text);
+    sep = ", ";
+    if (placed) add(", line %d, column %d", line, column);
+  }
+  if (k.text[0] != '\0') {
+    add("%sparameter \"%s\"", sep, k.text);
+    sep = ", ";
+  }
+  if (sep[0] == ',') add(")");
+  where[n] = '\0';
+  Shown a[2];
+  size_t nown = 0;
+  for (std::string_view t : own)
+    if (nown < 2) a[nown++] = shown(t.data(), t.size());
+#define LRM_WHERE                                                                                             \
+  LEM_ARG_TEXT, where, LEM_ARG_TEXT, source, LEM_ARG_NUM, static_cast<int64_t>(line), LEM_ARG_NUM,           \
+      static_cast<int64_t>(column), LEM_ARG_TEXT, k.text, LEM_ARG_END
+  if (nown == 0) return perr(c, status, LRM_WHERE);
+  if (nown == 1) return perr(c, status, LEM_ARG_TEXT, a[0].text, LRM_WHERE);
+  return perr(c, status, LEM_ARG_TEXT, a[0].text, LEM_ARG_TEXT, a[1].text, LRM_WHERE);
+#undef LRM_WHERE
 }
 
 void raise(lrmctx_rec *c, uint32_t status) {
@@ -191,10 +257,14 @@ KELAPI lrmctx *lrminiu(lcorectx *ctx, const lxenv *charset, uint32_t flags, lrmi
     static const char kDefault[] = "AMERICAN_AMERICA.US7ASCII";
     c->env = lxhLangEnv(nullptr, kDefault, sizeof kDefault - 1);
   }
-  if (c->env == nullptr) {
+  // Texts are NUL-terminated bytes with ASCII punctuation: a two-byte
+  // Unicode set cannot be the inside character set.
+  if (c->env == nullptr || lxhninfo(c->env, LX_CHARSET_KIND) == LX_CS_UTF16) {
     free_context(c);
     return nullptr;
   }
+  c->csid = lxhninfo(c->env, LX_CHARSET_ID);
+  c->maxsource = LRM_MAX_SOURCE_DEFAULT;
   c->bytewise = lxhninfo(c->env, LX_MAX_CHAR_BYTES) == 1;
   for (uint32_t b = 0; b < 256; b++) {
     // Multi-byte sets: only ASCII bytes can be blanks or fold; the rest are
@@ -208,6 +278,18 @@ KELAPI lrmctx *lrminiu(lcorectx *ctx, const lxenv *charset, uint32_t flags, lrmi
   // like a blank.
   static const unsigned char kBlanks[] = {'\n', '\r', '\t', ' ', '\0'};
   for (unsigned char b : kBlanks) c->blank[b] = 1;
+  for (uint32_t b = 0; b < 256; b++) {
+    uint8_t k = c->blank[b] ? kClsBlank : 0;
+    if (b == '(' || b == '"' || b == '\'' || b == '=' || b == ',') k |= kClsStop;
+    if (b == ')') k |= kClsClose;
+    if (b == '#') k |= kClsHash;
+    if (b == '\\') k |= kClsBackslash;
+    if (b >= 0x80 && !c->bytewise) k |= kClsHigh;
+    c->cls[b] = k;
+  }
+  c->plainfast = true;
+  for (uint32_t b = 0x2D; b <= 0x7E; b++)
+    if (b != '=' && b != '\\' && c->cls[b] != 0) c->plainfast = false;
   c->lsf = lpmloadpkg(ctx, "lsf");
   if (c->lsf == nullptr) {
     free_context(c);
@@ -231,6 +313,15 @@ KELAPI int32_t lrmtrm(lrmctx *h) {
   if (h == nullptr) return 0;
   free_context(rec(h));
   return 0;
+}
+
+KELAPI size_t lrmslim(lrmctx *h, size_t bytes) {
+  if (h == nullptr) return 0;
+  lrmctx_rec *c = rec(h);
+  size_t old = c->maxsource;
+  if (bytes > SIZE_MAX / 4) bytes = SIZE_MAX / 4;
+  if (bytes != 0) c->maxsource = bytes;
+  return old;
 }
 
 KELAPI uint32_t lrmsopt(lrmctx *h, uint32_t options) {

@@ -48,35 +48,39 @@ void pzfree(const lrmpzcb *cb, void *ptr) {
 
 namespace {
 
-enum Kind { kErr = 0, kAcc = 1, kShift = 2, kReduce = 3 };
 const char *const kKindName[] = {"ERR ", "ACC ", "SHFT", "REDU"};
 
-struct Action {
-  Kind kind;
-  int32_t value;  // state to shift to, or rule to reduce by
-};
+constexpr size_t kEntryBytes = sizeof(void *) + sizeof(uint16_t) + sizeof(uint8_t);
 
 bool grow(pzparser *p) {
   uint32_t ncap = p->cap == 0 ? kInitialStack : p->cap * 2;
-  auto *n = static_cast<pzent *>(pzalloc(p->cb, sizeof(pzent) * ncap));
-  if (n == nullptr) return false;
-  if (p->stk != nullptr) {
-    memcpy(n, p->stk, sizeof(pzent) * p->top);
-    pzfree(p->cb, p->stk);
+  auto *vals = static_cast<void **>(pzalloc(p->cb, kEntryBytes * ncap));
+  if (vals == nullptr) return false;
+  auto *states = reinterpret_cast<uint16_t *>(vals + ncap);
+  auto *istok = reinterpret_cast<uint8_t *>(states + ncap);
+  if (p->vals != nullptr) {
+    memcpy(vals, p->vals, sizeof(void *) * p->top);
+    memcpy(states, p->states, sizeof(uint16_t) * p->top);
+    memcpy(istok, p->istok, p->top);
+    pzfree(p->cb, p->vals);
   }
-  p->stk = n;
+  p->vals = vals;
+  p->states = states;
+  p->istok = istok;
   p->cap = ncap;
   return true;
 }
 
 // --------------------------------------------------------------- lookups
 
-Action reduce_or_accept(const pztables *t, int32_t rule) {
+inline Action reduce_or_accept(const pztables *t, int32_t rule) {
   if (t->lhs[rule] == t->accept) return {kAcc, rule};
   return {kReduce, rule};
 }
 
-Action lookup(const pztables *t, int32_t state, int32_t code) {
+}  // namespace
+
+Action packed_action(const pztables *t, int32_t state, int32_t code) {
   int32_t i = t->base[state] + code;
   if (t->base[state] != kNoBase && i >= 0 && i <= t->last && t->check[i] == code) {
     int32_t v = t->table[i];
@@ -88,11 +92,29 @@ Action lookup(const pztables *t, int32_t state, int32_t code) {
   return reduce_or_accept(t, d);
 }
 
-int32_t go_to(const pztables *t, int32_t nonterm, int32_t state) {
+Action action_of(const pztables *t, int32_t state, int32_t code) {
+  // Codes the grammar lacks are rare (a caller's token source): the packed
+  // tables answer for them.
+  if (t->dense == nullptr || code < 0 || code > 264 || t->column[code] == t->ncols - 1)
+    return packed_action(t, state, code);
+  int32_t v = t->dense[state * t->ncols + t->column[code]];
+  if (v > 0) return {kShift, v};
+  if (v == 0) return {kErr, 0};
+  return reduce_or_accept(t, -v - 1);
+}
+
+int32_t packed_goto(const pztables *t, int32_t nonterm, int32_t state) {
   int32_t i = t->gbase[nonterm] + state;
   if (t->gbase[nonterm] != kNoBase && i >= 0 && i <= t->last && t->check[i] == state) return t->table[i];
   return t->gdefault[nonterm];
 }
+
+int32_t goto_of(const pztables *t, int32_t nonterm, int32_t state) {
+  if (t->dgoto == nullptr) return packed_goto(t, nonterm, state);
+  return t->dgoto[nonterm * t->nstates + state];
+}
+
+namespace {
 
 // ---------------------------------------------------------------- tokens
 
@@ -121,10 +143,10 @@ lrmpztok *next_token(pzparser *p) {
 // Releases the tokens on the stack (their entries stay, emptied).
 void release_stack_tokens(pzparser *p) {
   for (uint32_t k = 0; k < p->top; k++) {
-    if (p->stk[k].istok) {
-      release(p, static_cast<lrmpztok *>(p->stk[k].val));
-      p->stk[k].istok = 0;
-      p->stk[k].val = nullptr;
+    if (p->istok[k]) {
+      release(p, static_cast<lrmpztok *>(p->vals[k]));
+      p->istok[k] = 0;
+      p->vals[k] = nullptr;
     }
   }
 }
@@ -136,7 +158,7 @@ void trace_step(pzparser *p, Action a) {
   char buf[64];
   p->cb->trace(p->cb->user, "\n       (PAR STK)");
   for (uint32_t k = 0; k < p->top; k++) {
-    lsfp(nullptr, buf, sizeof buf, " [%d]", p->stk[k].state);
+    lsfp(nullptr, buf, sizeof buf, " [%d]", p->states[k]);
     p->cb->trace(p->cb->user, buf);
   }
   lsfp(nullptr, buf, sizeof buf, " [%d, %s]", a.value, kKindName[a.kind]);
@@ -148,11 +170,11 @@ void trace_step(pzparser *p, Action a) {
   }
 }
 
-int32_t push(pzparser *p, int32_t state, void *val, uint8_t istok) {
+inline int32_t push(pzparser *p, int32_t state, void *val, uint8_t istok) {
   if (p->top == p->cap && !grow(p)) return -1;
-  p->stk[p->top].state = static_cast<uint16_t>(state);
-  p->stk[p->top].istok = istok;
-  p->stk[p->top].val = val;
+  p->states[p->top] = static_cast<uint16_t>(state);
+  p->istok[p->top] = istok;
+  p->vals[p->top] = val;
   p->top++;
   return 0;
 }
@@ -162,21 +184,21 @@ int32_t push(pzparser *p, int32_t state, void *val, uint8_t istok) {
 // when the stack cannot grow.
 int32_t reduce(pzparser *p, int32_t rule, void **result) {
   const pztables *t = p->tab;
-  int32_t n = t->rlen[rule];
-  void *rhs[16] = {};
-  if (n > 16 || static_cast<uint32_t>(n) >= p->top) return -1;
-  for (int32_t k = 0; k < n; k++) rhs[k] = p->stk[p->top - n + k].val;
+  const uint32_t n = t->rlen[rule];
+  if (n >= p->top) return -1;
+  // The right-hand side's values are the top n of the stack, in order.
+  const uint32_t first = p->top - n;
+  void *none = nullptr;
+  void *const *rhs = n > 0 ? p->vals + first : &none;
   void *res = nullptr;
   int32_t rc = 0;
-  if (p->cb->action != nullptr) rc = p->cb->action(p->cb->user, rule, rhs, n, &res);
-  for (int32_t k = 0; k < n; k++) {
-    pzent &e = p->stk[p->top - n + k];
-    if (e.istok) release(p, static_cast<lrmpztok *>(e.val));
-  }
-  p->top -= n;
+  if (p->cb->action != nullptr) rc = p->cb->action(p->cb->user, rule, rhs, static_cast<int32_t>(n), &res);
+  for (uint32_t k = first; k < p->top; k++)
+    if (p->istok[k]) release(p, static_cast<lrmpztok *>(p->vals[k]));
+  p->top = first;
   if (result != nullptr) *result = res;
   if (rc != 0) return rc;
-  int32_t g = go_to(t, t->lhs[rule], p->stk[p->top - 1].state);
+  int32_t g = goto_of(t, t->lhs[rule], p->states[p->top - 1]);
   return push(p, g, res, 0);
 }
 
@@ -185,11 +207,11 @@ int32_t reduce(pzparser *p, int32_t rule, void **result) {
 bool recover(pzparser *p) {
   const pztables *t = p->tab;
   while (p->top > 0) {
-    Action a = lookup(t, p->stk[p->top - 1].state, kErrorToken);
+    Action a = action_of(t, p->states[p->top - 1], kErrorToken);
     if (a.kind == kShift) {
       if (push(p, a.value, nullptr, 0) != 0) return false;
       for (;;) {
-        Action b = lookup(t, a.value, p->look->code);
+        Action b = action_of(t, a.value, p->look->code);
         if (b.kind != kErr) return true;
         if (p->look->code == LRM_TK_END) return false;
         release(p, p->look);
@@ -199,8 +221,8 @@ bool recover(pzparser *p) {
         p->haslook = 1;
       }
     }
-    pzent &e = p->stk[--p->top];
-    if (e.istok) release(p, static_cast<lrmpztok *>(e.val));
+    --p->top;
+    if (p->istok[p->top]) release(p, static_cast<lrmpztok *>(p->vals[p->top]));
   }
   return false;
 }
@@ -229,7 +251,7 @@ int32_t run(pzparser *p, void *src, void **result, int32_t single_step, void *us
   if (p->look == nullptr) return p->status = 2;
   p->haslook = 1;
   for (;;) {
-    int32_t s = p->stk[p->top - 1].state;
+    int32_t s = p->states[p->top - 1];
     Action a;
     if (!p->haslook && t->base[s] == kNoBase && t->default_rule[s] != 0) {
       a = reduce_or_accept(t, t->default_rule[s]);
@@ -239,7 +261,7 @@ int32_t run(pzparser *p, void *src, void **result, int32_t single_step, void *us
         if (p->look == nullptr) return p->status = 2;
         p->haslook = 1;
       }
-      a = lookup(t, s, p->look->code);
+      a = action_of(t, s, p->look->code);
     }
     trace_step(p, a);
     switch (a.kind) {
@@ -258,7 +280,7 @@ int32_t run(pzparser *p, void *src, void **result, int32_t single_step, void *us
         break;
       }
       case kAcc: {
-        void *value = p->stk[p->top - 1].val;
+        void *value = p->vals[p->top - 1];
         if (result != nullptr) *result = value;
         if (p->cb->accept != nullptr) p->cb->accept(p->cb->user, value);
         if (p->haslook) release(p, p->look);
@@ -312,7 +334,7 @@ KELAPI int32_t pz5goto7(void *parser, int32_t state, int32_t nonterminal) {
   if (p == nullptr || nonterminal < 0 || nonterminal >= p->tab->nnonterms || state < 0 ||
       state >= p->tab->nstates)
     return -1;
-  return go_to(p->tab, nonterminal, state);
+  return goto_of(p->tab, nonterminal, state);
 }
 
 KELAPI int32_t pz5spus7(void *parser, int32_t state, void *value) {
@@ -331,8 +353,8 @@ KELAPI void *pz7arlgc(void *parser, size_t entries) {
   if (p == nullptr) return nullptr;
   while (p->cap < entries)
     if (!grow(p)) return nullptr;
-  if (p->stk == nullptr && !grow(p)) return nullptr;
-  return p->stk;
+  if (p->vals == nullptr && !grow(p)) return nullptr;
+  return p->vals;
 }
 
 KELAPI int32_t pz7arlge(void *parser) {
@@ -350,8 +372,10 @@ KELAPI void pz7arlcl(void *parser) {
 KELAPI void pz7arlfr(void *parser) {
   pzparser *p = as_parser(parser);
   if (p == nullptr) return;
-  pzfree(p->cb, p->stk);
-  p->stk = nullptr;
+  pzfree(p->cb, p->vals);
+  p->vals = nullptr;
+  p->states = nullptr;
+  p->istok = nullptr;
   p->cap = p->top = 0;
 }
 

@@ -9,44 +9,63 @@
 
 namespace lrm_file {
 
-int32_t read_file(const char *path, allocfn alloc, void *arg, char **data, size_t *len, int32_t *syserr) {
+int32_t read_file(const char *path, size_t limit, allocfn alloc, freefn release, void *arg, char **data, size_t *len,
+                  int32_t *syserr) {
   *syserr = 0;
   int64_t h;
   if (slfopen(path, SLF_READ, &h) != 0) {
     *syserr = slerrno();
     return 1;
   }
+  // The size the file says it has decides the first block; a file without
+  // one (a pipe, a device) is read in blocks that double, up to the limit.
   slfinfo info;
-  size_t cap = slffstat(h, &info) == 0 && info.size > 0 ? static_cast<size_t>(info.size) + 1 : 4096;
-  char *buf = static_cast<char *>(alloc(arg, cap));
+  bool sized = slffstat(h, &info) == 0 && info.size > 0;
+  if (sized && static_cast<uint64_t>(info.size) > limit) {
+    slfclose(h);
+    return 4;
+  }
+  size_t cap = sized ? static_cast<size_t>(info.size) + 1 : 4096;
+  if (cap > limit + 1) cap = limit + 1;
+  char *buf = static_cast<char *>(alloc(arg, cap + 1));
   if (buf == nullptr) {
     slfclose(h);
     return 3;
   }
   size_t used = 0;
+  int32_t rc = 0;
   for (;;) {
-    if (used + 1 >= cap) {
-      // The file grew (or has no size, like a pipe): move to a bigger block.
-      size_t ncap = cap * 2;
-      char *n = static_cast<char *>(alloc(arg, ncap));
+    if (used == cap) {
+      if (cap > limit) {
+        rc = 4;
+        break;
+      }
+      size_t ncap = cap * 2 > limit + 1 ? limit + 1 : cap * 2;
+      char *n = static_cast<char *>(alloc(arg, ncap + 1));
       if (n == nullptr) {
-        slfclose(h);
-        return 3;
+        rc = 3;
+        break;
       }
       memcpy(n, buf, used);
-      buf = n;  // the old block goes with the caller's heap
+      release(arg, buf);
+      buf = n;
       cap = ncap;
     }
-    int64_t r = slfread(h, buf + used, cap - 1 - used);
+    int64_t r = slfread(h, buf + used, cap - used);
     if (r < 0) {
       *syserr = slerrno();
-      slfclose(h);
-      return 2;
+      rc = 2;
+      break;
     }
     if (r == 0) break;
     used += static_cast<size_t>(r);
   }
   slfclose(h);
+  if (rc == 0 && used > limit) rc = 4;
+  if (rc != 0) {
+    release(arg, buf);
+    return rc;
+  }
   buf[used] = '\0';
   *data = buf;
   *len = used;

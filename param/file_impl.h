@@ -9,14 +9,17 @@
 
 namespace lrm_file {
 
-// Allocator the reader fills (the caller's heap); null on failure.
+// Allocator and release of the reader's blocks (the caller's heap).
 using allocfn = void *(*)(void *arg, size_t size);
+using freefn = void (*)(void *arg, void *block);
 
-// Reads the whole file `path` into a new block from `alloc` with a NUL
-// after the last byte. 0 on success (*data, *len set); 1 when the file
-// cannot be opened, 2 when reading fails, 3 when `alloc` fails; *syserr
-// receives the system error number for 1 and 2.
-int32_t read_file(const char *path, allocfn alloc, void *arg, char **data, size_t *len, int32_t *syserr);
+// Reads the whole file `path`, at most `limit` bytes, into a new block from
+// `alloc` with a NUL after the last byte. 0 on success (*data, *len set); 1
+// when the file cannot be opened, 2 when reading fails, 3 when `alloc`
+// fails, 4 when the file holds more than `limit` bytes; *syserr receives the
+// system error number for 1 and 2. Nothing stays allocated on failure.
+int32_t read_file(const char *path, size_t limit, allocfn alloc, freefn release, void *arg, char **data, size_t *len,
+                  int32_t *syserr);
 
 // An open output file for dumps.
 struct outfile;

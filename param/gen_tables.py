@@ -12,7 +12,8 @@ to state v, v <= 0 reduces by rule -v; reducing by rule 0 (whose left-hand
 side is the accepting symbol) accepts, which is how the shift of end of
 input into bison's final state is written. A state without any entry of its
 own gets base -32768 so the driver can reduce by its default rule without a
-lookahead."""
+lookahead. The same actions and gotos are also written out dense (see
+below), which is what the driver reads on its hot path."""
 import sys
 import xml.etree.ElementTree as ET
 
@@ -123,6 +124,35 @@ for v in base + gbase + [last]:
 tab = [table.get(i, 0) for i in range(last + 1)]
 chk = [check.get(i, -1) for i in range(last + 1)]
 
+# The same actions as a dense table, one column per terminal, read off the
+# packed tables exactly as the driver's plain lookup reads them: the driver
+# takes one index where the plain lookup takes several probes. Entries: 0
+# error, v > 0 shift to state v, v < 0 reduce by rule -v - 1 (accept when
+# that rule's left-hand side is the accepting symbol).
+codes = sorted(set(term_code.values()))
+ncols = len(codes) + 1            # the last column: any other code, an error
+col_of = [len(codes)] * 265
+for i, code in enumerate(codes):
+    col_of[code] = i
+def packed_action(state, code):
+    b = base[state]
+    i = b + code
+    if b != NONE_BASE and 0 <= i <= last and chk[i] == code:
+        v = tab[i]
+        return v if v >= 1 else -(-v) - 1
+    d = actions[state][1]
+    return -d - 1 if d >= 1 else 0
+dense = []
+for st in range(nstates):
+    dense += [packed_action(st, code) for code in codes] + [0]
+def packed_goto(a, state):
+    b = gbase[a]
+    i = b + state
+    if b != NONE_BASE and 0 <= i <= last and chk[i] == state:
+        return tab[i]
+    return gdef[a]
+dgoto = [packed_goto(a, st) for a in range(nnt) for st in range(nstates)]
+
 def arr(ctype, name, vals):
     body = ", ".join(str(v) for v in vals)
     return f"static const {ctype} {name}[] = {{{body}}};"
@@ -145,10 +175,14 @@ lines = [
     arr("int16_t", "k_lhs", [r[0] for r in rules]),
     arr("uint8_t", "k_rlen", [r[1] for r in rules]),
     "static const char *const k_rtext[] = {" + ", ".join(cstr(r[2]) for r in rules) + "};",
+    arr("uint8_t", "k_column", col_of),
+    arr("int16_t", "k_dense", dense),
+    arr("int16_t", "k_dgoto", dgoto),
     "",
     f"extern const pztables {sym} = {{",
     f"    {nstates}, {len(rules)}, {nnt}, {last}, 0,",
-    "    k_base, k_default, k_table, k_check, k_gbase, k_gdefault, k_lhs, k_rlen, k_rtext};",
+    "    k_base, k_default, k_table, k_check, k_gbase, k_gdefault, k_lhs, k_rlen, k_rtext,",
+    f"    {ncols}, k_column, k_dense, k_dgoto}};",
     "",
     "}  // namespace pz_internal",
 ]

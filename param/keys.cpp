@@ -10,33 +10,18 @@ namespace lrm_internal {
 
 const char *const kBuiltinNames[kBuiltins] = {"help", "usage", "?", "version"};
 
-namespace {
-
-inline bool case_sensitive(const lrmctx_rec *c) { return c->set != nullptr && (c->set->flags & LRM_KS_CASE); }
-
-inline uint8_t fold(const lrmctx_rec *c, uint8_t b) { return c->upper[b]; }
-
-// Compares the first n bytes of a and b by the set's rules.
-bool prefix_equal(const lrmctx_rec *c, const char *a, const char *b, size_t n) {
-  if (case_sensitive(c)) return memcmp(a, b, n) == 0;
-  for (size_t i = 0; i < n; i++)
-    if (fold(c, static_cast<uint8_t>(a[i])) != fold(c, static_cast<uint8_t>(b[i]))) return false;
+bool split_qualified(const char *s, size_t n, size_t *colon) {
+  // The last colon that is neither first nor last.
+  if (n < 3) return false;
+  const char *last = nullptr;
+  for (const char *p = s + 1, *end = s + n - 1; p < end; p++) {
+    p = static_cast<const char *>(memchr(p, ':', static_cast<size_t>(end - p)));
+    if (p == nullptr) break;
+    last = p;
+  }
+  if (last == nullptr) return false;
+  *colon = static_cast<size_t>(last - s);
   return true;
-}
-
-}  // namespace
-
-bool names_equal(const lrmctx_rec *c, const char *a, size_t alen, const char *b, size_t blen) {
-  return alen == blen && prefix_equal(c, a, b, alen);
-}
-
-uint32_t name_hash(const lrmctx_rec *c, const char *qual, size_t quallen, const char *s, size_t n) {
-  uint32_t h = 2166136261u;
-  bool cs = case_sensitive(c);
-  for (size_t i = 0; i < quallen; i++) h = (h ^ (cs ? static_cast<uint8_t>(qual[i]) : fold(c, qual[i]))) * 16777619u;
-  h = (h ^ 0xFFu) * 16777619u;
-  for (size_t i = 0; i < n; i++) h = (h ^ (cs ? static_cast<uint8_t>(s[i]) : fold(c, s[i]))) * 16777619u;
-  return h;
 }
 
 uint32_t resolve(lrmctx_rec *c, const char *name, size_t len, int32_t *idx) {
@@ -45,14 +30,18 @@ uint32_t resolve(lrmctx_rec *c, const char *name, size_t len, int32_t *idx) {
   int32_t found = -1;
   bool ambiguous = false;
   if (set != nullptr) {
+    const bool abbrev = (flags & LRM_KS_ABBREV) && len > 0;
     for (uint32_t k = 0; k < set->count; k++) {
       const char *kn = set->keys[k].name;
       size_t kl = strlen(kn);
-      if (kl == len && prefix_equal(c, kn, name, len)) {
+      // Byte lengths decide before any comparison in a single-byte set.
+      if (c->bytewise && (abbrev ? kl < len : kl != len)) continue;
+      int32_t m = name_match(c, kn, kl, name, len);
+      if (m == 2) {
         *idx = static_cast<int32_t>(k);
         return 0;
       }
-      if ((flags & LRM_KS_ABBREV) && len > 0 && len < kl && prefix_equal(c, kn, name, len)) {
+      if (m == 1 && abbrev) {
         if (found >= 0) ambiguous = true;
         found = static_cast<int32_t>(k);
       }
@@ -63,10 +52,14 @@ uint32_t resolve(lrmctx_rec *c, const char *name, size_t len, int32_t *idx) {
     *idx = found;
     return 0;
   }
-  for (int b = 0; b < kBuiltins; b++) {
+  // Every built-in name starts with one of these; most names do not.
+  const char first = static_cast<char>(len > 0 ? name[0] | 0x20 : 0);
+  const bool maybe_builtin = first == 'h' || first == 'u' || first == '?' || first == 'v';
+  for (int b = 0; maybe_builtin && b < kBuiltins; b++) {
     if (b <= kQuestion && (flags & LRM_KS_NOHELP)) continue;
     if (b == kVersion && (flags & LRM_KS_NOVERSION)) continue;
-    size_t bl = strlen(kBuiltinNames[b]);
+    static constexpr size_t kLengths[kBuiltins] = {4, 5, 1, 7};
+    size_t bl = kLengths[b];
     if (len == 0 || len > bl) continue;
     if (len == bl || (flags & LRM_KS_ABBREV)) {
       // Built-in names compare case-insensitively in any set.
@@ -90,23 +83,10 @@ uint32_t resolve(lrmctx_rec *c, const char *name, size_t len, int32_t *idx) {
 
 namespace {
 
-bool word_in(const char *const *words, const char *text, size_t len) {
-  for (; *words != nullptr; words++) {
-    size_t wl = strlen(*words);
-    if (wl != len) continue;
-    size_t i = 0;
-    while (i < len && ((*words)[i] | 0x20) == (text[i] | 0x20) &&
-           ((((*words)[i] | 0x20) >= 'a' && ((*words)[i] | 0x20) <= 'z') || (*words)[i] == text[i]))
-      i++;
-    if (i == len) return true;
-  }
+bool word_in(const lrmctx_rec *c, const char *const *words, const char *text, size_t len) {
+  for (; *words != nullptr; words++)
+    if (words_equal(c, *words, strlen(*words), text, len)) return true;
   return false;
-}
-
-// First character of the text as the character set sees it.
-uint32_t first_char(const lrmctx_rec *c, const char *text, size_t len) {
-  if (len == 0) return 0;
-  return static_cast<uint8_t>(text[0]);
 }
 
 }  // namespace
@@ -114,13 +94,13 @@ uint32_t first_char(const lrmctx_rec *c, const char *text, size_t len) {
 uint32_t to_bool(lrmctx_rec *c, const char *text, size_t len, uint8_t *out) {
   const lrmkeyset *set = c->set;
   uint32_t ch = first_char(c, text, len);
-  bool t = set != nullptr && set->truewords != nullptr ? word_in(set->truewords, text, len)
+  bool t = set != nullptr && set->truewords != nullptr ? word_in(c, set->truewords, text, len)
                                                          : (ch == 'T' || ch == 't' || ch == 'Y' || ch == 'y');
   if (t) {
     *out = 1;
     return 0;
   }
-  bool f = set != nullptr && set->falsewords != nullptr ? word_in(set->falsewords, text, len)
+  bool f = set != nullptr && set->falsewords != nullptr ? word_in(c, set->falsewords, text, len)
                                                           : (ch == 'F' || ch == 'f' || ch == 'N' || ch == 'n');
   if (f) {
     *out = 0;
@@ -244,25 +224,65 @@ uint32_t convert(lrmctx_rec *c, int32_t keyidx, uint8_t type, const char *text, 
 
 }  // namespace lrm_internal
 
+namespace lrm_internal {
+
+uint32_t check_option(lrmctx_rec *c, const char *name, size_t len, const char *at, uint8_t *type) {
+  // "q:k" names the key k under qualifier q.
+  size_t colon = 0;
+  const char *key = name;
+  size_t klen = len;
+  if (split_qualified(name, len, &colon)) {
+    key = name + colon + 1;
+    klen = len - colon - 1;
+  }
+  int32_t idx = -1;
+  uint32_t st = resolve(c, key, klen, &idx);
+  if (st != 0) return report(c, st, {std::string_view(key, klen)}, at, std::string_view(name, len));
+  uint8_t t = LRM_T_STRING;
+  if (idx >= 0) {
+    t = c->set->keys[idx].type;
+  } else if (idx <= -2) {
+    t = LRM_T_BOOL;
+    if (-2 - idx == kVersion) {
+      if (c->set != nullptr && c->set->version != nullptr)
+        c->set->version(c->set->versionarg, reinterpret_cast<lrmctx *>(c));
+    } else {
+      st = lrmprh(reinterpret_cast<lrmctx *>(c));
+      if (st == kNoKeySet) st = 0;
+    }
+  }
+  if (type != nullptr) *type = t;
+  return st;
+}
+
+}  // namespace lrm_internal
+
 using namespace lrm_internal;
 
 namespace {
 
-// Records a conversion failure with its arguments.
-uint32_t report_conversion(lrmctx_rec *c, uint32_t st, const char *key, const char *text) {
-  if (st == kOutOfRange) return perr(c, st, LEM_ARG_TEXT, text, LEM_ARG_TEXT, key, LEM_ARG_END);
-  return perr(c, st, LEM_ARG_TEXT, text, LEM_ARG_END);
-}
-
 int32_t by_name(void *ctx, const void *a, const void *b) {
   const auto *c = static_cast<const lrmctx_rec *>(ctx);
-  const char *x = c->set->keys[*static_cast<const uint32_t *>(a)].name;
-  const char *y = c->set->keys[*static_cast<const uint32_t *>(b)].name;
-  for (;; x++, y++) {
-    int u = c->upper[static_cast<uint8_t>(*x)], v = c->upper[static_cast<uint8_t>(*y)];
-    if (u != v) return u < v ? -1 : 1;
-    if (*x == '\0') return 0;
-  }
+  return names_order(c, c->set->keys[*static_cast<const uint32_t *>(a)].name,
+                     c->set->keys[*static_cast<const uint32_t *>(b)].name);
+}
+
+const char *const kTypeNames[] = {"", "boolean", "string", "integer", "name", "number", "size (K, M, G)"};
+
+// The line of the help listing that says what a key takes.
+int32_t describe(const lrmkey &key, char *line, size_t len) {
+  int32_t n = lsfp(nullptr, line, len, "\t\ttype %s", kTypeNames[key.type]);
+  auto add = [&](const char *fmt, auto... args) {
+    if (n >= 0 && static_cast<size_t>(n) < len) n += lsfp(nullptr, line + n, len - static_cast<size_t>(n), fmt, args...);
+  };
+  if (key.defval != nullptr) add(", default \"%s\"", key.defval);
+  if (key.hasrange) add(", range %lld to %lld", static_cast<long long>(key.min), static_cast<long long>(key.max));
+  add("\n");
+  return n;
+}
+
+void emit_line(lrmctx_rec *c, const char *line, int32_t m, size_t cap) {
+  if (m > 0) emit(c, line, static_cast<size_t>(m) < cap ? static_cast<size_t>(m) : cap - 1);
 }
 
 }  // namespace
@@ -295,17 +315,14 @@ KELAPI uint32_t lrmpsvp(lrmctx *h, const lrmkeyset *set) {
       }
     }
   }
-  if (st == 0) {
-    for (uint32_t k = 0; k < set->count; k++) {
-      const lrmkey &key = set->keys[k];
-      if (key.defval == nullptr) continue;
-      lrmval v{};
-      uint32_t cs = convert(c, static_cast<int32_t>(k), key.type, key.defval, strlen(key.defval), &v);
-      if (cs != 0) {
-        report_conversion(c, cs, key.name, key.defval);
-        st = perr(c, kBadDeclaration, LEM_ARG_TEXT, key.name, LEM_ARG_TEXT, "bad default", LEM_ARG_END);
-        break;
-      }
+  for (uint32_t k = 0; k < set->count && st == 0; k++) {
+    const lrmkey &key = set->keys[k];
+    if (key.defval == nullptr) continue;
+    lrmval v{};
+    uint32_t cs = convert(c, static_cast<int32_t>(k), key.type, key.defval, strlen(key.defval), &v);
+    if (cs != 0) {
+      report(c, cs, {key.defval}, nullptr, key.name);
+      st = perr(c, kBadDeclaration, LEM_ARG_TEXT, key.name, LEM_ARG_TEXT, "bad default", LEM_ARG_END);
     }
   }
   if (st != 0) {
@@ -313,13 +330,18 @@ KELAPI uint32_t lrmpsvp(lrmctx *h, const lrmkeyset *set) {
     return st;
   }
   clear_values(c);
-  for (uint32_t k = 0; k < set->count; k++) {
+  for (uint32_t k = 0; k < set->count && st == 0; k++) {
     const lrmkey &key = set->keys[k];
-    if (key.defval == nullptr) continue;
-    st = store(c, nullptr, 0, key.name, strlen(key.name), key.defval, strlen(key.defval), nullptr, false);
-    if (st != 0) return st;
+    if (key.defval != nullptr)
+      st = store(c, nullptr, 0, key.name, strlen(key.name), key.defval, strlen(key.defval), nullptr, kStoreDefault,
+                 nullptr, nullptr);
   }
-  return 0;
+  if (st != 0) {
+    // Out of memory half way: no set, no values, rather than some defaults.
+    clear_values(c);
+    c->set = nullptr;
+  }
+  return st;
 }
 
 KELAPI uint32_t lrmckv(lrmctx *h, const char *name, size_t len, uint8_t *type) {
@@ -327,25 +349,7 @@ KELAPI uint32_t lrmckv(lrmctx *h, const char *name, size_t len, uint8_t *type) {
     if (h != nullptr) perr(rec(h), kNullArgument, LEM_ARG_TEXT, "name", LEM_ARG_END);
     return kNullArgument;
   }
-  lrmctx_rec *c = rec(h);
-  int32_t idx = -1;
-  uint32_t st = resolve(c, name, len, &idx);
-  if (st != 0) return perr(c, st, LEM_ARG_TEXT, shown(name, len).text, LEM_ARG_END);
-  uint8_t t = LRM_T_STRING;
-  if (idx >= 0) {
-    t = c->set->keys[idx].type;
-  } else if (idx <= -2) {
-    t = LRM_T_BOOL;
-    int b = -2 - idx;
-    if (b == kVersion) {
-      if (c->set != nullptr && c->set->version != nullptr) c->set->version(c->set->versionarg, h);
-    } else {
-      st = lrmprh(h);
-      if (st == kNoKeySet) st = 0;
-    }
-  }
-  if (type != nullptr) *type = t;
-  return st;
+  return check_option(rec(h), name, len, nullptr, type);
 }
 
 KELAPI uint32_t lrmpatk(lrmctx *h, const char *name, size_t len, uint32_t *index) {
@@ -356,7 +360,7 @@ KELAPI uint32_t lrmpatk(lrmctx *h, const char *name, size_t len, uint32_t *index
   int32_t idx = -1;
   uint32_t st = resolve(c, name, len, &idx);
   if (st == 0 && idx < 0) st = kUnknownKey;
-  if (st != 0) return perr(c, st, LEM_ARG_TEXT, shown(name, len).text, LEM_ARG_END);
+  if (st != 0) return report(c, st, {std::string_view(name, len)}, nullptr, std::string_view(name, len));
   *index = static_cast<uint32_t>(idx);
   return 0;
 }
@@ -376,15 +380,15 @@ KELAPI uint32_t lrmprh(lrmctx *h) {
     const char *help = key.help != nullptr ? key.help : "";
     const char *nl = strchr(help, '\n');
     size_t first = nl != nullptr ? static_cast<size_t>(nl - help) : strlen(help);
-    int m = lsfp(nullptr, line, sizeof line, "%s\t\t%.*s\n", key.name, static_cast<int>(first), help);
-    emit(c, line, static_cast<size_t>(m) < sizeof line ? static_cast<size_t>(m) : sizeof line - 1);
+    emit_line(c, line, lsfp(nullptr, line, sizeof line, "%s\t\t%.*s\n", key.name, static_cast<int>(first), help),
+              sizeof line);
     while (nl != nullptr) {
       const char *p = nl + 1;
       nl = strchr(p, '\n');
       size_t l = nl != nullptr ? static_cast<size_t>(nl - p) : strlen(p);
-      m = lsfp(nullptr, line, sizeof line, "\t\t%.*s\n", static_cast<int>(l), p);
-      emit(c, line, static_cast<size_t>(m) < sizeof line ? static_cast<size_t>(m) : sizeof line - 1);
+      emit_line(c, line, lsfp(nullptr, line, sizeof line, "\t\t%.*s\n", static_cast<int>(l), p), sizeof line);
     }
+    emit_line(c, line, describe(key, line, sizeof line), sizeof line);
   }
   hfree(c, order);
   return 0;

@@ -25,6 +25,7 @@ constexpr uint32_t kUnterminatedString = kelmsg::LRM_UNTERMINATED_STRING;
 constexpr uint32_t kCannotOpen = kelmsg::LRM_CANNOT_OPEN;
 constexpr uint32_t kReadError = kelmsg::LRM_READ_ERROR;
 constexpr uint32_t kNestingTooDeep = kelmsg::LRM_NESTING_TOO_DEEP;
+constexpr uint32_t kTooLarge = kelmsg::LRM_TOO_LARGE;
 constexpr uint32_t kCommaQuoted = kelmsg::LRM_COMMA_QUOTED;
 constexpr uint32_t kBadNumber = kelmsg::LRM_BAD_NUMBER;
 constexpr uint32_t kNullArgument = kelmsg::LRM_NULL_ARGUMENT;

@@ -37,6 +37,15 @@ struct pztables {
   const int16_t *lhs;        // nonterminal index of each rule's left-hand side
   const uint8_t *rlen;       // symbols on each rule's right-hand side
   const char *const *rtext;  // each rule as text, for the trace
+  // The same automaton read off the packed tables into dense ones (null:
+  // none): column[code] (codes 0-264) picks one of ncols columns, the last
+  // for any code the grammar lacks (the packed tables answer for those);
+  // dense[s * ncols + col] is 0 error, v > 0 shift to v, v < 0 reduce by
+  // rule -v - 1; dgoto[A * nstates + s].
+  int16_t ncols;
+  const uint8_t *column;
+  const int16_t *dense;
+  const int16_t *dgoto;
 };
 
 constexpr int16_t kNoBase = -32768;
@@ -45,14 +54,6 @@ constexpr int32_t kErrorToken = 256;
 // The parameter-file grammar (param/lrmpzp.y).
 extern const pztables kParamTables;
 
-// One entry of the parse stack: a state and the value of the symbol that
-// led to it (a token record when `istok`, else a reduction's result).
-struct pzent {
-  uint16_t state;
-  uint8_t istok;
-  void *val;
-};
-
 // The parser context of one parse. Plain data: the parse runs under an error
 // frame and may be left by a longjmp, after which the frame's handler frees
 // it through the pointers kept here.
@@ -60,7 +61,13 @@ struct pzparser {
   const pztables *tab;
   const lrmpzcb *cb;
   void *src;
-  pzent *stk;
+  // The parse stack, in one block of `cap` entries: for each entry the
+  // value of the symbol that led to it (a token record when istok, else a
+  // reduction's result), its state, and whether it holds a token. Values
+  // are kept apart so that a rule's right-hand side is one run of them.
+  void **vals;
+  uint16_t *states;
+  uint8_t *istok;
   uint32_t cap;
   uint32_t top;          // entries in use
   int32_t status;        // 0 success, 1 recovered error, 2 failed
@@ -73,6 +80,20 @@ struct pzparser {
 };
 
 constexpr uint32_t kInitialStack = 150;
+
+// The action for state s and lookahead code t.
+enum Kind { kErr = 0, kAcc = 1, kShift = 2, kReduce = 3 };
+struct Action {
+  Kind kind;
+  int32_t value;  // state to shift to, or rule to reduce by
+};
+// As the packed tables give it, probe by probe.
+Action packed_action(const pztables *t, int32_t state, int32_t code);
+// As the driver reads it: from the dense tables when the grammar has them.
+Action action_of(const pztables *t, int32_t state, int32_t code);
+// The goto of nonterminal A from state s, packed and as the driver reads it.
+int32_t packed_goto(const pztables *t, int32_t nonterm, int32_t state);
+int32_t goto_of(const pztables *t, int32_t nonterm, int32_t state);
 
 // Runs the driver on `tab` (the tables are data: any generated grammar).
 int32_t run(pzparser *p, void *src, void **result, int32_t single_step, void *user);

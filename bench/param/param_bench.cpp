@@ -3,6 +3,8 @@
 // keys, values and comments. inih runs twice: with a handler that does
 // nothing (the parse alone) and with one that stores every value in an
 // std::unordered_map (what lrmpfi does: every value is kept for lookup).
+// Then reading back each of 400,000 occurrences of one key, against an
+// std::unordered_map of vectors.
 // The table at the end gives MB/s and the ratio of times ours / peer, from
 // CPU time: every case runs on one thread, and on a shared machine the wall
 // clock mostly measures the wait for a core.
@@ -94,6 +96,46 @@ void BM_inih_store(benchmark::State &state) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * g_ini_bytes));
 }
 
+// Reading every occurrence of a key that holds 400,000 values, one getter
+// call each, against the same read from the map inih_store fills.
+constexpr uint32_t kOccurrences = 400000;
+
+void BM_lrmgsp_occurrences(benchmark::State &state) {
+  lrmctx *h = lrmini(g_ctx, nullptr, nullptr);
+  lrmpsvp(h, &kAny);
+  std::vector<std::string> values(kOccurrences);
+  std::vector<const char *> ptrs(kOccurrences);
+  for (uint32_t i = 0; i < kOccurrences; i++) {
+    values[i] = "value_" + std::to_string(i);
+    ptrs[i] = values[i].c_str();
+  }
+  if (lrmavla(h, "k", 1, reinterpret_cast<const void *const *>(ptrs.data()), kOccurrences) != 0)
+    state.SkipWithError("lrmavla failed");
+  for (auto _ : state) {
+    size_t total = 0;
+    for (uint32_t i = 0; i < kOccurrences; i++) {
+      const char *p = nullptr;
+      lrmgsp(h, nullptr, nullptr, "k", 1, i, &p);
+      total += p != nullptr;
+    }
+    benchmark::DoNotOptimize(total);
+  }
+  lrmtrm(h);
+}
+
+void BM_map_occurrences(benchmark::State &state) {
+  std::unordered_map<std::string, std::vector<std::string>> m;
+  for (uint32_t i = 0; i < kOccurrences; i++) m["section:k"].push_back("value_" + std::to_string(i));
+  for (auto _ : state) {
+    size_t total = 0;
+    for (uint32_t i = 0; i < kOccurrences; i++) {
+      auto it = m.find(std::string("section") + ":" + "k");
+      total += it != m.end() && i < it->second.size() && it->second[i].c_str() != nullptr;
+    }
+    benchmark::DoNotOptimize(total);
+  }
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -103,6 +145,8 @@ int main(int argc, char **argv) {
   benchmark::RegisterBenchmark("param/lrmpfi", BM_lrmpfi)->Unit(benchmark::kMillisecond);
   benchmark::RegisterBenchmark("param/inih_parse", BM_inih_parse)->Unit(benchmark::kMillisecond);
   benchmark::RegisterBenchmark("param/inih_store", BM_inih_store)->Unit(benchmark::kMillisecond);
+  benchmark::RegisterBenchmark("param/lrmgsp_occurrences", BM_lrmgsp_occurrences)->Unit(benchmark::kMillisecond);
+  benchmark::RegisterBenchmark("param/map_occurrences", BM_map_occurrences)->Unit(benchmark::kMillisecond);
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   kelbench::RatioReporter rep(kelbench::RatioReporter::Clock::kCpu);
@@ -118,6 +162,8 @@ int main(int argc, char **argv) {
     double p = rep.at(peer) / 1e6;
     std::printf("%-18s %10.1f %10.1f %14.2f\n", peer + 6, p, mbs(p, g_ini_bytes), rep.ratio("param", "param/lrmpfi", peer));
   }
+  std::printf("%-18s %10.1f %10s %14.2f\n", "occurrences", rep.at("param/lrmgsp_occurrences") / 1e6, "-",
+              rep.ratio("param", "param/lrmgsp_occurrences", "param/map_occurrences"));
   rep.print_ratios();
   std::remove(g_par.c_str());
   std::remove(g_ini.c_str());

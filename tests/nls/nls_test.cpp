@@ -205,6 +205,26 @@ TEST(Nls, ConversionEdges) {
       EXPECT_EQ(hex(out, static_cast<size_t>(n)), c.hexout);
     }
   }
+  // One character at a time, as the class functions take it.
+  struct Char {
+    const char *env;
+    const char *in;
+    size_t inlen;
+    int32_t len;
+    uint32_t code;
+  } chars[] = {
+      {".AL32UTF8", "\xc2\xa0x", 3, 2, 0xA0},      {".AL32UTF8", "\xf0\x9f\x98\x80", 4, 4, 0x1F600},
+      {".AL32UTF8", "a", 1, 1, 'a'},              {".AL32UTF8", "\xe2\x82", 2, -1, 0},
+      {".AL32UTF8", "\xc0\xaf", 2, -1, 0},         {".AL32UTF8", "\xed\xa0\x80", 3, -1, 0},
+      {".AL32UTF8", "", 0, 0, 0},                 {".AL16UTF16", "\xd8\x3d\xde\x00", 4, 4, 0x1F600},
+      {".AL16UTF16LE", "\xa0\x00", 2, 2, 0xA0},    {".AL16UTF16", "\xdc\x00", 2, -1, 0},
+      {".US7ASCII", "\x80", 1, 1, 0x80},           {".WE8EBCDIC37", "\x41", 1, 1, 0x41},
+  };
+  for (const Char &c : chars) {
+    uint32_t code = 0;
+    EXPECT_EQ(lxmdecx(env(c.env), c.in, c.inlen, &code), c.len) << c.env << " " << hex(c.in, c.inlen);
+    EXPECT_EQ(code, c.code) << c.env << " " << hex(c.in, c.inlen);
+  }
   EXPECT_EQ(lxhcsn("utf8", 4), LX_CSID_AL32UTF8);
   EXPECT_EQ(lxhcsn("WE8ISO8859P1", 12), LX_CSID_WE8ISO8859P1);
   EXPECT_EQ(lxhcsn("nope", 4), 0);

@@ -15,6 +15,7 @@
 #include "lem.h"
 #include "lpm.h"
 #include "lrm.h"
+#include "param/pz_impl.h"
 
 namespace {
 
@@ -227,6 +228,21 @@ TEST_F(Grammar, EachRuleReducesOnItsExample) {
       EXPECT_EQ(f.accepted, 1);
     else
       EXPECT_NE(std::find(f.rules.begin(), f.rules.end(), c.rule), f.rules.end()) << "rule " << c.rule;
+  }
+}
+
+// The driver reads its actions from dense tables written next to the packed
+// ones: they must give what the packed tables give, probe by probe.
+TEST_F(Grammar, DenseTablesReadAsThePackedOnes) {
+  const pz_internal::pztables *t = &pz_internal::kParamTables;
+  ASSERT_NE(t->dense, nullptr);
+  for (int32_t state = 0; state < t->nstates; state++) {
+    for (int32_t code = 0; code <= 300; code++) {
+      pz_internal::Action a = pz_internal::packed_action(t, state, code), b = pz_internal::action_of(t, state, code);
+      ASSERT_TRUE(a.kind == b.kind && a.value == b.value) << "state " << state << " code " << code;
+    }
+    for (int32_t nt = 0; nt < t->nnonterms; nt++)
+      ASSERT_EQ(pz_internal::packed_goto(t, nt, state), pz_internal::goto_of(t, nt, state)) << nt << " " << state;
   }
 }
 

@@ -1,10 +1,12 @@
 // Shared set-up of the parameter tests: a started library, a parameter
-// context, and helpers to read the error stack.
+// context, and helpers to read values and the error stack.
 #ifndef KEL_TESTS_PARAM_FIXTURE_H
 #define KEL_TESTS_PARAM_FIXTURE_H
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -14,22 +16,33 @@
 #include "param/lrm_impl.h"
 #include "tests/support/library.h"
 
+using Strings = std::vector<std::string>;
+
 class ParamTest : public kel_test::StartedLibrary {
  protected:
   void SetUp() override {
     StartedLibrary::SetUp();
     if (HasFatalFailure()) return;
     lemces(lem);
-    h = lrmini(ctx, nullptr, nullptr);
+    Open(0);
+  }
+  void TearDown() override {
+    Close();
+    StartedLibrary::TearDown();
+  }
+  // A new context with these flags (and the character set, when given).
+  void Open(uint32_t flags, const char *charset = nullptr) {
+    Close();
+    const lxenv *env = charset != nullptr ? lxhLangEnv(nullptr, charset, strlen(charset)) : nullptr;
+    h = lrminiu(ctx, env, flags, nullptr, nullptr);
     ASSERT_NE(h, nullptr);
     lrmsout(h, Collect, &out);
   }
-  void TearDown() override {
-    if (h != nullptr) {
-      EXPECT_EQ(lrm_internal::rec(h)->live_tokens, 0) << "a token record was not freed";
-      EXPECT_EQ(lrmtrm(h), 0);
-    }
-    StartedLibrary::TearDown();
+  void Close() {
+    if (h == nullptr) return;
+    EXPECT_EQ(lrm_internal::rec(h)->live_tokens, 0) << "a token record was not freed";
+    EXPECT_EQ(lrmtrm(h), 0);
+    h = nullptr;
   }
   static void Collect(void *arg, const char *text, size_t len) {
     static_cast<std::string *>(arg)->append(text, len);
@@ -49,6 +62,14 @@ class ParamTest : public kel_test::StartedLibrary {
     if (type == LEM_ARG_NUM) return std::to_string(num);
     return "";
   }
+  // Where the newest record says it happened: its last four arguments,
+  // "source|line|column|key".
+  std::string Where() {
+    int32_t n = 0;
+    while (lemgnp(lem, 1, n + 1, nullptr, nullptr) != 0) n++;
+    if (n < 4) return "<no place>";
+    return Arg(1, n - 3) + "|" + Arg(1, n - 2) + "|" + Arg(1, n - 1) + "|" + Arg(1, n);
+  }
   std::string Str(const char *key, uint32_t occ = 0, const char *qual = nullptr) {
     char buf[512] = "<none>";
     uint32_t st = lrmgsv(h, qual, nullptr, key, strlen(key), occ, buf, sizeof buf, nullptr);
@@ -60,19 +81,35 @@ class ParamTest : public kel_test::StartedLibrary {
     EXPECT_EQ(lrmavlo(h, qual, key, strlen(key), &n), 0u);
     return n;
   }
-  std::vector<std::string> All(const char *key, const char *qual = nullptr) {
-    std::vector<std::string> v;
+  Strings All(const char *key, const char *qual = nullptr) {
+    Strings v;
     uint32_t n = Count(key, qual);
     for (uint32_t i = 0; i < n; i++) v.push_back(Str(key, i, qual));
     return v;
   }
+  std::string Dump() {
+    std::string d;
+    EXPECT_EQ(lrmdtw(h, Collect, &d), 0u);
+    return d;
+  }
   uint32_t Parse(const std::string &s) { return lrmpst(h, s.data(), s.size()); }
   uint32_t ParseCmd(const std::string &s) { return lrmpas(h, s.data(), s.size()); }
+  // A folder of the test's own, so that tests running side by side do not
+  // share files.
+  static std::string Dir() {
+    std::string d = ::testing::TempDir() + "kelparam_" + ::testing::UnitTest::GetInstance()->current_test_info()->name();
+    mkdir(d.c_str(), 0700);
+    return d;
+  }
+  // Writes a file in the test's folder; returns its path.
+  static std::string Write(const std::string &name, const std::string &text) {
+    std::string path = Dir() + "/" + name;
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+  }
 
   lrmctx *h = nullptr;
   std::string out;
 };
-
-using Strings = std::vector<std::string>;
 
 #endif

@@ -20,7 +20,8 @@ class Scanner : public ParamTest {
   // Tokens of `text` as source `kind`, or the status raised.
   std::vector<Tok> Lex(const std::string &text, uint8_t kind, uint32_t *status) {
     auto *c = lrm_internal::rec(h);
-    c->src = lrm_internal::lrmsource{text.data(), text.size(), 0, 1, kind, "test"};
+    c->src = lrm_internal::lrmsource{text.data(), text.size(), 0, 1, kind, 0, "test"};
+    c->bol = 1;
     c->depth = c->comment_follows = c->dash_seen = 0;
     std::vector<Tok> *toks = new std::vector<Tok>;
     *status = 0;
@@ -108,6 +109,26 @@ TEST_F(Scanner, Tokens) {
     lrmsopt(h, c.options);
     uint32_t st = 0;
     EXPECT_EQ(Lex(c.in, c.kind, &st), c.want) << c.in;
+    EXPECT_EQ(st, 0u) << c.in;
+  }
+}
+
+TEST_F(Scanner, MultiByteBlanksAreTheSetsSpaceClass) {
+  Open(LRM_F_UNICODE);
+  lrmsopt(h, LRM_OPT_COMMENTS);
+  struct Case {
+    const char *in;
+    std::vector<Tok> want;
+  } cases[] = {
+      {"a\xC2\xA0" "b", {{S, "a"}, {S, "b"}, {E, ""}}},
+      {"\xC2\x85\xC3\xA4\xC2\xA0=\xC2\xA0'b'\xC2\xA0#c", {{ID, "\xC3\xA4"}, {EQ, "="}, {Q, "b"}, {CM, "c"}, {E, ""}}},
+      {"a\\\xC2\xA0\nb", {{S, "ab"}, {E, ""}}},
+      // Bytes that are no character stay in the word; so do other letters.
+      {"\xC2x\xE2\x80\xA8y \xC2", {{S, "\xC2x\xE2\x80\xA8y"}, {S, "\xC2"}, {E, ""}}},
+  };
+  for (const Case &c : cases) {
+    uint32_t st = 0;
+    EXPECT_EQ(Lex(c.in, 2, &st), c.want) << c.in;
     EXPECT_EQ(st, 0u) << c.in;
   }
 }

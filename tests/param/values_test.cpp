@@ -3,7 +3,6 @@
 #include <cinttypes>
 #include <cstdlib>
 #include <cstring>
-#include <map>
 #include <random>
 
 #include "lnx.h"
@@ -18,7 +17,7 @@ const lrmkey kKeys[] = {
     {"mode", LRM_T_NAME, 1, 0, 0, 0, 0, nullptr, nullptr},
     {"size", LRM_T_INT8, 0, 0, 0, 0, 0, nullptr, "bytes"},
     {"value", LRM_T_STRING, 0, 0, 0, 0, 0, nullptr, nullptr},
-    {"values", LRM_T_STRING, 0, 0, 0, 0, 0, nullptr, nullptr},
+    {"values", LRM_T_STRING, 0, 0, 0, 0, 0, "v0", nullptr},
     {"amount", LRM_T_NUMBER, 0, 0, 0, 0, 0, nullptr, nullptr},
 };
 const lrmkeyset kSet = {kKeys, 8, 0, nullptr, nullptr, nullptr, nullptr};
@@ -29,140 +28,148 @@ class Values : public ParamTest {
 };
 
 TEST_F(Values, LanguageEdgeCases) {
-  Declare();
   struct Case {
     const char *in;
     const char *key;
+    const char *qual;
     Strings want;
   } cases[] = {
-      {"", "", {}},
-      {"a b c", "", {"a", "b", "c"}},
-      {"value=1 -name a b", "name", {"a", "b"}},
-      {"-name=5", "name", {"5"}},
-      {"-name 5", "name", {"5"}},
-      {"-verbose x", "", {"x"}},
-      {"-verbose x", "verbose", {"<status 202>"}},
-      {"-name -5", "name", {"-5"}},
-      {"-5", "", {"-5"}},
-      {"\"a\"\"b\"", "", {"a\"b"}},
-      {"name=\"ab\\\ncd\" \\\n  values=x", "name", {"abcd"}},
-      {"name=\"ab\\\ncd\" \\\n  values=x", "values", {"x"}},
-      {"values=(a (b c) d)", "values", {"a", "b", "c", "d"}},
-      {"values=a)b", "values", {"a)b"}},
-      {"values=(a)b)", "values", {"a", "b)"}},
-      {"name=x name=y", "name", {"x", "y"}},
-      {"mode=fast mode=slow", "mode", {"SLOW"}},
-      {"p q name=x -values a b", "", {"p", "q"}},
-      {"p q name=x -values a b", "values", {"a", "b"}},
-      {"-values=(a b) c", "values", {"a", "b", "c"}},
-      {"sec:name=x name=y", "name", {"y"}},
+      {"", "", nullptr, {}},
+      {"a b c", "", nullptr, {"a", "b", "c"}},
+      {"value=1 -name a b", "name", nullptr, {"a", "b"}},
+      {"-name=5", "name", nullptr, {"5"}},
+      {"-name 5", "name", nullptr, {"5"}},
+      {"-verbose x", "", nullptr, {"x"}},
+      {"-verbose x", "verbose", nullptr, {"<status 202>"}},
+      {"-name -5", "name", nullptr, {"-5"}},
+      {"-5", "", nullptr, {"-5"}},
+      {"\"a\"\"b\"", "", nullptr, {"a\"b"}},
+      {"name=\"ab\\\ncd\" \\\n  value=x", "name", nullptr, {"abcd"}},
+      {"name=\"ab\\\ncd\" \\\n  value=x", "value", nullptr, {"x"}},
+      {"value=(a (b c) d)", "value", nullptr, {"a", "b", "c", "d"}},
+      {"value=a)b", "value", nullptr, {"a)b"}},
+      // An escape makes the scanner copy the word; it outgrows the first buffer.
+      {"value=a\\=bbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbb\\=c", "value", nullptr,
+       {"a=bbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbb=c"}},
+      {"value=(a)b)", "value", nullptr, {"a", "b)"}},
+      {"name=x name=y", "name", nullptr, {"x", "y"}},
+      {"mode=fast mode=slow", "mode", nullptr, {"SLOW"}},
+      {"p q name=x -value a b", "", nullptr, {"p", "q"}},
+      {"p q name=x -value a b", "value", nullptr, {"a", "b"}},
+      {"-value=(a b) c", "value", nullptr, {"a", "b", "c"}},
+      {"sec:name=x name=y", "name", nullptr, {"y"}},
+      // Qualified keys: in settings and as options; the plain key is the
+      // fallback of a qualifier without values of its own.
+      {"name=plain db:name=q1 db:name=q2", "name", "db", {"q1", "q2"}},
+      {"name=plain db:name=q1", "name", "other", {"plain"}},
+      {"-sec:name 6 -sec:values=(a b)", "name", "sec", {"6"}},
+      {"-sec:name 6 -sec:values=(a b)", "values", "sec", {"a", "b"}},
+      {"-sec:verbose -x:name y", "verbose", "sec", {"<status 202>"}},
+      {"-sec:name 6", "sec:name", nullptr, {"6"}},
+      // A user's values replace the declared default, in the order given.
+      {"", "values", nullptr, {"v0"}},
+      {"values=u1 -values u2 u3", "values", nullptr, {"u1", "u2", "u3"}},
+      {"sec:values=s", "values", nullptr, {"v0"}},
   };
   for (const Case &c : cases) {
     Declare();
     ASSERT_EQ(Parse(c.in), 0u) << c.in << ": " << LastText();
-    EXPECT_EQ(All(c.key), c.want) << c.in;
+    EXPECT_EQ(All(c.key, c.qual), c.want) << c.in;
   }
-}
-
-TEST_F(Values, QualifiedKeys) {
-  Declare();
-  ASSERT_EQ(Parse("name=plain db:name=q1 db:name=q2 web:count=9"), 0u);
-  EXPECT_EQ(All("name", "db"), (Strings{"q1", "q2"}));
-  EXPECT_EQ(All("name"), (Strings{"plain"}));
+  ASSERT_EQ(Parse("-sec:verbose"), 0u);
+  uint8_t b = 0;
   char qname[LRM_QNAME_MAX];
-  char buf[32];
-  ASSERT_EQ(lrmgsv(h, "db", qname, "name", 4, 1, buf, sizeof buf, nullptr), 0u);
-  EXPECT_STREQ(buf, "q2");
-  EXPECT_STREQ(qname, "db:name");
-  // A qualifier without its own value falls back to the plain key.
-  ASSERT_EQ(lrmgsv(h, "other", qname, "name", 4, 0, buf, sizeof buf, nullptr), 0u);
-  EXPECT_STREQ(buf, "plain");
-  EXPECT_STREQ(qname, "name");
+  ASSERT_EQ(lrmgbv(h, "sec", qname, "verbose", 7, 0, &b), 0u);
+  EXPECT_EQ(b, 1);
+  EXPECT_STREQ(qname, "sec:verbose");
+  // The default gives way to a user's value from any call, and comes back
+  // with a new declaration.
   uint32_t n = 0;
-  ASSERT_EQ(lrmgiv(h, "web", nullptr, "count", 5, 0, &n), 0u);
-  EXPECT_EQ(n, 9u);
   ASSERT_EQ(lrmgiv(h, nullptr, nullptr, "count", 5, 0, &n), 0u);
   EXPECT_EQ(n, 7u);
+  ASSERT_EQ(lrmspv(h, "count", 5, "9", 1), 0u);
+  ASSERT_EQ(lrmspv(h, "count", 5, "10", 2), 0u);
+  EXPECT_EQ(All("count"), (Strings{"<status 202>", "<status 202>"}));
+  ASSERT_EQ(lrmgiv(h, nullptr, nullptr, "count", 5, 1, &n), 0u);
+  EXPECT_EQ(n, 10u);
+  ASSERT_EQ(lrmgiv(h, nullptr, nullptr, "count", 5, 0, &n), 0u);
+  EXPECT_EQ(n, 9u);
 }
 
-TEST_F(Values, BooleanWords) {
-  Declare();
-  struct Case {
-    const char *text;
-    uint32_t status;
-    uint8_t value;
-  } cases[] = {{"Yes", 0, 1},  {"y", 0, 1},    {"TRUE", 0, 1},   {"tomato", 0, 1}, {"No", 0, 0},
-               {"FALSE", 0, 0}, {"f", 0, 0},    {"maybe", 105, 9}, {"", 105, 9},    {"1", 105, 9}};
-  for (const Case &c : cases) {
-    uint8_t v = 9;
-    EXPECT_EQ(lrmt2b(h, c.text, strlen(c.text), &v), c.status) << c.text;
-    EXPECT_EQ(v, c.value) << c.text;
-  }
+// Every conversion of text, each checked by an oracle: the letters and word
+// lists for booleans, strtoul for integers, the shifts for sizes, the
+// number family's own literal parser for numbers.
+TEST_F(Values, Conversions) {
   static const char *const on[] = {"on", nullptr};
   static const char *const off[] = {"off", nullptr};
   static const lrmkeyset words = {kKeys, 8, 0, on, off, nullptr, nullptr};
-  Declare(&words);
-  struct Case2 {
-    const char *text;
-    uint32_t status;
-    uint8_t value;
-  } cases2[] = {{"On", 0, 1}, {"ON", 0, 1}, {"off", 0, 0}, {"yes", 105, 9}, {"o", 105, 9}, {"onn", 105, 9}};
-  for (const Case2 &c : cases2) {
-    uint8_t v = 9;
-    EXPECT_EQ(lrmt2b(h, c.text, strlen(c.text), &v), c.status) << c.text;
-    EXPECT_EQ(v, c.value) << c.text;
-  }
-}
-
-TEST_F(Values, IntegersAgainstStrtoul) {
   struct Case {
+    char kind;  // b boolean (w: with the word lists), i integer, 8 size, n number
     const char *text;
     uint32_t status;
-  } cases[] = {{"%h1F", 0},  {"%H1f", 0},   {"%d10", 0}, {"%D10", 0}, {"%x10", 103}, {"%", 103},
-               {"12", 0},    {"4294967295", 0}, {"4294967296", 104}, {"12a", 104}, {"", 104}, {"%d", 104},
-               {"%hFFFFFFFF", 0}, {"%h", 104}, {" 1", 104}, {"0x10", 104}, {"%h-1", 0}};
-  for (const Case &c : cases) {
-    uint32_t v = 12345;
-    EXPECT_EQ(lrmt2i(h, c.text, strlen(c.text), &v), c.status) << c.text;
-    if (c.status != 0) {
-      EXPECT_EQ(v, 12345u);
-      continue;
-    }
-    const char *t = c.text;
-    int base = 10;
-    if (t[0] == '%') {
-      base = (t[1] | 0x20) == 'h' ? 16 : 10;
-      t += 2;
-    }
-    EXPECT_EQ(v, static_cast<uint32_t>(strtol(t, nullptr, base))) << c.text;
-  }
-  // Random decimal and hex texts against strtoul.
+    int64_t want;  // booleans and sizes
+  } cases[] = {
+      {'b', "Yes", 0, 1},  {'b', "y", 0, 1},        {'b', "TRUE", 0, 1},     {'b', "tomato", 0, 1},
+      {'b', "No", 0, 0},   {'b', "FALSE", 0, 0},    {'b', "f", 0, 0},        {'b', "maybe", 105, 0},
+      {'b', "", 105, 0},   {'b', "1", 105, 0},      {'w', "On", 0, 1},       {'w', "ON", 0, 1},
+      {'w', "off", 0, 0},  {'w', "yes", 105, 0},    {'w', "o", 105, 0},      {'w', "onn", 105, 0},
+      {'i', "%h1F", 0, 0}, {'i', "%H1f", 0, 0},     {'i', "%d10", 0, 0},     {'i', "%D10", 0, 0},
+      {'i', "%x10", 103, 0}, {'i', "%", 103, 0},    {'i', "12", 0, 0},       {'i', "4294967295", 0, 0},
+      {'i', "4294967296", 104, 0}, {'i', "12a", 104, 0}, {'i', "", 104, 0},  {'i', "%d", 104, 0},
+      {'i', "%hFFFFFFFF", 0, 0}, {'i', "%h", 104, 0}, {'i', " 1", 104, 0},   {'i', "0x10", 104, 0},
+      {'i', "%h-1", 0, 0}, {'8', "4K", 0, 4096},    {'8', "1m", 0, 1048576}, {'8', "2G", 0, 2147483648LL},
+      {'8', "1K2", 104, 0}, {'8', "12", 0, 12},     {'8', "k", 104, 0},      {'8', "", 104, 0},
+      {'8', "-1", 104, 0}, {'8', "9223372036854775807", 0, INT64_MAX},      {'8', "9223372036854775808", 104, 0},
+      {'8', "8589934592G", 104, 0}, {'8', "3T", 104, 0},                    {'n', "12.5", 0, 0},
+      {'n', "-0.001", 0, 0}, {'n', "0", 0, 0}, {'n', "1e10", 0, 0},   {'n', "123456789012345678901234567890", 0, 0},
+      {'n', "", 120, 0},   {'n', "abc", 120, 0},    {'n', "1.2.3", 120, 0},  {'n', "12x", 120, 0},
+  };
   std::mt19937 rng(7);
+  std::vector<Case> all(std::begin(cases), std::end(cases));
+  std::vector<std::string> random;
   for (int i = 0; i < 2000; i++) {
-    uint32_t x = rng();
     char text[32];
-    bool hex = i % 2;
-    snprintf(text, sizeof text, hex ? "%%h%" PRIX32 : "%" PRIu32, x);
-    uint32_t v = 0;
-    ASSERT_EQ(lrmt2i(h, text, strlen(text), &v), 0u) << text;
-    EXPECT_EQ(v, static_cast<uint32_t>(strtoul(text + (hex ? 2 : 0), nullptr, hex ? 16 : 10)));
+    snprintf(text, sizeof text, i % 2 ? "%%h%" PRIX32 : "%" PRIu32, static_cast<uint32_t>(rng()));
+    random.push_back(text);
   }
-}
-
-TEST_F(Values, SizedIntegers) {
-  struct Case {
-    const char *text;
-    uint32_t status;
-    int64_t value;
-  } cases[] = {{"4K", 0, 4096},         {"1m", 0, 1048576},   {"2G", 0, 2147483648LL},
-               {"1K2", 104, 0},        {"12", 0, 12},        {"k", 104, 0},
-               {"", 104, 0},           {"-1", 104, 0},       {"9223372036854775807", 0, INT64_MAX},
-               {"9223372036854775808", 104, 0}, {"8589934592G", 104, 0}, {"3T", 104, 0}};
-  for (const Case &c : cases) {
-    int64_t v = -7;
-    EXPECT_EQ(lrmt2i8(h, c.text, strlen(c.text), &v), c.status) << c.text;
-    EXPECT_EQ(v, c.status == 0 ? c.value : -7) << c.text;
+  for (const std::string &t : random) all.push_back({'i', t.c_str(), 0, 0});
+  for (const Case &c : all) {
+    Declare(c.kind == 'w' ? &words : &kSet);
+    const size_t len = strlen(c.text);
+    if (c.kind == 'b' || c.kind == 'w') {
+      uint8_t v = 9;
+      EXPECT_EQ(lrmt2b(h, c.text, len, &v), c.status) << c.text;
+      EXPECT_EQ(v, c.status == 0 ? c.want : 9) << c.text;
+    } else if (c.kind == '8') {
+      int64_t v = -7;
+      EXPECT_EQ(lrmt2i8(h, c.text, len, &v), c.status) << c.text;
+      EXPECT_EQ(v, c.status == 0 ? c.want : -7) << c.text;
+    } else if (c.kind == 'i') {
+      uint32_t v = 12345;
+      EXPECT_EQ(lrmt2i(h, c.text, len, &v), c.status) << c.text;
+      const bool hex = c.text[0] == '%' && (c.text[1] | 0x20) == 'h';
+      const char *digits = c.text[0] == '%' ? c.text + 2 : c.text;
+      EXPECT_EQ(v, c.status == 0 ? static_cast<uint32_t>(strtol(digits, nullptr, hex ? 16 : 10)) : 12345u) << c.text;
+    } else {
+      uint8_t want[22], got[22];
+      size_t wantlen = 0, gotlen = 0, consumed = 0;
+      EXPECT_EQ(lrmt2on(h, c.text, len, got, &gotlen), c.status) << c.text;
+      if (c.status != 0) continue;
+      ASSERT_NE(lnxcpn(c.text, len, want, &wantlen, 0, 0, 0, 0, &consumed, nullptr), nullptr);
+      EXPECT_EQ(std::string(reinterpret_cast<char *>(got), gotlen), std::string(reinterpret_cast<char *>(want), wantlen));
+      ASSERT_EQ(lrmspv(h, "amount", 6, c.text, len), 0u);
+      uint8_t num[22];
+      EXPECT_EQ(lrmgonv(h, nullptr, nullptr, "amount", 6, 0, num, &gotlen), 0u);
+      EXPECT_EQ(std::string(reinterpret_cast<char *>(num), gotlen), std::string(reinterpret_cast<char *>(want), wantlen));
+    }
   }
+  // A -flag is true without asking the words, and dumps as the set's word.
+  Declare(&words);
+  ASSERT_EQ(Parse("-verbose"), 0u) << LastText();
+  EXPECT_EQ(Dump(), "count=7\nvalues=v0\nverbose=on\n");
+  uint8_t num[22];
+  size_t len = 0;
+  EXPECT_EQ(lrmgonv(h, nullptr, nullptr, "name", 4, 0, num, &len), 202u);
 }
 
 TEST_F(Values, GettersCheckTypesAndCapacity) {
@@ -178,16 +185,20 @@ TEST_F(Values, GettersCheckTypesAndCapacity) {
   EXPECT_EQ(s, 4096);
   EXPECT_EQ(lrmgbv(h, nullptr, nullptr, "verbose", 7, 0, &b), 0u);
   EXPECT_EQ(b, 1);
-  EXPECT_EQ(lrmgiv(h, nullptr, nullptr, "count", 5, 1, &n), 0u);
+  EXPECT_EQ(lrmgiv(h, nullptr, nullptr, "count", 5, 0, &n), 0u);
   EXPECT_EQ(n, 16u);
-  char buf[9];
-  size_t len = 0;
-  EXPECT_EQ(lrmgsv(h, nullptr, nullptr, "name", 4, 0, buf, 9, &len), 0u);
-  EXPECT_STREQ(buf, "abcdefgh");
-  EXPECT_EQ(len, 8u);
-  memset(buf, 'z', sizeof buf);
-  EXPECT_EQ(lrmgsv(h, nullptr, nullptr, "name", 4, 0, buf, 8, nullptr), 206u);
-  EXPECT_EQ(buf[0], 'z');
+  // Capacity 9 and 8 hold the value with and without its terminator; 7 is
+  // too small and leaves the buffer alone.
+  for (size_t cap : {9, 8, 7}) {
+    char buf[10];
+    memset(buf, 'z', sizeof buf);
+    size_t len = 0;
+    EXPECT_EQ(lrmgsv(h, nullptr, nullptr, "name", 4, 0, buf, cap, &len), cap >= 8 ? 0u : 206u) << cap;
+    EXPECT_EQ(std::string(buf, 10), cap == 9   ? std::string("abcdefgh\0z", 10)
+                                    : cap == 8 ? "abcdefghzz"
+                                               : "zzzzzzzzzz");
+    if (cap < 8) EXPECT_NE(LastText().find("name"), std::string::npos) << LastText();
+  }
   // No such occurrence: success, result untouched.
   n = 77;
   EXPECT_EQ(lrmgiv(h, nullptr, nullptr, "count", 5, 5, &n), 0u);
@@ -196,27 +207,77 @@ TEST_F(Values, GettersCheckTypesAndCapacity) {
   EXPECT_EQ(lrmgsp(h, nullptr, nullptr, "name", 4, 0, &p), 0u);
   EXPECT_STREQ(p, "abcdefgh");
   EXPECT_EQ(lrmgsp(h, nullptr, nullptr, "size", 4, 0, &p), 202u);
+  char buf[8];
   EXPECT_EQ(lrmgsv(nullptr, nullptr, nullptr, "name", 4, 0, buf, 8, nullptr), 201u);
 }
 
-TEST_F(Values, StorageFailuresKeepEarlierValues) {
+TEST_F(Values, ManyOccurrencesReadInOrder) {
   Declare();
+  // Read back one by one, every value must be found in its place; done
+  // with a list walk per read, this loop alone is quadratic.
+  std::string in = "value=(";
+  const int kValues = 200000;
+  for (int i = 0; i < kValues; i++) in += std::to_string(i) + " ";
+  in += ")";
+  ASSERT_EQ(Parse(in), 0u);
+  ASSERT_EQ(Count("value"), static_cast<uint32_t>(kValues));
+  for (int i = 0; i < kValues; i++) {
+    const char *p = nullptr;
+    ASSERT_EQ(lrmgsp(h, nullptr, nullptr, "value", 5, static_cast<uint32_t>(i), &p), 0u);
+    ASSERT_EQ(std::to_string(i), p);
+  }
+}
+
+TEST_F(Values, FailuresStoreNothingAndSayWhere) {
+  // Each input fails; the record says where, and no value of the call is
+  // stored, whatever came before the failure.
   struct Case {
     const char *in;
     uint32_t status;
-    const char *arg;
+    const char *arg;    // the record's first argument
+    const char *where;  // source|line|column|key
   } cases[] = {
-      {"count=2000", 102, "2000"}, {"count=%q1", 103, "%q1"}, {"count=1x", 104, "1x"},
-      {"verbose=perhaps", 105, "perhaps"}, {"nosuch=1", 101, "nosuch"}, {"size=1K2", 104, "1K2"},
+      {"name=kept count=2000", 102, "2000", "string|1|17|count"},
+      {"name=kept count=%q1", 103, "%q1", "string|1|17|count"},
+      {"name=kept\ncount=(1 1x)", 104, "1x", "string|2|10|count"},
+      {"name=kept verbose=perhaps", 105, "perhaps", "string|1|19|verbose"},
+      {"name=kept nosuch=1", 101, "nosuch", "string|1|11|nosuch"},
+      {"name=kept -sec:zz 1", 101, "zz", "string|1|12|sec:zz"},
+      {"name=kept -verb", 101, "verb", "string|1|12|verb"},
+      {"name=kept size=1K2", 104, "1K2", "string|1|16|size"},
+      {"name=kept amount=x1", 120, "x1", "string|1|18|amount"},
+      {"name=kept value=\"abc", 111, "\"abc", "string|1|17|value"},
+      {"name=kept value=a, b", 110, nullptr, "string|1|18|value"},
+      {"name=kept value=a = b", 109, "\"a\"", "string|1|17|value"},
+      {"name=kept\n\tvalue=(a b", 109, "-end of file-", "string|2|12|value"},
   };
   for (const Case &c : cases) {
     Declare();
+    ASSERT_EQ(lrmspv(h, "name", 4, "before", 6), 0u);
+    const std::string before = Dump();
     lemces(lem);
-    ASSERT_EQ(Parse(std::string("name=kept ") + c.in), c.status) << c.in;
+    ASSERT_EQ(Parse(c.in), c.status) << c.in;
     EXPECT_EQ(LastError(), static_cast<int32_t>(c.status)) << c.in;
-    EXPECT_EQ(Arg(1, 1), c.arg) << c.in;
-    EXPECT_EQ(All("name"), (Strings{"kept"})) << c.in;
+    if (c.arg != nullptr) EXPECT_EQ(Arg(1, 1), c.arg) << c.in;
+    EXPECT_EQ(Where(), c.where) << c.in;
+    EXPECT_NE(LastText().find("string, line"), std::string::npos) << LastText();
+    EXPECT_EQ(Dump(), before) << c.in;
   }
+  // Outside a source the record still names the key.
+  lemces(lem);
+  EXPECT_EQ(lrmspv(h, "count", 5, "2000", 4), 102u);
+  EXPECT_EQ(Where(), "|0|0|count");
+  EXPECT_EQ(LastText(), "value \"2000\" of parameter \"count\" is outside the allowed range (parameter \"count\")");
+  const char *more[] = {"9", "1x"};
+  EXPECT_EQ(lrmavla(h, "count", 5, reinterpret_cast<const void *const *>(more), 2), 104u);
+  uint32_t n = 0;
+  EXPECT_EQ(lrmgiv(h, nullptr, nullptr, "count", 5, 0, &n), 0u);
+  EXPECT_EQ(n, 7u) << "lrmavla stores all or nothing";
+  // Columns count characters.
+  Open(LRM_F_UNICODE);
+  Declare();
+  ASSERT_EQ(Parse("name=\xC3\xA4rger count=\xC3\xA4"), 104u);
+  EXPECT_EQ(Where(), "string|1|18|count");
 }
 
 TEST_F(Values, AbbreviationsAndBuiltIns) {
@@ -225,7 +286,7 @@ TEST_F(Values, AbbreviationsAndBuiltIns) {
   uint8_t type = 0;
   EXPECT_EQ(lrmckv(h, "verb", 4, &type), 0u);
   EXPECT_EQ(type, LRM_T_BOOL);
-  EXPECT_EQ(lrmckv(h, "cou", 3, &type), 0u);
+  EXPECT_EQ(lrmckv(h, "s:cou", 5, &type), 0u);
   EXPECT_EQ(type, LRM_T_INT);
   EXPECT_EQ(lrmckv(h, "value", 5, &type), 0u);  // exact beats the longer "values"
   EXPECT_EQ(lrmckv(h, "val", 3, &type), 107u);
@@ -238,7 +299,11 @@ TEST_F(Values, AbbreviationsAndBuiltIns) {
   out.clear();
   EXPECT_EQ(lrmckv(h, "hel", 3, &type), 0u);
   EXPECT_EQ(type, LRM_T_BOOL);
-  EXPECT_NE(out.find("verbose\t\tprint more\n\t\tand more\n"), std::string::npos) << out;
+  // Each key: its help, then what it takes.
+  EXPECT_NE(out.find("verbose\t\tprint more\n\t\tand more\n\t\ttype boolean\n"), std::string::npos) << out;
+  EXPECT_NE(out.find("count\t\thow many\n\t\ttype integer, default \"7\", range 0 to 1000\n"), std::string::npos);
+  EXPECT_NE(out.find("mode\t\t\n\t\ttype name\n"), std::string::npos);
+  EXPECT_NE(out.find("size\t\tbytes\n\t\ttype size (K, M, G)\n"), std::string::npos);
   // Help lines come sorted by name.
   Strings names;
   for (size_t p = 0; p < out.size();) {
@@ -279,7 +344,67 @@ TEST_F(Values, AbbreviationsAndBuiltIns) {
   EXPECT_FALSE(out.empty());
 }
 
-TEST_F(Values, CaseRules) {
+TEST_F(Values, CaseAndBlanksFollowTheCharacterSet) {
+  // The same text in three character sets: the declared key "ärger" is
+  // given in upper case, with a no-break space between two values.
+  struct Case {
+    uint32_t flags;
+    const char *charset;
+    const char *key;    // "ärger" in the set
+    const char *input;  // "ÄRGER=x<NBSP>y mode=<ä>" in the set
+    Strings values;
+    const char *mode;   // the name value upper-cased
+  } cases[] = {
+      {LRM_F_UNICODE, nullptr, "\xC3\xA4rger", "\xC3\x84RGER=x\xC2\xA0y mode=\xC3\xA4", {"x", "y"}, "\xC3\x84"},
+      {0, "AMERICAN_AMERICA.AL32UTF8", "\xC3\xA4rger", "\xC3\x84RGER=x\xC2\xA0y mode=\xC3\xA4", {"x", "y"},
+       "\xC3\x84"},
+      {0, "AMERICAN_AMERICA.WE8ISO8859P1", "\xE4rger", "\xC4RGER=x\xA0y mode=\xE4", {"x", "y"}, "\xC4"},
+      // US7ASCII has no such letters or blank: the bytes are themselves.
+      {0, nullptr, "\xE4rger", "\xE4rger=x\xA0y mode=\xE4", {"x\xA0y"}, "\xE4"},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(c.charset != nullptr ? c.charset : c.flags ? "Unicode" : "US7ASCII");
+    Open(c.flags, c.charset);
+    const lrmkey keys[] = {{c.key, LRM_T_STRING, 0, 0, 0, 0, 0, nullptr, "angry"},
+                           {"mode", LRM_T_NAME, 0, 0, 0, 0, 0, nullptr, nullptr},
+                           {"Zebra", LRM_T_STRING, 0, 0, 0, 0, 0, nullptr, nullptr}};
+    const lrmkeyset set = {keys, 3, 0, nullptr, nullptr, nullptr, nullptr};
+    ASSERT_EQ(lrmpsvp(h, &set), 0u);
+    ASSERT_EQ(lrmpst(h, c.input, strlen(c.input)), 0u) << LastText();
+    // Occurrence i of a key given in the inside character set.
+    auto get = [&](const char *key, uint32_t i) -> std::string {
+      const char *p = nullptr;
+      uint32_t st;
+      if (c.flags) {
+        uint16_t *w = nullptr;
+        size_t units = 0;
+        EXPECT_EQ(lrmpu8to16(h, key, strlen(key), &w, &units), 0u);
+        st = lrmgsp(h, nullptr, nullptr, w, units, i, &p);
+        lrmpufree(h, w);
+      } else {
+        st = lrmgsp(h, nullptr, nullptr, key, strlen(key), i, &p);
+      }
+      EXPECT_EQ(st, 0u);
+      return p != nullptr ? p : "<none>";
+    };
+    Strings got;
+    for (uint32_t i = 0; i < 3; i++) got.push_back(get(c.key, i));
+    Strings want = c.values;
+    want.resize(3, "<none>");
+    EXPECT_EQ(got, want);
+    EXPECT_EQ(get("MODE", 0), c.mode);
+    // The dump reads back the same; help sorts by the set's case rules.
+    std::string d = Dump();
+    ASSERT_EQ(lrmpsvp(h, &set), 0u);
+    ASSERT_EQ(lrmpst(h, d.data(), d.size()), 0u) << d;
+    EXPECT_EQ(Dump(), d);
+    out.clear();
+    ASSERT_EQ(lrmprh(h), 0u);
+    EXPECT_EQ(out.substr(0, 4), "mode") << out;
+  }
+}
+
+TEST_F(Values, CaseSensitiveSetsAndBadDeclarations) {
   Declare();
   ASSERT_EQ(Parse("NAME=a Name=b"), 0u);
   EXPECT_EQ(All("name"), (Strings{"a", "b"}));
@@ -309,10 +434,11 @@ TEST_F(Values, SetAndListFunctions) {
   EXPECT_EQ(lrmavla(h, "name", 4, reinterpret_cast<const void *const *>(more), 2), 0u);
   EXPECT_EQ(All("name"), (Strings{"one", "two", "three"}));
   EXPECT_EQ(lrmspv2(h, "s", "name", 4, "q", 1), 0u);
-  EXPECT_EQ(All("name", "s"), (Strings{"q"}));
+  EXPECT_EQ(lrmspv(h, "s:name", 6, "r", 1), 0u);
+  EXPECT_EQ(All("name", "s"), (Strings{"q", "r"}));
   EXPECT_EQ(lrmavlc(h, nullptr, "name", 4), 0u);
   EXPECT_EQ(Count("name"), 0u);
-  EXPECT_EQ(All("name", "s"), (Strings{"q"}));
+  EXPECT_EQ(All("name", "s"), (Strings{"q", "r"}));
   uint8_t type = 0;
   // The value is the first four bytes only: the record must not read on.
   EXPECT_EQ(lrmvskv(h, "count", 5, "5000garbage", 4, &type), 102u);
@@ -326,11 +452,9 @@ TEST_F(Values, SetAndListFunctions) {
 }
 
 TEST_F(Values, UnicodeInterface) {
-  ASSERT_EQ(lrmtrm(h), 0);
-  h = lrminiu(ctx, nullptr, LRM_F_UNICODE, nullptr, nullptr);
-  ASSERT_NE(h, nullptr);
+  Open(LRM_F_UNICODE);
   Declare();
-  const char *utf8 = "name=\xC3\xA9t\xC3\xA9 values=\xF0\x9F\x98\x80";
+  const char *utf8 = "name=\xC3\xA9t\xC3\xA9 value=\xF0\x9F\x98\x80";
   ASSERT_EQ(Parse(utf8), 0u) << LastText();
   const uint16_t key[] = {'n', 'a', 'm', 'e'};
   uint16_t buf[16];
@@ -340,12 +464,14 @@ TEST_F(Values, UnicodeInterface) {
   EXPECT_EQ(buf[0], 0xE9);
   EXPECT_EQ(buf[1], 't');
   EXPECT_EQ(buf[3], 0);
-  const uint16_t key2[] = {'v', 'a', 'l', 'u', 'e', 's'};
-  ASSERT_EQ(lrmgsv(h, nullptr, nullptr, key2, 6, 0, buf, sizeof buf, &units), 0u);
+  const uint16_t key2[] = {'v', 'a', 'l', 'u', 'e'};
+  buf[2] = 0x7777;
+  ASSERT_EQ(lrmgsv(h, nullptr, nullptr, key2, 5, 0, buf, 4, &units), 0u);
   ASSERT_EQ(units, 2u);
   EXPECT_EQ(buf[0], 0xD83D);
   EXPECT_EQ(buf[1], 0xDE00);
-  EXPECT_EQ(lrmgsv(h, nullptr, nullptr, key2, 6, 0, buf, 4, &units), 206u);
+  EXPECT_EQ(buf[2], 0x7777) << "no room for the terminator";
+  EXPECT_EQ(lrmgsv(h, nullptr, nullptr, key2, 5, 0, buf, 3, &units), 206u);
   const uint16_t val[] = {0x4E2D, 0x6587};
   ASSERT_EQ(lrmspv(h, key, 4, val, 2), 0u);
   const char *p = nullptr;
@@ -372,25 +498,13 @@ TEST_F(Values, InitialisationCallbackAndFailures) {
   EXPECT_EQ(lrmini(nullptr, nullptr, nullptr), nullptr);
   auto refuse = [](void *, char *) -> int32_t { return 1; };
   EXPECT_EQ(lrmini(ctx, refuse, nullptr), nullptr);
+  EXPECT_EQ(lrminit(ctx, lxhLangEnv(nullptr, ".AL16UTF16", 10), nullptr, nullptr), nullptr);
   auto name = [](void *, char *buf) -> int32_t {
     strcpy(buf, "tool");
     return 0;
   };
   lrmctx *g = lrmini(ctx, name, nullptr);
   ASSERT_NE(g, nullptr);
-  EXPECT_EQ(lrmtrm(g), 0);
-  const lxenv *latin = lxhLangEnv(nullptr, "AMERICAN_AMERICA.WE8ISO8859P1", 29);
-  ASSERT_NE(latin, nullptr);
-  g = lrminit(ctx, latin, nullptr, nullptr);
-  ASSERT_NE(g, nullptr);
-  // Latin-1 names fold by the character set's rules.
-  static const lrmkey k[] = {{"\xE9t\xE9", LRM_T_STRING, 0, 0, 0, 0, 0, nullptr, nullptr}};
-  static const lrmkeyset set = {k, 1, 0, nullptr, nullptr, nullptr, nullptr};
-  ASSERT_EQ(lrmpsvp(g, &set), 0u);
-  ASSERT_EQ(lrmpst(g, "\xC9T\xC9=x", 5), 0u);
-  const char *p = nullptr;
-  EXPECT_EQ(lrmgsp(g, nullptr, nullptr, "\xE9t\xE9", 3, 0, &p), 0u);
-  EXPECT_STREQ(p, "x");
   EXPECT_EQ(lrmtrm(g), 0);
 }
 
@@ -399,33 +513,10 @@ TEST_F(Values, ErrorPrefix) {
   ASSERT_EQ(Parse("nosuch=1"), 101u);
   char buf[256];
   lrmpfmt(h, buf, sizeof buf);
-  EXPECT_EQ(std::string(buf).substr(0, 11), "LRM-00101: ") << buf;
-  EXPECT_NE(std::string(buf).find("nosuch"), std::string::npos) << buf;
+  EXPECT_EQ(std::string(buf), "LRM-00101: \"nosuch\" is not a known parameter name (string, line 1, column 1, "
+                              "parameter \"nosuch\")");
   EXPECT_EQ(lrmperr(h, 206, LEM_ARG_TEXT, "k", LEM_ARG_END), 206u);
   EXPECT_EQ(LastError(), 206);
-}
-
-}  // namespace
-
-namespace {
-
-TEST_F(Values, NumbersComeFromTheNumberParser) {
-  ASSERT_EQ(lrmpsvp(h, &kSet), 0u);
-  for (const char *text : {"12.5", "-0.001", "1e10", "0", "123456789012345678901234567890"}) {
-    uint8_t want[22], got[22];
-    size_t wantlen = 0, gotlen = 0, consumed = 0;
-    ASSERT_NE(lnxcpn(text, strlen(text), want, &wantlen, 0, 0, 0, 0, &consumed, nullptr), nullptr);
-    ASSERT_EQ(lrmt2on(h, text, strlen(text), got, &gotlen), 0u) << text;
-    ASSERT_EQ(gotlen, wantlen) << text;
-    EXPECT_EQ(memcmp(got, want, wantlen), 0) << text;
-    ASSERT_EQ(lrmspv(h, "amount", 6, text, strlen(text)), 0u);
-  }
-  uint8_t num[22];
-  size_t len = 0;
-  EXPECT_EQ(lrmgonv(h, nullptr, nullptr, "amount", 6, 1, num, &len), 0u);
-  EXPECT_GT(len, 0u);
-  for (const char *bad : {"", "abc", "1.2.3", "12x"}) EXPECT_EQ(lrmt2on(h, bad, strlen(bad), num, &len), 120u) << bad;
-  EXPECT_EQ(lrmgonv(h, nullptr, nullptr, "name", 4, 0, num, &len), 202u);
 }
 
 }  // namespace
