@@ -37,6 +37,9 @@ int32_t wait_until(int64_t s, int32_t what, const Deadline &d) noexcept {
   for (;;) {
     int32_t r = socket_os().wait(s, what, d.left());
     if (r >= 0 || slerrno() != SL_ERR_INTR) return r;
+    // A signal may cut even a wait of no time short; once the time is up an
+    // interruption counts as the end of the wait.
+    if (d.left() == 0) return 0;
   }
 }
 
