@@ -161,29 +161,6 @@ TEST(SysSync, EventsResetManuallyOrByThemselves) {
   EXPECT_EQ(slevclose(a), 0);
 }
 
-TEST(SysSync, CriticalSectionExcludes) {
-  slcs cs;
-  ASSERT_EQ(slcsinit(&cs), 0);
-  long counter = 0;
-  std::vector<std::thread> ts;
-  for (int i = 0; i < 4; ++i)
-    ts.emplace_back([&] {
-      for (int k = 0; k < 20000; ++k) {
-        slcsenter(&cs);
-        ++counter;
-        slcsleave(&cs);
-      }
-    });
-  for (auto &t : ts) t.join();
-  EXPECT_EQ(counter, 80000);
-  slcsenter(&cs);
-  std::thread([&] { EXPECT_EQ(slcstry(&cs), 0); }).join();
-  slcsleave(&cs);
-  EXPECT_EQ(slcstry(&cs), 1);
-  slcsleave(&cs);
-  EXPECT_EQ(slcsdelete(&cs), 0);
-}
-
 TEST(SysThreads, IdentifiersAreUniqueAndNeverReused) {
   sltsctx *ts = sltsini();
   ASSERT_NE(ts, nullptr);
