@@ -7,17 +7,16 @@
 // SL_ERR_INTR and is called again. Handles are the platform's file handles
 // in an int64_t, -1 for none: only the platform folder knows what they are.
 //
-// Defined by sys/<platform>/file.cpp as kFileOs. Test builds call it through
-// g_file_os, which a test may point at a copy with entries replaced
-// (tests/support/sys_swap.h).
+// Defined by sys/<platform>/file.cpp as kFileOs; the portable part calls it
+// through file_os() (table_impl.h), which test builds can redirect.
 #ifndef KEL_SYS_FILE_IMPL_H
 #define KEL_SYS_FILE_IMPL_H
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
 #include "lfi.h"
+#include "sys/table_impl.h"
 
 namespace sl_internal {
 
@@ -64,12 +63,7 @@ struct FileOps {
 
 extern const FileOps kFileOs;
 
-#ifdef KEL_TEST_HOOKS
-inline std::atomic<const FileOps *> g_file_os{&kFileOs};
-inline const FileOps &file_os() noexcept { return *g_file_os.load(std::memory_order_acquire); }
-#else
-inline const FileOps &file_os() noexcept { return kFileOs; }
-#endif
+KEL_SYS_TABLE(FileOps, file, kFileOs)
 
 }  // namespace sl_internal
 

@@ -4,15 +4,15 @@
 // thread's last failure, which the platform may clear on its next call; the
 // entries load, look up and unload.
 //
-// Defined by sys/<platform>/loader.cpp as kLoaderOs. Test builds call it
-// through g_loader_os, which a test may point at a copy with entries
-// replaced (tests/support/sys_swap.h).
+// Defined by sys/<platform>/loader.cpp as kLoaderOs; the portable part calls it
+// through loader_os() (table_impl.h), which test builds can redirect.
 #ifndef KEL_SYS_LOADER_IMPL_H
 #define KEL_SYS_LOADER_IMPL_H
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
+
+#include "sys/table_impl.h"
 
 namespace sl_internal {
 
@@ -31,12 +31,7 @@ struct LoaderOps {
 
 extern const LoaderOps kLoaderOs;
 
-#ifdef KEL_TEST_HOOKS
-inline std::atomic<const LoaderOps *> g_loader_os{&kLoaderOs};
-inline const LoaderOps &loader_os() noexcept { return *g_loader_os.load(std::memory_order_acquire); }
-#else
-inline const LoaderOps &loader_os() noexcept { return kLoaderOs; }
-#endif
+KEL_SYS_TABLE(LoaderOps, loader, kLoaderOs)
 
 }  // namespace sl_internal
 

@@ -5,15 +5,15 @@
 // functions (sys/memory.cpp) count the fault points, serve a size of 0 as 1
 // and round extents to whole pages; the entries do the platform's work.
 //
-// Defined by sys/<platform>/memory.cpp as kMemoryOs. Test builds call it
-// through g_memory_os, which a test may point at a copy with entries
-// replaced (tests/support/sys_swap.h).
+// Defined by sys/<platform>/memory.cpp as kMemoryOs; the portable part calls it
+// through memory_os() (table_impl.h), which test builds can redirect.
 #ifndef KEL_SYS_MEMORY_IMPL_H
 #define KEL_SYS_MEMORY_IMPL_H
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
+
+#include "sys/table_impl.h"
 
 namespace sl_internal {
 
@@ -35,12 +35,7 @@ struct MemoryOps {
 
 extern const MemoryOps kMemoryOs;
 
-#ifdef KEL_TEST_HOOKS
-inline std::atomic<const MemoryOps *> g_memory_os{&kMemoryOs};
-inline const MemoryOps &memory_os() noexcept { return *g_memory_os.load(std::memory_order_acquire); }
-#else
-inline const MemoryOps &memory_os() noexcept { return kMemoryOs; }
-#endif
+KEL_SYS_TABLE(MemoryOps, memory, kMemoryOs)
 
 }  // namespace sl_internal
 

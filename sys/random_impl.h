@@ -4,15 +4,15 @@
 // platform's entry, which may deliver fewer bytes than asked or be
 // interrupted.
 //
-// Defined by sys/<platform>/random.cpp as kRandomOs. Test builds call it
-// through g_random_os, which a test may point at a copy with the entry
-// replaced (tests/support/sys_swap.h).
+// Defined by sys/<platform>/random.cpp as kRandomOs; the portable part calls it
+// through random_os() (table_impl.h), which test builds can redirect.
 #ifndef KEL_SYS_RANDOM_IMPL_H
 #define KEL_SYS_RANDOM_IMPL_H
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
+
+#include "sys/table_impl.h"
 
 // Fills buf with n bytes from the system's cryptographic generator, waiting
 // for it to be seeded at boot. 0, or -1 with the system error set.
@@ -27,12 +27,7 @@ struct RandomOps {
 
 extern const RandomOps kRandomOs;
 
-#ifdef KEL_TEST_HOOKS
-inline std::atomic<const RandomOps *> g_random_os{&kRandomOs};
-inline const RandomOps &random_os() noexcept { return *g_random_os.load(std::memory_order_acquire); }
-#else
-inline const RandomOps &random_os() noexcept { return kRandomOs; }
-#endif
+KEL_SYS_TABLE(RandomOps, random, kRandomOs)
 
 }  // namespace sl_internal
 

@@ -8,12 +8,16 @@
 //
 // A socket is an int64_t handle (-1: none); only the platform folder knows
 // what it holds.
+//
+// Defined by sys/<platform>/socket.cpp as kSocketOs; the portable part calls it
+// through socket_os() (table_impl.h), which test builds can redirect.
 #ifndef KEL_SYS_SOCKET_IMPL_H
 #define KEL_SYS_SOCKET_IMPL_H
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
+
+#include "sys/table_impl.h"
 
 // ------------------------------------------------------------ the library's
 
@@ -75,12 +79,7 @@ struct SocketOps {
 
 extern const SocketOps kSocketOs;
 
-#ifdef KEL_TEST_HOOKS
-inline std::atomic<const SocketOps *> g_socket_os{&kSocketOs};
-inline const SocketOps &socket_os() noexcept { return *g_socket_os.load(std::memory_order_acquire); }
-#else
-inline const SocketOps &socket_os() noexcept { return kSocketOs; }
-#endif
+KEL_SYS_TABLE(SocketOps, socket, kSocketOs)
 
 }  // namespace sl_internal
 

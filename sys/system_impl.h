@@ -6,15 +6,15 @@
 // (sys/environment.cpp, sys/sysinfo.cpp) check names and buffers and keep
 // the environment under one lock; the entries ask the platform.
 //
-// Defined by sys/<platform>/system.cpp as kSystemOs. Test builds call it
-// through g_system_os, which a test may point at a copy with entries
-// replaced (tests/support/sys_swap.h).
+// Defined by sys/<platform>/system.cpp as kSystemOs; the portable part calls it
+// through system_os() (table_impl.h), which test builds can redirect.
 #ifndef KEL_SYS_SYSTEM_IMPL_H
 #define KEL_SYS_SYSTEM_IMPL_H
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
+
+#include "sys/table_impl.h"
 
 namespace sl_internal {
 
@@ -42,12 +42,7 @@ struct SystemOps {
 
 extern const SystemOps kSystemOs;
 
-#ifdef KEL_TEST_HOOKS
-inline std::atomic<const SystemOps *> g_system_os{&kSystemOs};
-inline const SystemOps &system_os() noexcept { return *g_system_os.load(std::memory_order_acquire); }
-#else
-inline const SystemOps &system_os() noexcept { return kSystemOs; }
-#endif
+KEL_SYS_TABLE(SystemOps, system, kSystemOs)
 
 }  // namespace sl_internal
 

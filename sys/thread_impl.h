@@ -9,9 +9,8 @@
 // count fault points; the entries only do the platform's work. Failures
 // return -1 (null for pointers) with the reason for slerrno().
 //
-// Defined by sys/<platform>/thread.cpp as kThreadOs. Test builds call it
-// through g_thread_os, which a test may point at a copy with entries
-// replaced (tests/support/sys_swap.h).
+// Defined by sys/<platform>/thread.cpp as kThreadOs; the portable part calls it
+// through thread_os() (table_impl.h), which test builds can redirect.
 #ifndef KEL_SYS_THREAD_IMPL_H
 #define KEL_SYS_THREAD_IMPL_H
 
@@ -20,6 +19,7 @@
 #include <cstdint>
 
 #include "sl.h"
+#include "sys/table_impl.h"
 
 namespace sl_internal {
 
@@ -64,12 +64,7 @@ struct ThreadOps {
 
 extern const ThreadOps kThreadOs;
 
-#ifdef KEL_TEST_HOOKS
-inline std::atomic<const ThreadOps *> g_thread_os{&kThreadOs};
-inline const ThreadOps &thread_os() noexcept { return *g_thread_os.load(std::memory_order_acquire); }
-#else
-inline const ThreadOps &thread_os() noexcept { return kThreadOs; }
-#endif
+KEL_SYS_TABLE(ThreadOps, thread, kThreadOs)
 
 }  // namespace sl_internal
 

@@ -4,14 +4,14 @@
 // sleeps again for what is left until the monotonic clock has passed the
 // deadline, since the platform's sleep may end early (a signal).
 //
-// Defined by sys/<platform>/time.cpp as kTimeOs. Test builds call it through
-// g_time_os, which a test may point at a copy with entries replaced
-// (tests/support/sys_swap.h).
+// Defined by sys/<platform>/time.cpp as kTimeOs; the portable part calls it
+// through time_os() (table_impl.h), which test builds can redirect.
 #ifndef KEL_SYS_TIME_IMPL_H
 #define KEL_SYS_TIME_IMPL_H
 
-#include <atomic>
 #include <cstdint>
+
+#include "sys/table_impl.h"
 
 namespace sl_internal {
 
@@ -26,12 +26,7 @@ struct TimeOps {
 
 extern const TimeOps kTimeOs;
 
-#ifdef KEL_TEST_HOOKS
-inline std::atomic<const TimeOps *> g_time_os{&kTimeOs};
-inline const TimeOps &time_os() noexcept { return *g_time_os.load(std::memory_order_acquire); }
-#else
-inline const TimeOps &time_os() noexcept { return kTimeOs; }
-#endif
+KEL_SYS_TABLE(TimeOps, time, kTimeOs)
 
 }  // namespace sl_internal
 
