@@ -8,7 +8,9 @@
 #
 # Further steps used by CI: asan, tsan, fuzz (each builds and tests that
 # preset), bench (builds the benchmarks; bench/ratios.py runs them).
-# Optional: docs (API reference from the header comments into build/docs/html).
+# Optional: docs (API reference from the header comments into build/docs/html);
+# coverage (the suite in the coverage preset, then line and branch coverage
+# per family from gcovr).
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -18,6 +20,7 @@ PKGS_TEST="libgtest-dev libgmock-dev googletest"
 PKGS_BENCH="libbenchmark-dev libmimalloc-dev libjemalloc-dev libboost-dev libabsl-dev libcctz-dev libhowardhinnant-date-dev libinih-dev libcurl4-openssl-dev"
 PKGS_FUZZ="clang libclang-rt-dev"
 PKGS_DOCS="doxygen"
+PKGS_COVERAGE="gcovr"
 
 install_missing() {
   local missing=()
@@ -65,6 +68,15 @@ case "${1:-}" in
     benches=$(ninja -C build/release -t targets all | sed -n 's/^\(bench_[a-z_]*\): phony$/\1/p')
     cmake --build --preset release $(printf -- '--target %s ' $benches)
     ;;
+  coverage)
+    install_missing $PKGS_BUILD $PKGS_TEST $PKGS_COVERAGE
+    cmake --preset coverage >/dev/null
+    # Counts of an earlier run would add up with this one's.
+    find build/coverage -name '*.gcda' -delete
+    cmake --build --preset coverage
+    ctest --preset coverage
+    python3 tools/coverage.py build/coverage
+    ;;
   docs)
     install_missing python3 $PKGS_DOCS
     mkdir -p build/docs
@@ -72,7 +84,7 @@ case "${1:-}" in
     echo "build.sh: API reference in build/docs/html/index.html"
     ;;
   *)
-    echo "usage: ./build.sh run|test   (also: asan, tsan, fuzz, bench, docs)" >&2
+    echo "usage: ./build.sh run|test   (also: asan, tsan, fuzz, bench, coverage, docs)" >&2
     exit 2
     ;;
 esac

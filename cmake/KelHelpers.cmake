@@ -26,8 +26,10 @@ endfunction()
 
 # One GoogleTest executable linked against the library archive (so that the
 # hidden internals of a family can be tested) and registered with ctest.
+# LABELS l...: further labels; the executable is then one ctest test.
 function(kel_add_gtest name)
-  add_executable(${name} ${ARGN})
+  cmake_parse_arguments(arg "" "" "LABELS" ${ARGN})
+  add_executable(${name} ${arg_UNPARSED_ARGUMENTS})
   target_link_libraries(${name} PRIVATE kelcore10_static GTest::gtest GTest::gtest_main Threads::Threads)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/tests)
   if(KEL_TEST_HOOKS)
@@ -40,7 +42,12 @@ function(kel_add_gtest name)
   # The label is the family (test_memory -> memory), so that a sanitizer run
   # can pick the families that matter to it with ctest -L.
   string(REGEX REPLACE "^test_" "" label ${name})
-  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 600 LABELS ${label})
+  if(arg_LABELS)
+    add_test(NAME ${name} COMMAND ${name})
+    set_tests_properties(${name} PROPERTIES TIMEOUT 600 LABELS "${label};${arg_LABELS}")
+  else()
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 600 LABELS ${label})
+  endif()
 endfunction()
 
 # bench/<family>/ becomes bench_<family>.
@@ -83,5 +90,35 @@ function(kel_add_fuzz_family dir)
       add_test(NAME fuzz_${h} COMMAND fuzz_${h} ${args} ${work})
     endif()
     set_tests_properties(fuzz_${h} PROPERTIES TIMEOUT 900 LABELS fuzz)
+  endforeach()
+endfunction()
+
+# Outside the fuzz preset, every harness with a corpus also replays it as an
+# ordinary test: replay_<harness> is the harness linked with a small main
+# (fuzz/replay_main.cpp) instead of libFuzzer, and the ctest
+# fuzz_replay_<harness> feeds it fuzz/<family>/<harness>.corpus, labelled
+# with the family so that a family's tests include its corpora.
+function(kel_add_fuzz_replays fuzzdir)
+  file(GLOB fam_dirs LIST_DIRECTORIES true ${fuzzdir}/*)
+  foreach(d IN LISTS fam_dirs)
+    if(NOT IS_DIRECTORY ${d})
+      continue()
+    endif()
+    get_filename_component(fam ${d} NAME)
+    file(GLOB srcs CONFIGURE_DEPENDS ${d}/*.cpp)
+    foreach(src IN LISTS srcs)
+      get_filename_component(h ${src} NAME_WE)
+      if(NOT IS_DIRECTORY ${d}/${h}.corpus)
+        continue()
+      endif()
+      add_executable(replay_${h} ${src} ${fuzzdir}/replay_main.cpp)
+      target_link_libraries(replay_${h} PRIVATE kelcore10_static Threads::Threads)
+      target_include_directories(replay_${h} PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR})
+      if(KEL_TEST_HOOKS)
+        target_compile_definitions(replay_${h} PRIVATE KEL_TEST_HOOKS=1)
+      endif()
+      add_test(NAME fuzz_replay_${h} COMMAND replay_${h} ${d}/${h}.corpus)
+      set_tests_properties(fuzz_replay_${h} PROPERTIES TIMEOUT 600 LABELS ${fam})
+    endforeach()
   endforeach()
 endfunction()

@@ -54,7 +54,9 @@ struct lpmcse;
 struct lpminst {
   lpmlink link;
   int32_t refs;
-  uint32_t flags;  // kInst*
+  // kInst*: lpmcall changes its instance's flags without the instance-list
+  // mutex while lpmloadpkg and lpmdelete read every instance's under it.
+  std::atomic<uint32_t> flags;
   lcorectx *rec;
   void *priv;
   void *memsub;

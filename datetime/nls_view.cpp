@@ -24,6 +24,8 @@
 
 #include "datetime/ldx_impl.h"
 #include "lx.h"
+#include "sl.h"
+#include "sys/fault_impl.h"
 
 namespace ldx_internal {
 
@@ -146,7 +148,7 @@ const char *fetch(Record &r, const lxenv *env, int32_t kind, int32_t csid, int32
 Record *build(const lxenv *env, const char *lang, const char *terr, int32_t csid) {
   const int32_t kind = lxhninfo(env, LX_CHARSET_KIND);
   if (kind != LX_CS_ASCII && kind != LX_CS_EBCDIC && kind != LX_CS_UTF16) return nullptr;
-  Record *r = new (std::nothrow) Record{};
+  Record *r = SL_FAULT(SL_FAULT_DATE_VIEW) ? nullptr : new (std::nothrow) Record{};
   if (!r) return nullptr;
   std::strcpy(r->lang, lang);
   std::strcpy(r->terr, terr);

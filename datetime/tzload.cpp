@@ -2,9 +2,11 @@
 //
 // The first caller of ltzGetImage finds the file (sldigpt), reads it whole
 // and checks it (sldigsz); the result, image or failure, is kept for the
-// life of the process, so every caller sees the same stable image. The
-// once-only part is a function-local static, whose initialisation the
-// language makes thread-safe.
+// life of the process, so every caller sees the same stable image. Only a
+// load that ran out of memory is not kept: the next caller tries again.
+#include <atomic>
+#include <mutex>
+
 #include "datetime/tz_load_impl.h"
 #include "ltz.h"
 #include "sl.h"
@@ -52,7 +54,18 @@ extern "C" {
 
 KELAPI int32_t ltzGetImage(const void **image) {
   if (image == nullptr) return LTZ_ERR_ARG;
-  static const Loaded loaded = load_once();
+  static std::atomic<bool> kept{false};
+  static std::mutex mx;
+  static Loaded loaded;
+  if (!kept.load(std::memory_order_acquire)) {
+    std::lock_guard<std::mutex> lock(mx);
+    if (!kept.load(std::memory_order_relaxed)) {
+      loaded = load_once();
+      if (loaded.status != LTZ_ERR_NOMEM) kept.store(true, std::memory_order_release);
+    }
+    *image = loaded.image;
+    return loaded.status;
+  }
   *image = loaded.image;
   return loaded.status;
 }

@@ -283,6 +283,11 @@ KELAPI int32_t lemged(void *ctx) {
   return sh == nullptr ? 0 : lwemged(sh->lwe);
 }
 
+KELAPI int64_t lemgdr(void *ctx) {
+  lemshared *sh = shared_of(ctx);
+  return sh == nullptr ? 0 : lwemgdr(sh->lwe);
+}
+
 }  // extern "C"
 
 namespace {
@@ -493,11 +498,13 @@ int32_t message_text(lemshared *sh, const char *prod, const char *fac, int32_t m
     if (c != nullptr) {
       strncpy(c->product, prod, sizeof c->product - 1);
       strncpy(c->facility, fac, sizeof c->facility - 1);
-      c->h = lmsaicmt(sh->nls.env, prod, fac);
       c->next = sh->cats;
       sh->cats = c;
     }
   }
+  // A catalogue that could not be opened (none, or no memory then) is asked
+  // for again next time rather than taken as missing for good.
+  if (c != nullptr && c->h == nullptr) c->h = lmsaicmt(sh->nls.env, prod, fac);
   int32_t n = (c != nullptr && c->h != nullptr) ? lmsagbf(c->h, msg, buf, len) : -1;
   reunlock(sh->ts, &sh->mx, sh->owner, locked);
   return n;

@@ -7,9 +7,15 @@
 // guarded by a re-entrant lock (mutex + owner) because a throw callback or a
 // formatter may record while the lock is held. Records are single
 // allocations from the system allocator: the fixed part, the argument rows
-// and copies of the text arguments behind them. So that a program that never
-// reads its stacks cannot grow them without bound, the oldest records are
-// dropped once the list holds kMaxRecords.
+// and copies of the text arguments behind them.
+//
+// Each thread that has records (or has had some refused) has a small entry
+// on the context's thread list with the depth of its stack and the count of
+// records refused because the stack was full. A stack holds at most
+// LEM_MAX_DEPTH records, so that a program that never reads its stacks
+// cannot grow them without bound; a full stack refuses what comes next and
+// never touches another thread's records. Only the owning thread adds or
+// removes its records and changes its entry, always under the lock.
 //
 // Sections: locks; context; facilities; recording; marks and removal.
 #include "error/lwem_impl.h"
@@ -17,13 +23,21 @@
 #include <cstring>
 #include <new>
 
+// A thread's stack in numbers.
+struct lwethr {
+  lwethr *next;
+  uint64_t tid;
+  int32_t depth;
+  int64_t dropped;
+};
+
 struct lwectx {
   sltsctx *ts;
   sltsmx mx;
   std::atomic<uint64_t> owner;
   lwerec *head;
   lwerec *tail;
-  size_t count;
+  lwethr *threads;
   void *nlsglobal;
   int32_t localnls;
   char lang[64];
@@ -32,7 +46,6 @@ struct lwectx {
 namespace lwem_internal {
 
 namespace {
-constexpr size_t kMaxRecords = 4096;
 constexpr uint32_t kFacMagic = 0x4C464143;  // "LFAC"
 }  // namespace
 
@@ -65,10 +78,29 @@ lwerec *find(lwectx *c, int32_t i) noexcept {
 
 namespace {
 
-void unlink(lwectx *c, lwerec *r) noexcept {
+// The calling thread's entry (null when it has none). Call under the lock.
+lwethr *thread_of(lwectx *c, uint64_t me) noexcept {
+  for (lwethr *t = c->threads; t != nullptr; t = t->next)
+    if (t->tid == me) return t;
+  return nullptr;
+}
+
+// An entry with nothing to tell goes.
+void forget_if_idle(lwectx *c, lwethr *t) noexcept {
+  if (t == nullptr || t->depth > 0 || t->dropped > 0) return;
+  for (lwethr **p = &c->threads; *p != nullptr; p = &(*p)->next)
+    if (*p == t) {
+      *p = t->next;
+      ss_mem_fre(t);
+      return;
+    }
+}
+
+// Removes record r of the calling thread (entry t).
+void unlink(lwectx *c, lwethr *t, lwerec *r) noexcept {
   if (r->prev) r->prev->next = r->next; else c->head = r->next;
   if (r->next) r->next->prev = r->prev; else c->tail = r->prev;
-  c->count--;
+  t->depth--;
   ss_mem_fre(r);
 }
 
@@ -109,6 +141,11 @@ int32_t lwemdst(lwectx *c) {
     lwerec *r = c->head;
     c->head = r->next;
     ss_mem_fre(r);
+  }
+  while (c->threads != nullptr) {
+    lwethr *t = c->threads;
+    c->threads = t->next;
+    ss_mem_fre(t);
   }
   int32_t rc = sltsmxd(c->ts, &c->mx) == 0 ? 0 : -1;
   if (sltster(c->ts) != 0) rc = -1;
@@ -174,6 +211,16 @@ int32_t lwemrev(lwectx *c, lemfac *f, int32_t msg, int32_t sub, int32_t sev, int
                 va_list ap) {
   if (c == nullptr || f == nullptr) return -1;
   if (syserr == 0 && (msg == 0 || (msg == lwemfint(f) && sub == 0))) return -1;
+  const uint64_t me = slthrself();
+  {
+    // A full stack takes nothing more; it only counts what it refused.
+    LweLock lock(c);
+    lwethr *t = thread_of(c, me);
+    if (t != nullptr && t->depth >= LEM_MAX_DEPTH) {
+      t->dropped++;
+      return -1;
+    }
+  }
 
   // Collect the rows first so that the record is one allocation.
   lwearg rows[LEM_MAX_ARGS + 1];
@@ -198,7 +245,7 @@ int32_t lwemrev(lwectx *c, lemfac *f, int32_t msg, int32_t sub, int32_t sev, int
   size_t fl = strlen(f->facility), pl = strlen(f->product);
   auto *r = static_cast<lwerec *>(ss_mem_alc(sizeof(lwerec) + textlen + fl + pl + 2));
   if (r == nullptr) return -1;
-  r->tid = slthrself();
+  r->tid = me;
   r->fac = f;
   r->msg = msg;
   r->sub = sub;
@@ -225,11 +272,22 @@ int32_t lwemrev(lwectx *c, lemfac *f, int32_t msg, int32_t sub, int32_t sev, int
   r->prodname = p;
 
   LweLock lock(c);
+  lwethr *t = thread_of(c, me);
+  if (t == nullptr) {
+    t = static_cast<lwethr *>(ss_mem_calc(sizeof(lwethr)));
+    if (t == nullptr) {
+      ss_mem_fre(r);
+      return -1;
+    }
+    t->tid = me;
+    t->next = c->threads;
+    c->threads = t;
+  }
   r->prev = nullptr;
   r->next = c->head;
   if (c->head) c->head->prev = r; else c->tail = r;
   c->head = r;
-  if (++c->count > kMaxRecords) unlink(c, c->tail);
+  t->depth++;
   return 0;
 }
 
@@ -280,11 +338,15 @@ int32_t lwemop(lwectx *c, lemfac *f, uint8_t *flag, int32_t msg, int32_t sub, ..
 int32_t lwemged(lwectx *c) {
   if (c == nullptr) return 0;
   LweLock lock(c);
-  uint64_t me = slthrself();
-  int32_t n = 0;
-  for (lwerec *r = c->head; r != nullptr; r = r->next)
-    if (r->tid == me) n++;
-  return n;
+  lwethr *t = thread_of(c, slthrself());
+  return t == nullptr ? 0 : t->depth;
+}
+
+int64_t lwemgdr(lwectx *c) {
+  if (c == nullptr) return 0;
+  LweLock lock(c);
+  lwethr *t = thread_of(c, slthrself());
+  return t == nullptr ? 0 : t->dropped;
 }
 
 void lwemmrk(lwectx *c) {
@@ -332,7 +394,9 @@ int32_t lwemdel(lwectx *c, int32_t i) {
   LweLock lock(c);
   lwerec *r = find(c, i);
   if (r == nullptr) return -1;
-  unlink(c, r);
+  lwethr *t = thread_of(c, r->tid);
+  unlink(c, t, r);
+  forget_if_idle(c, t);
   return 0;
 }
 
@@ -340,11 +404,15 @@ void lwemclr(lwectx *c) {
   if (c == nullptr) return;
   LweLock lock(c);
   uint64_t me = slthrself();
-  for (lwerec *r = c->head; r != nullptr;) {
+  lwethr *t = thread_of(c, me);
+  if (t == nullptr) return;
+  for (lwerec *r = c->head; r != nullptr && t->depth > 0;) {
     lwerec *next = r->next;
-    if (r->tid == me) unlink(c, r);
+    if (r->tid == me) unlink(c, t, r);
     r = next;
   }
+  t->dropped = 0;
+  forget_if_idle(c, t);
 }
 
 // Nothing is ever written to a terminal by the library: pending messages of

@@ -3,7 +3,8 @@
 // One message context per started library (field lwemctx of the context
 // record) holds every thread's error records on one shared list, newest
 // first, guarded by a re-entrant lock (a plain mutex plus an owner thread).
-// A thread's stack is the list filtered on its thread number. The package
+// A thread's stack is the list filtered on its thread number; each stack
+// has its own limit (LEM_MAX_DEPTH). The package
 // and memory managers record through this layer directly; lem* is a thin
 // checking layer over it.
 #ifndef KEL_ERROR_LWEM_IMPL_H
@@ -100,7 +101,8 @@ int32_t lwemfint(lemfac *f);  // internal-error number, read under the facility 
 
 // Appends a record for the calling thread. Refuses (-1, nothing recorded)
 // message 0 and the internal-error message with sub-code 0 when syserr is
-// 0, and when memory runs out. 0 on success.
+// 0, a record its full stack cannot take (counted), and when memory runs
+// out. 0 on success.
 int32_t lwemrev(lwectx *c, lemfac *f, int32_t msg, int32_t sub, int32_t sev, int32_t type, int64_t syserr,
                 va_list ap);
 int32_t lwemrec(lwectx *c, lemfac *f, int32_t msg, int32_t sub, int32_t sev, ...);
@@ -113,6 +115,7 @@ int32_t lwemopv(lwectx *c, lemfac *f, uint8_t *flag, int32_t msg, int32_t sub, v
 int32_t lwemop(lwectx *c, lemfac *f, uint8_t *flag, int32_t msg, int32_t sub, ...);
 
 int32_t lwemged(lwectx *c);             // depth of the calling thread's stack
+int64_t lwemgdr(lwectx *c);             // records its full stack refused
 void lwemmrk(lwectx *c);                // mark record 1
 void lwemmrkn(lwectx *c, int32_t i);    // mark record i
 void lwemcmk(lwectx *c);                // clear the newest marked record

@@ -16,10 +16,14 @@
  * Thread safety: every function may be called from many threads at once;
  * each thread sees only its own records. Frame contexts are per thread.
  *
- * Capacity: the stacks of all threads together hold at most 4096 records;
- * beyond that the oldest record of any thread is dropped, so that a program
- * that never clears its stacks cannot grow them without bound. Text pointers
- * returned by lemgnp are valid while their record exists.
+ * Capacity: each thread's stack holds at most LEM_MAX_DEPTH records, so
+ * that a program that never clears its stacks cannot grow them without
+ * bound. A full stack records nothing more for its thread (the records it
+ * has are kept; the newest failures are the ones lost) and counts what it
+ * refused (lemgdr); other threads' stacks are never touched. Records stay
+ * until their thread removes them (lemdec, lemces) or the error manager
+ * stops: a thread that ends with records left should clear its stack. Text
+ * pointers returned by lemgnp are valid while their record exists.
  */
 #ifndef LEM_H
 #define LEM_H
@@ -38,6 +42,9 @@ KEL_BEGIN_DECLS
 #define LEM_ARG_INT 8
 #define LEM_ARG_TEXT 25
 #define LEM_MAX_ARGS 16
+
+/* Most records one thread's stack holds. */
+#define LEM_MAX_DEPTH 4096
 
 /* Record types (lemget). */
 #define LEM_TYPE_OSERR 1   /* operating-system error with system information */
@@ -116,6 +123,10 @@ KELAPI int32_t lemprc(void *ctx, lemfac *fac, int32_t msg, int32_t subcode, int3
 
 /* Depth of the calling thread's stack (0 for a null ctx). */
 KELAPI int32_t lemged(void *ctx);
+/* Number of records the calling thread's stack refused because it held
+ * LEM_MAX_DEPTH records already, since it was last cleared with lemces
+ * (0 for a null ctx). Records refused for want of memory are not counted. */
+KELAPI int64_t lemgdr(void *ctx);
 /* Message number of record i, or -1 for i < 1, a null ctx or no such record. */
 KELAPI int32_t lemgec(void *ctx, int32_t i);
 /* Record type of record i (LEM_TYPE_*); LEM_TYPE_NONE for no record. */
@@ -160,7 +171,7 @@ KELAPI int32_t lwemimk(void *ctx, int32_t i);
 KELAPI int32_t lwemnmk(void *ctx);
 /* Removes record i of the calling thread; 0 / -1. */
 KELAPI int32_t lemdec(void *ctx, int32_t i);
-/* Clears the calling thread's stack. */
+/* Clears the calling thread's stack and its count of refused records. */
 KELAPI void lemces(void *ctx);
 /* Ends the calling thread's pending messages (drops them). */
 KELAPI void lemdtm(void *ctx);

@@ -133,6 +133,31 @@ KELAPI void *lmmoreallocblklist(void *mctx, lmmheap *heap, void *ptr, size_t siz
 KELAPI int32_t lmmofreeblklist(void *mctx, lmmheap *heap, void *ptr, uint32_t flags);
 KELAPI int32_t lmmohfreeblklist(void *mctx, lmmheap *heap, uint32_t flags);
 
+#ifdef KEL_TEST_HOOKS
+/* ------------------------------------------------------ test builds only
+ * Out of memory on demand, for the caller's own failure tests. A library
+ * built with KEL_TEST_HOOKS (its test builds) exports these two functions; a
+ * release build has neither. Compile the tests that use them with
+ * KEL_TEST_HOOKS defined.
+ *
+ * lmmfailnth makes heap allocation number `nth`, counted from this call
+ * (1 = the next one), and the `count` - 1 after it fail as if the heap had
+ * run out of memory (count < 0: every one from the nth on); nth 0 turns the
+ * failures off. Heap allocations are the calls lmmmalloc, lmmcalloc,
+ * lmmrealloc, lmmvalloc and lmmo*blklist on any heap from any thread, the
+ * library's own included: a heap's extents taken from its parent, heap
+ * descriptors, and whatever a family allocates on a heap (parameter values,
+ * hash tables, transition arrays, log records, HTTP responses...). A refused
+ * allocation behaves as a real failure: null, and message 3 with sub-code
+ * 120 of "LMM" on the calling thread's stack. Returns 0, or -1 when nth < 0.
+ * It is fault point SL_FAULT_HEAP of sl.h under another name.
+ *
+ * lmmfailhits: the number of heap allocations refused since the last
+ * lmmfailnth. */
+KELAPI int32_t lmmfailnth(int64_t nth, int64_t count);
+KELAPI int64_t lmmfailhits(void);
+#endif
+
 KEL_END_DECLS
 
 #endif /* LMM_H */

@@ -268,7 +268,7 @@ KELAPI int32_t lnxr2n(const uint8_t *bytes, size_t n, uint8_t *out, size_t *outl
  * big-endian integer filling all `outsize` bytes of `out` (zero bytes on the
  * left; zero is all zero bytes). Returns 0; 1 for a negative, infinite or
  * fractional number (out untouched); 2 when outsize is too small (out holds
- * zeros). */
+ * zeros). With outsize 0, out may be null: zero gives 0, any other value 2. */
 KELAPI int32_t lnxn2r(const uint8_t *num, size_t len, uint8_t *out, size_t outsize);
 
 /* ------------------------------------------------------------ binary floating point */

@@ -76,6 +76,10 @@ KELAPI size_t slcgems(int32_t err, char *buf, size_t len);
 #define SL_FAULT_FILE_OTHER  17  /* file layer: seek, sync, rename, remove, directories */
 #define SL_FAULT_THREAD      18  /* thread creation */
 #define SL_FAULT_SOCKET      19  /* socket layer */
+#define SL_FAULT_HEAP        20  /* heap allocations: lmmmalloc, lmmcalloc, lmmrealloc, lmmvalloc,
+                                     lmmo*blklist (either model) */
+#define SL_FAULT_NLS         21  /* every allocation of kelnls10 */
+#define SL_FAULT_DATE_VIEW   22  /* the date family's territory view of an NLS handle */
 #define SL_FAULT_MAX         63
 
 #ifdef KEL_TEST_HOOKS

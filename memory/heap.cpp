@@ -5,10 +5,12 @@
 // locks, calls the model operation and records what failed. Internal
 // requests of the manager (model state, extents from a parent heap) carry
 // the flags 0x420000 / 0x600000 and leave the operation's mark to the
-// outermost call, so that one failure shows one mark.
+// outermost call, so that one failure shows one mark. Test builds can refuse
+// any allocation call (fault point SL_FAULT_HEAP, also reachable as
+// lmmfailnth) as if the model had failed.
 //
 // Sections: recording; extents and model state; heaps; allocation calls;
-// start and stop; package sub-contexts; object block lists.
+// start and stop; package sub-contexts; test builds only.
 #include <cstring>
 #include <new>
 
@@ -16,6 +18,7 @@
 #include "memory/lmm_impl.h"
 #include "memory/models_impl.h"
 #include "sys/cslock_impl.h"
+#include "sys/fault_impl.h"
 
 using namespace lmm_internal;
 
@@ -134,8 +137,19 @@ inline bool quick_free(lmmheap *h, void *p) noexcept {
 
 enum class Call { Malloc, Calloc, Valloc };
 
+// What a request the model could not serve records.
+[[gnu::noinline]] void *model_failed(lmmctx *c, uint32_t flags) {
+  uint8_t flag = 0;
+  rec(c, op_flag(flags, &flag), kelmsg::LMM_INTERNAL, 120, LEM_ARG_TEXT, "Underlying model-specific malloc call failed",
+      LEM_ARG_END);
+  return nullptr;
+}
+
+// Test builds refuse a heap request at fault point SL_FAULT_HEAP as if the
+// model had run out of memory. `fault`: this call is where the request
+// passes the point (lmmmalloc passes it before its quick path).
 [[gnu::noinline]] void *alloc_call(Call kind, void *mctx, lmmheap *heap, size_t size, uint32_t flags,
-                                   const char *name) {
+                                   const char *name, bool fault) {
   lmmctx *c = ctx_of(mctx);
   uint8_t flag = 0;
   if (c == nullptr || heap == nullptr || size == 0) {
@@ -146,6 +160,7 @@ enum class Call { Malloc, Calloc, Valloc };
     rec(c, op_flag(flags, &flag), kelmsg::LMM_TOOBIG, 0, LEM_ARG_TEXT, name, LEM_ARG_END);
     return nullptr;
   }
+  if (fault && SL_FAULT(SL_FAULT_HEAP)) return model_failed(c, flags);
   void *p;
   {
     HeapLock lock(c, heap);
@@ -153,16 +168,14 @@ enum class Call { Malloc, Calloc, Valloc };
         : kind == Call::Calloc ? heap->ops->calloc(c, heap, size, flags)
                                : heap->ops->valloc(c, heap, size, flags);
   }
-  if (p == nullptr)
-    rec(c, op_flag(flags, &flag), kelmsg::LMM_INTERNAL, 120, LEM_ARG_TEXT, "Underlying model-specific malloc call failed", LEM_ARG_END);
-  return p;
+  return p != nullptr ? p : model_failed(c, flags);
 }
 
 [[gnu::noinline]] void *locked_malloc(void *mctx, lmmheap *heap, size_t size, uint32_t flags) {
   heap_enter(heap);
   void *p = quick_alloc(heap, size);
   heap_leave(heap);
-  return p != nullptr ? p : alloc_call(Call::Malloc, mctx, heap, size, flags, "lmmmalloc");
+  return p != nullptr ? p : alloc_call(Call::Malloc, mctx, heap, size, flags, "lmmmalloc", false);
 }
 
 }  // namespace
@@ -236,18 +249,19 @@ KELAPI void *lmmmalloc(void *mctx, lmmheap *heap, size_t size, uint32_t flags, c
   // blocks, bad arguments, failures) takes the checked path out of line.
   auto *c = static_cast<lmmctx *>(mctx);
   if (c != nullptr && heap != nullptr && size - 1 < LMM_MAX_REQUEST && c->magic == kCtxMagic) [[likely]] {
+    if (SL_FAULT(SL_FAULT_HEAP)) return model_failed(c, flags);
     if (heap->locking) return locked_malloc(mctx, heap, size, flags);
     if (void *p = quick_alloc(heap, size)) [[likely]] return p;
   }
-  return alloc_call(Call::Malloc, mctx, heap, size, flags, "lmmmalloc");
+  return alloc_call(Call::Malloc, mctx, heap, size, flags, "lmmmalloc", false);
 }
 
 KELAPI void *lmmcalloc(void *mctx, lmmheap *heap, size_t size, uint32_t flags, const char *comment, int32_t line) {
-  return alloc_call(Call::Calloc, mctx, heap, size, flags, "lmmcalloc");
+  return alloc_call(Call::Calloc, mctx, heap, size, flags, "lmmcalloc", true);
 }
 
 KELAPI void *lmmvalloc(void *mctx, lmmheap *heap, size_t size, uint32_t flags, const char *comment, int32_t line) {
-  return alloc_call(Call::Valloc, mctx, heap, size, flags, "lmmvalloc");
+  return alloc_call(Call::Valloc, mctx, heap, size, flags, "lmmvalloc", true);
 }
 
 KELAPI void *lmmrealloc(void *mctx, lmmheap *heap, void *ptr, size_t size, uint32_t flags, const char *comment,
@@ -262,14 +276,13 @@ KELAPI void *lmmrealloc(void *mctx, lmmheap *heap, void *ptr, size_t size, uint3
     rec(c, &flag, kelmsg::LMM_TOOBIG, 0, LEM_ARG_TEXT, "lmmrealloc", LEM_ARG_END);
     return nullptr;
   }
+  if (SL_FAULT(SL_FAULT_HEAP)) return model_failed(c, flags);
   void *p;
   {
     HeapLock lock(c, heap);
     p = heap->ops->realloc(c, heap, ptr, size, flags);
   }
-  if (p == nullptr)
-    rec(c, &flag, kelmsg::LMM_INTERNAL, 120, LEM_ARG_TEXT, "Underlying model-specific malloc call failed", LEM_ARG_END);
-  return p;
+  return p != nullptr ? p : model_failed(c, flags);
 }
 
 }  // extern "C"
@@ -467,3 +480,15 @@ KELAPI int32_t lmmcit(lcorectx *ctx, void *subctx, void *component) {
 }
 
 }  // extern "C"
+
+#ifdef KEL_TEST_HOOKS
+// -------------------------------------------------------- test builds only
+
+extern "C" {
+
+KELAPI int32_t lmmfailnth(int64_t nth, int64_t count) { return slfaultarm(SL_FAULT_HEAP, nth, count); }
+
+KELAPI int64_t lmmfailhits(void) { return slfaulthits(SL_FAULT_HEAP); }
+
+}  // extern "C"
+#endif

@@ -7,6 +7,7 @@
 
 #include "kelmsg_kelcore_lmm.h"
 #include "memory/lmm_impl.h"
+#include "sys/fault_impl.h"
 
 using namespace lmm_internal;
 
@@ -59,15 +60,16 @@ class Lock {
 // A listed block of `size` user bytes aligned to `align` (0: none).
 void *listed(void *mctx, lmmheap *heap, size_t size, size_t align, bool zero, uint32_t flags) {
   lmmctx *c = ctx_of(mctx);
+  uint8_t flag = 0;  // the first record of a failure carries its mark
   if (c == nullptr || heap == nullptr || size == 0 || size > LMM_MAX_REQUEST) {
-    rec(c, nullptr, kelmsg::LMM_BADARG, 0, LEM_ARG_TEXT, "lmmomallocblklist", LEM_ARG_END);
+    rec(c, &flag, kelmsg::LMM_BADARG, 0, LEM_ARG_TEXT, "lmmomallocblklist", LEM_ARG_END);
     return nullptr;
   }
   Lock lock(c, heap);
   size_t total = size + sizeof(objnode) + align;
-  auto *real = static_cast<char *>(heap->ops->malloc(c, heap, total, flags));
+  auto *real = SL_FAULT(SL_FAULT_HEAP) ? nullptr : static_cast<char *>(heap->ops->malloc(c, heap, total, flags));
   if (real == nullptr) {
-    rec(c, nullptr, kelmsg::LMM_INTERNAL, 120, LEM_ARG_TEXT, "Underlying model-specific malloc call failed", LEM_ARG_END);
+    rec(c, &flag, kelmsg::LMM_INTERNAL, 120, LEM_ARG_TEXT, "Underlying model-specific malloc call failed", LEM_ARG_END);
     return nullptr;
   }
   char *user = real + sizeof(objnode);

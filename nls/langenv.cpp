@@ -4,7 +4,6 @@
 // keeps the environments made from it, so that one name asked twice gives
 // the same handle, and frees them at lxlterm. The default global context
 // (a null glo) lives as long as the process.
-#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <new>
@@ -58,7 +57,7 @@ const lxenv *env_or_default(const lxenv *env) {
 extern "C" {
 
 KELAPI lxglo *lxlinit(void *, int32_t) {
-  void *p = std::malloc(sizeof(lxglo));
+  void *p = nls_malloc(sizeof(lxglo));
   return p ? new (p) lxglo : nullptr;
 }
 
@@ -66,11 +65,11 @@ KELAPI int32_t lxlterm(lxglo *glo) {
   if (glo == nullptr) return -1;
   for (auto *n = glo->envs; n != nullptr;) {
     auto *next = n->next;
-    std::free(n);
+    nls_free(n);
     n = next;
   }
   glo->~lxglo();
-  std::free(glo);
+  nls_free(glo);
   return 0;
 }
 
@@ -93,7 +92,7 @@ KELAPI const lxenv *lxhLangEnv(lxglo *glo, const char *name, size_t len) {
   std::lock_guard<std::mutex> lock(g.mx);
   for (auto *n = g.envs; n != nullptr; n = n->next)
     if (n->env.terr == t && n->env.cs == cs) return &n->env;
-  auto *n = static_cast<lxglo::node *>(std::malloc(sizeof(lxglo::node)));
+  auto *n = static_cast<lxglo::node *>(nls_malloc(sizeof(lxglo::node)));
   if (n == nullptr) return nullptr;
   n->env = lxenv{t, cs, &g};
   n->next = g.envs;

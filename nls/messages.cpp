@@ -29,7 +29,7 @@ namespace nls_internal {
 bool parse_catalogue(char *text, size_t size, msgent **out, size_t *count) {
   size_t lines = 1;
   for (size_t i = 0; i < size; i++) lines += text[i] == '\n';
-  auto *ents = static_cast<msgent *>(std::malloc(lines * sizeof(msgent)));
+  auto *ents = static_cast<msgent *>(nls_malloc(lines * sizeof(msgent)));
   if (ents == nullptr) return false;
   size_t n = 0;
   for (char *line = text; line != nullptr && *line;) {
@@ -84,9 +84,9 @@ bool read_file(const char *path, lmshdl *h) {
     std::fclose(f);
     return false;
   }
-  auto *text = static_cast<char *>(std::malloc(static_cast<size_t>(size) + 1));
+  auto *text = static_cast<char *>(nls_malloc(static_cast<size_t>(size) + 1));
   if (text == nullptr || std::fread(text, 1, static_cast<size_t>(size), f) != static_cast<size_t>(size)) {
-    std::free(text);
+    nls_free(text);
     std::fclose(f);
     return false;
   }
@@ -95,7 +95,7 @@ bool read_file(const char *path, lmshdl *h) {
   msgent *ents = nullptr;
   size_t k = 0;
   if (!parse_catalogue(text, static_cast<size_t>(size), &ents, &k)) {
-    std::free(text);
+    nls_free(text);
     return false;
   }
   h->entries = ents;
@@ -114,7 +114,7 @@ KELAPI lmshdl *lmsaicmt(const lxenv *env, const char *product, const char *facil
   char prod[32], fac[32];
   lower(prod, product, sizeof prod);
   lower(fac, facility, sizeof fac);
-  auto *h = static_cast<lmshdl *>(std::calloc(1, sizeof(lmshdl)));
+  auto *h = static_cast<lmshdl *>(nls_calloc(sizeof(lmshdl)));
   if (h == nullptr) return nullptr;
   if (const char *home = std::getenv("KELTAR_HOME"); home != nullptr && *home) {
     char path[1024];
@@ -128,7 +128,7 @@ KELAPI lmshdl *lmsaicmt(const lxenv *env, const char *product, const char *facil
       return h;
     }
   }
-  std::free(h);
+  nls_free(h);
   return nullptr;
 }
 
@@ -158,9 +158,9 @@ KELAPI int32_t lmsacbn(lmshdl *h, int32_t idx) {
 
 KELAPI int32_t lmsatrm(lmshdl *h) {
   if (h == nullptr) return -1;
-  std::free(h->owned);
-  std::free(h->owned_text);
-  std::free(h);
+  nls_free(h->owned);
+  nls_free(h->owned_text);
+  nls_free(h);
   return 0;
 }
 

@@ -55,6 +55,11 @@ uint32_t from_unicode(const charset *cs, uint32_t u) noexcept;
 
 bool iequal(std::string_view a, std::string_view b) noexcept;
 
+// Every allocation of the library (a test build can refuse any of them).
+void *nls_malloc(size_t n) noexcept;
+void *nls_calloc(size_t n) noexcept;
+void nls_free(void *p) noexcept;
+
 }  // namespace nls_internal
 
 struct lxenv {

@@ -251,7 +251,7 @@ KELAPI int32_t lnxn2r(const uint8_t *num, size_t len, uint8_t *out, size_t outsi
   if (lnxint(num, len) != 1 || lnxsgn(num, len) < 0) return 1;
   Num x;
   decode_arg(num, len, x);
-  std::memset(out, 0, outsize);
+  if (outsize != 0) std::memset(out, 0, outsize);  // out may be null when there is no room
   if (x.kind == Kind::Zero) return 0;
   // 16-bit limbs, least significant first: 10^126 needs 419 bits.
   uint32_t limb[32] = {};

@@ -436,7 +436,12 @@ uint32_t parse_text(lrmctx_rec *c, const char *text, size_t len, uint8_t kind, c
       if (setjmp(*static_cast<jmp_buf *>(LEM_FRAME_JB(&fr))) == 0) {
         int8_t rc = lrmpzpparse(&ps, &cb, 0, 0);
         lemptfr(fc, &fr);
-        if (rc != 0) result = ps.status != 0 ? ps.status : (c->status != 0 ? c->status : kSyntaxError);
+        // A parse that stops with no status of its own could not get memory
+        // for the driver's state or stack.
+        if (rc != 0)
+          result = ps.status != 0   ? ps.status
+                   : c->status != 0 ? c->status
+                                    : perr(c, kNoMemory, LEM_ARG_TEXT, "parsing", LEM_ARG_END);
       } else {
         result = c->status != 0 ? c->status : kInternalError;
       }

@@ -1,6 +1,6 @@
 // Free-standing error contexts (lemini, leminit, lemfre): their own stacks or
-// the library's, formatting through their own catalogue handles, a clean
-// stop, and every allocation failure of the start.
+// the library's, formatting through their own catalogue handles and a clean
+// stop. (Allocation failures of the start: tests/robust.)
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -8,7 +8,6 @@
 
 #include "lem.h"
 #include "lpm.h"
-#include "sl.h"
 
 namespace {
 
@@ -68,29 +67,5 @@ TEST(ErrorStandalone, OwnStackOrTheLibrarys) {
   lemces(core);
   EXPECT_EQ(lemfre(nullptr), -1);
 }
-
-#ifdef KEL_TEST_HOOKS
-// Each allocation of the start fails in turn: null, the storage unused, and
-// a later start succeeds.
-TEST(ErrorStandalone, StartSurvivesEveryAllocationFailure) {
-  Lib lib;
-  ASSERT_NE(lib.ctx, nullptr);
-  alignas(16) unsigned char store[lemctxsz] = {};
-  int failures = 0;
-  for (int64_t nth = 1; nth < 20; ++nth) {
-    ASSERT_EQ(slfaultarm(SL_FAULT_MEM, nth, 1), 0);
-    void *h = lemini(lib.ctx, store);
-    slfaultreset();
-    if (h == nullptr) {
-      ++failures;
-      EXPECT_EQ(lemged(store), 0) << "nothing usable left behind";
-      continue;
-    }
-    EXPECT_EQ(lemfre(h), 0);
-    break;
-  }
-  EXPECT_GE(failures, 2) << "the own low-level context and the shared state";
-}
-#endif
 
 }  // namespace

@@ -336,6 +336,32 @@ TEST_F(Heaps, NestedHeapsAndObjectLists) {
   EXPECT_EQ(lemged(lem), 0);
 }
 
+#ifdef KEL_TEST_HOOKS
+// The caller's switch: heap allocation n (and the count - 1 after it) fails
+// as out of memory would, on any heap and through every allocation call.
+TEST_F(Heaps, CallersCanFailTheNthAllocation) {
+  lmmheap *h = make(lmmgetfsmfp(), 0);
+  void *keep = lmmmalloc(mctx, h, 10, 0, "t", 1);
+  ASSERT_EQ(lmmfailnth(2, 2), 0);
+  EXPECT_NE(lmmmalloc(mctx, h, 10, 0, "t", 1), nullptr);
+  EXPECT_EQ(lmmcalloc(mctx, lmmtophp(mctx), 10, 0, "t", 2), nullptr);
+  EXPECT_EQ(lemgec(lem, 1), 3);
+  EXPECT_EQ(lemgsc(lem, 1), 120);
+  EXPECT_EQ(lmmrealloc(mctx, h, keep, 20, 0, "t", 3), nullptr);
+  EXPECT_NE(lmmvalloc(mctx, h, 10, 0, "t", 4), nullptr) << "the window has passed";
+  EXPECT_EQ(lmmfailhits(), 2);
+  ASSERT_EQ(lmmfailnth(1, -1), 0);
+  EXPECT_EQ(lmmomallocblklist(mctx, h, 10, 0), nullptr);
+  EXPECT_EQ(lmmmalloc(mctx, h, 10, 0, "t", 5), nullptr) << "from then on";
+  EXPECT_EQ(lmmfailnth(-1, 1), -1);
+  EXPECT_EQ(lmmfailnth(0, 0), 0);
+  EXPECT_EQ(lmmfailhits(), 0);
+  EXPECT_NE(lmmmalloc(mctx, h, 10, 0, "t", 6), nullptr);
+  lemces(lem);
+  EXPECT_EQ(lmmhpfree(mctx, h, 0), 0);
+}
+#endif
+
 TEST_F(Heaps, SharedHeapFromManyThreads) {
   for (const lmmmfp *model : {lmmgetstmfp(), lmmgetfsmfp()}) {
     lmmheap *h = make(model, 0);
@@ -345,64 +371,6 @@ TEST_F(Heaps, SharedHeapFromManyThreads) {
     for (auto &t : ts) t.join();
     EXPECT_EQ(lmmhpfree(mctx, h, 0), 0);
   }
-}
-
-// Every request to the system allocator fails once in turn: each call
-// fails cleanly with LMM's record on the stack, or succeeds; the heap stays
-// usable and nothing leaks.
-TEST_F(Heaps, EveryAllocationFailureIsClean) {
-  if (slfaultarm(SL_FAULT_MEM, 0, 0) != 0) GTEST_SKIP() << "a build without fault points";
-  for (const lmmmfp *model : {lmmgetstmfp(), lmmgetfsmfp()}) {
-    for (int64_t nth = 1;; nth++) {
-      SCOPED_TRACE(nth);
-      lemces(lem);
-      slfaultarm(SL_FAULT_ANYMEM, nth, 1);
-      lmmheap *h = nullptr;
-      int32_t rc = lmmhpinit(mctx, &h, lmmtophp(mctx), 0, nullptr, "t", 1, model);
-      bool failed_any = false;
-      int64_t hits = 0;
-      if (rc != 0) {
-        failed_any = true;
-        EXPECT_EQ(h, nullptr);
-        if (lemged(lem) > 0) EXPECT_EQ(lemgec(lem, 1), 3);
-      } else {
-        std::vector<void *> ps;
-        for (size_t n : {size_t{16}, size_t{300}, size_t{100000}, size_t{3000000}, size_t{40}, size_t{20000000}}) {
-          int depth = lemged(lem);
-          void *p = lmmmalloc(mctx, h, n, 0, "t", 2);
-          if (p == nullptr) {
-            failed_any = true;
-            if (lemged(lem) > depth) {
-              EXPECT_EQ(lemgec(lem, 1), 3);
-              char fac[8];
-              lemgef(lem, 1, fac, sizeof fac);
-              EXPECT_STREQ(fac, "LMM");
-            }
-            // Usable afterwards: the same request succeeds now.
-            hits += slfaulthits(SL_FAULT_ANYMEM);
-            slfaultreset();
-            p = lmmmalloc(mctx, h, n, 0, "t", 3);
-            ASSERT_NE(p, nullptr);
-          }
-          memset(p, 1, n < 4096 ? n : 4096);
-          ps.push_back(p);
-        }
-        void *q = lmmrealloc(mctx, h, ps[0], 500000, 0, "t", 4);
-        if (q == nullptr) failed_any = true; else ps[0] = q;
-        for (void *p : ps) EXPECT_EQ(lmmfree(mctx, h, p, 0), 0);
-        EXPECT_EQ(lmmhpfree(mctx, h, 0), 0);
-      }
-      hits += slfaulthits(SL_FAULT_ANYMEM);
-      slfaultreset();
-      if (hits == 0) {
-        EXPECT_FALSE(failed_any);
-        EXPECT_GT(nth, 1) << "the scenario reaches the system allocator";
-        break;
-      }
-      ASSERT_LT(nth, 200);
-    }
-  }
-  lemces(lem);
 }
 
 }  // namespace

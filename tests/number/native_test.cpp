@@ -151,6 +151,8 @@ TEST(NumberNative, BinaryStringsListed) {
   EXPECT_EQ(lnxn2r(inf, 2, r, 4), 1);
   const uint8_t big[] = {0xC3, 0x02};  // 10000 = 0x2710
   EXPECT_EQ(lnxn2r(big, 2, r, 1), 2);
+  EXPECT_EQ(lnxn2r(big, 2, nullptr, 0), 2) << "no room at all";
+  EXPECT_EQ(lnxn2r(out, ol, nullptr, 0), 0) << "zero needs none";
   EXPECT_EQ(lnxn2r(big, 2, r, 2), 0);
   EXPECT_EQ(hex(r, 2), "2710");
   // 10^120 fits in 50 bytes.

@@ -4,9 +4,10 @@
 // refused in turn. The walker arms one fault point to refuse its 1st, 2nd, ...
 // request (once, or from then on) and runs the operation each time, until a run
 // makes fewer requests than the armed number: then every request has failed once.
-// The operation checks its own outcome (the designed result and record, the
-// library still usable); it can ask slfaulthits(point) whether its run was
-// refused.
+// The operation checks its own outcome (the designed result and record); it
+// can ask slfaulthits(point) whether its run was refused. `after`, if given,
+// runs after each refused run with the point disarmed: the place to check
+// that the library is still usable.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -28,7 +29,7 @@ inline bool fault_points_built() { return slfaultarm(SL_FAULT_MEM, 0, 0) == 0; }
 // operation never completes without the point). Returns the number of refused
 // runs; 0 in a build without fault points. The point is disarmed on return.
 inline int64_t walk_failures(int32_t point, Fail mode, const std::function<void(int64_t n)> &op,
-                             int64_t limit = 100000) {
+                             int64_t limit = 100000, const std::function<void()> &after = {}) {
   if (!fault_points_built()) return 0;
   int64_t refused = 0;
   for (int64_t n = 1;; n++) {
@@ -44,6 +45,8 @@ inline int64_t walk_failures(int32_t point, Fail mode, const std::function<void(
     slfaultarm(point, 0, 0);
     if (!hit || ::testing::Test::HasFatalFailure()) break;
     refused++;
+    if (after) after();
+    if (::testing::Test::HasFatalFailure()) break;
   }
   return refused;
 }
