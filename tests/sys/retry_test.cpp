@@ -143,6 +143,7 @@ void script_peer(sli::SocketOps &o) {
   o.send = [](int64_t, const void *b, size_t n) -> int64_t {
     if (interrupted()) return -1;
     if (g_peer.full || g_calls % 4 == 0) return would_block();
+    if (g_calls % 5 == 0) return 0;  // took nothing, said nothing
     size_t k = std::min(n, kPiece);
     g_peer.sent.append(static_cast<const char *>(b), k);
     return static_cast<int64_t>(k);
@@ -167,7 +168,7 @@ TEST(SocketRetry, TransfersSurviveInterruptsAndShortPieces) {
   ASSERT_EQ(slsckconn("peer", 80, 1000), 7) << "the third address accepts";
 
   std::string msg;
-  for (int i = 0; i < 1000; i++) msg += static_cast<char>(' ' + i % 90);
+  for (int i = 0; i < 1001; i++) msg += static_cast<char>(' ' + i % 90);  // ends in a 1-byte piece
   EXPECT_EQ(slscksend(7, msg.data(), msg.size(), 1000), 0);
   EXPECT_EQ(g_peer.sent, msg);
 
@@ -284,9 +285,53 @@ TEST(RandomRetry, ShortAndInterruptedDeliveriesFillEverything) {
     std::fill_n(static_cast<unsigned char *>(b), k, 0xA5);
     return static_cast<int64_t>(k);
   };
-  std::vector<unsigned char> buf(1000, 0);
+  std::vector<unsigned char> buf(1001, 0);  // ends in a 1-byte piece
   ASSERT_EQ(slrndbytes(buf.data(), buf.size()), 0);
-  EXPECT_EQ(std::count(buf.begin(), buf.end(), 0xA5), 1000);
+  EXPECT_EQ(std::count(buf.begin(), buf.end(), 0xA5), 1001);
+}
+
+// A call that fails for a reason other than an interruption is not repeated:
+// the exported function reports exactly -1 and the platform's reason.
+std::atomic<int> g_failed{0};
+constexpr int32_t kReason = 5;  // a platform error number of no special meaning
+
+int64_t fail_once() {
+  g_failed++;
+  slseterrno(kReason);
+  return -1;
+}
+
+TEST(PlatformFailure, ReachesTheCallerUnchanged) {
+  Swap<sli::RandomOps> random(sli::g_random_os);
+  Swap<sli::FileOps> files(sli::g_file_os);
+  Swap<sli::ThreadOps> threads(sli::g_thread_os);
+  random.ops.fill = [](void *, size_t) { return fail_once(); };
+  files.ops.write = [](int64_t, const void *, size_t) { return fail_once(); };
+  threads.ops.detach = [](uint64_t) { return static_cast<int32_t>(fail_once()); };
+
+  static unsigned char buf[8];
+  static int64_t h;
+  static sltthread *t;
+  ASSERT_EQ(slftemp(nullptr, &h), 0);
+  t = sltcreate([](void *) -> void * { return nullptr; }, nullptr, 0);
+  ASSERT_NE(t, nullptr);
+  struct Case {
+    const char *what;
+    int64_t (*call)();
+  } cases[] = {
+      {"slrndbytes", [] { return int64_t{slrndbytes(buf, sizeof buf)}; }},
+      {"slfwrite", [] { return slfwrite(h, buf, sizeof buf); }},
+      {"sltdetach", [] { return int64_t{sltdetach(t)}; }},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(c.what);
+    g_failed = 0;
+    EXPECT_EQ(c.call(), -1);
+    EXPECT_EQ(slerrno(), kReason);
+    EXPECT_EQ(g_failed.load(), 1) << "a failure was retried";
+  }
+  EXPECT_EQ(sltjoin(t, nullptr), 0) << "a thread whose detach failed stays joinable";
+  EXPECT_EQ(slfclose(h), 0);
 }
 
 }  // namespace

@@ -11,7 +11,9 @@
 #include <thread>
 #include <vector>
 
+#include "lfi.h"
 #include "sl.h"
+#include "slt.h"
 
 namespace {
 
@@ -67,6 +69,19 @@ TEST(SysFault, ArmedWindowRefusesExactlyThoseRequests) {
   if (slfaultarm(SL_FAULT_MEM, 0, 0) != 0) GTEST_SKIP() << "build without fault points";
   EXPECT_EQ(slfaultarm(0, 1, 1), -1);
   EXPECT_EQ(slfaultarm(SL_FAULT_MAX + 1, 1, 1), -1);
+  EXPECT_EQ(slfaultseen(0), 0);
+  EXPECT_EQ(slfaulthits(SL_FAULT_MAX + 1), 0);
+
+  // A refused write is a full disk, the one write failure callers act on.
+  int64_t h;
+  ASSERT_EQ(slftemp(nullptr, &h), 0);
+  ASSERT_EQ(slfaultarm(SL_FAULT_FILE_WRITE, 1, 1), 0);
+  EXPECT_EQ(slfwrite(h, "x", 1), -1);
+  EXPECT_EQ(slfclass(slerrno()), SLF_E_NOSPACE);
+  EXPECT_EQ(slfwrite(h, "x", 1), 1);
+  EXPECT_EQ(slfclose(h), 0);
+  EXPECT_EQ(slfstd(-1), -1);
+  EXPECT_EQ(slfstd(3), -1);
 
   ASSERT_EQ(slfaultarm(SL_FAULT_MEM, 2, 2), 0);
   std::vector<void *> got;
@@ -171,6 +186,7 @@ TEST(SysThreads, IdentifiersAreUniqueAndNeverReused) {
   sltstgi(ts, &again);
   EXPECT_EQ(sltstidnull(ts, &me), 0);
   EXPECT_EQ(sltstidcmp(ts, &me, &again), 1);
+  EXPECT_EQ(sltstidcmp(ts, nullptr, &me), 0);
   EXPECT_EQ(me.id, slthrself());
 
   std::set<uint64_t> seen{me.id};
@@ -242,6 +258,7 @@ TEST(SysEnvironment, SetGetTruncateUnset) {
   EXPECT_EQ(slgetenv(name, full, sizeof full), -1);
   EXPECT_EQ(slsetenv("A=B", "x", 1), -1);
   EXPECT_EQ(slsetenv("", "x", 1), -1);
+  EXPECT_EQ(slsetenv(name, nullptr, 1), -1);
 }
 
 TEST(SysLoader, FindsSymbolsAndReportsFailures) {
