@@ -168,7 +168,7 @@ TEST(SocketRetry, TransfersSurviveInterruptsAndShortPieces) {
   ASSERT_EQ(slsckconn("peer", 80, 1000), 7) << "the third address accepts";
 
   std::string msg;
-  for (int i = 0; i < 1001; i++) msg += static_cast<char>(' ' + i % 90);  // ends in a 1-byte piece
+  for (int i = 0; i < 1002; i++) msg += static_cast<char>(' ' + i % 90);  // ends in a 1-byte piece
   EXPECT_EQ(slscksend(7, msg.data(), msg.size(), 1000), 0);
   EXPECT_EQ(g_peer.sent, msg);
 
@@ -285,9 +285,9 @@ TEST(RandomRetry, ShortAndInterruptedDeliveriesFillEverything) {
     std::fill_n(static_cast<unsigned char *>(b), k, 0xA5);
     return static_cast<int64_t>(k);
   };
-  std::vector<unsigned char> buf(1001, 0);  // ends in a 1-byte piece
+  std::vector<unsigned char> buf(1002, 0);  // ends in a 1-byte piece
   ASSERT_EQ(slrndbytes(buf.data(), buf.size()), 0);
-  EXPECT_EQ(std::count(buf.begin(), buf.end(), 0xA5), 1001);
+  EXPECT_EQ(std::count(buf.begin(), buf.end(), 0xA5), 1002);
 }
 
 // A call that fails for a reason other than an interruption is not repeated:

@@ -196,6 +196,7 @@ TEST(SysThreads, IdentifiersAreUniqueAndNeverReused) {
       sltstid t;
       sltstgi(ts, &t);
       id = t.id;
+      EXPECT_EQ(sltstidcmp(ts, &t, &me), 0);
     }).join();
     EXPECT_TRUE(seen.insert(id).second) << "identifier " << id << " reused";
   }
