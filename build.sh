@@ -15,8 +15,8 @@ set -euo pipefail
 cd "$(dirname "$0")"
 
 # Debian packages, by what needs them.
-PKGS_BUILD="cmake ninja-build g++ make pkg-config python3 tzdata bison libicu-dev"
-PKGS_TEST="libgtest-dev libgmock-dev googletest"
+PKGS_BUILD="cmake ninja-build g++ make pkg-config python3 tzdata bison libicu-dev libssl-dev"
+PKGS_TEST="libgtest-dev libgmock-dev googletest openssl"
 PKGS_BENCH="libbenchmark-dev libmimalloc-dev libjemalloc-dev libboost-dev libabsl-dev libcctz-dev libhowardhinnant-date-dev libinih-dev libcurl4-openssl-dev"
 PKGS_FUZZ="clang libclang-rt-dev"
 PKGS_DOCS="doxygen"

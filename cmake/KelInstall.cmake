@@ -16,6 +16,11 @@ install(TARGETS kelcore10 kelnls10 EXPORT kelcore10Targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kelcore10)
 install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kelcore10 FILES_MATCHING PATTERN "*.h")
+# The message numbers (kelmsg_<product>_<facility>.h, made from the message
+# files) belong to the interface: a caller tells failures apart by them. In
+# the build tree they sit beside the generated catalogues.
+install(FILES ${KEL_MSG_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kelcore10)
+target_include_directories(kelcore10 PUBLIC $<BUILD_INTERFACE:${KEL_MSG_DIR}>)
 
 # Message catalogues: the library reads $KELTAR_HOME/<product>/mesg/
 # <product>_<facility>.msg, so each file goes below its product's folder.
@@ -28,7 +33,14 @@ foreach(f IN LISTS KEL_INSTALL_MSG)
 endforeach()
 
 # Tools (the kelcore tool installs itself; the time-zone image comes with
-# keltzc's own rule, below ${KEL_INSTALL_HOME}/kelcore/zoneinfo).
+# keltzc's own rule, below ${KEL_INSTALL_HOME}/kelcore/zoneinfo). An installed
+# tool finds the libraries relative to itself, from any prefix.
+file(RELATIVE_PATH KEL_BIN_TO_LIB ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+foreach(tool IN ITEMS kelcore keltzc)
+  if(TARGET ${tool})
+    set_target_properties(${tool} PROPERTIES INSTALL_RPATH "$ORIGIN/${KEL_BIN_TO_LIB}")
+  endif()
+endforeach()
 if(TARGET keltzc)
   install(TARGETS keltzc RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
@@ -39,7 +51,7 @@ endif()
 # install with `cmake --install --prefix` elsewhere still gives right paths.
 file(RELATIVE_PATH KEL_PC_TO_PREFIX /root/${CMAKE_INSTALL_LIBDIR}/pkgconfig /root)
 string(REGEX REPLACE "/$" "" KEL_PC_TO_PREFIX "${KEL_PC_TO_PREFIX}")
-set(KEL_PC_LIBS_PRIVATE "-lkelnls10 -pthread")
+set(KEL_PC_LIBS_PRIVATE "-lkelnls10 -lssl -lcrypto -pthread")
 foreach(l IN LISTS CMAKE_DL_LIBS)
   string(APPEND KEL_PC_LIBS_PRIVATE " -l${l}")
 endforeach()

@@ -133,13 +133,40 @@ KELAPI int32_t lpub64dec(void *uctx, const char *src, size_t len, uint32_t flags
                          size_t *outl);
 
 /* ---------------------------------------------------------- HTTP client
- * A client (lpuhc) keeps at most one idle connection open and reuses it for
- * the next request to the same host and port. Only "http" URLs are served.
- * When the environment variable http_proxy holds a URL ("http://host:port"),
- * requests go through that proxy unless the target host is listed in
- * no_proxy (comma-separated names; a leading "." or none matches a domain
- * suffix; "*" matches every host). A client is used by one thread at a
- * time; separate clients are independent. */
+ * A client (lpuhc) serves "http" and "https" URLs. It keeps at most one
+ * idle connection open and reuses it for the next request that goes the
+ * same way (scheme, host, port, proxy). A client is used by one thread at a
+ * time; separate clients are independent.
+ *
+ * https: TLS 1.2 or 1.3 through the platform's TLS library. The server's
+ * certificate must lead to a trusted root (the system's trust store, or
+ * the certificates of the request's cafile) and name the URL's host (a DNS
+ * name or an IP address); the host name is sent for the server to choose
+ * its certificate (SNI). Only LPU_TLS_NOVERIFY turns these checks off.
+ *
+ * Proxies: when the environment variable http_proxy (https_proxy for https
+ * URLs) holds a URL ("http://[user:password@]host:port"), requests go
+ * through that proxy unless the target host is listed in no_proxy
+ * (comma-separated names; a leading "." or none matches a domain suffix;
+ * "*" matches every host). https goes through a tunnel the proxy opens on
+ * CONNECT. The proxy URL's user information, percent-decoded, is sent to
+ * the proxy as Proxy-Authorization (Basic), never to a server.
+ *
+ * Credentials: the user information of a URL ("http://user:pw@host/"),
+ * percent-decoded, is sent as Authorization (Basic) with the request for
+ * that URL. The caller's Authorization and Cookie headers go only to the
+ * scheme, host and port of req->url: after a redirect elsewhere (another
+ * host, port or scheme; 127.0.0.1 and [::1] are different hosts) they are
+ * left out. A caller's Proxy-Authorization header goes to a proxy only.
+ *
+ * Resending: a kept connection that the server closed before answering is
+ * replaced and the request sent again when its method is idempotent (GET,
+ * HEAD, PUT, DELETE, OPTIONS, TRACE); any other request (POST) fails with
+ * LPU_NORESEND, as the server may have acted on it.
+ *
+ * Message numbers (lemgec) are in kelmsg_kelcore_lpu.h, installed with
+ * this header: KELMSG_LPU_TIMEOUT, KELMSG_LPU_CONNECT ... (in C++ also
+ * kelmsg::LPU_TIMEOUT ...). */
 
 typedef struct lpuhc lpuhc;
 
@@ -148,29 +175,58 @@ typedef struct lpuhdr {
   const char *value; /* NUL-terminated */
 } lpuhdr;
 
+struct lpuresp;
+
+/* Receives the body of the final response as it arrives. Called first once
+ * with data null and n 0 when the status and headers are known (in *head;
+ * its body is empty), then with each piece of the body in order. `head`
+ * and `data` are valid during the call only. Return 0 to go on; anything
+ * else stops the request (LPU_ABORTED). */
+typedef int32_t (*lpusinkfn)(void *arg, const struct lpuresp *head, const void *data, size_t n);
+
+/* Supplies the request body: writes up to bufl bytes of the body, starting
+ * at byte `offset`, into buf and returns their number; 0 only at the end
+ * of a body of unknown length. -1 stops the request (LPU_ABORTED). Offsets
+ * start at 0 and grow, but start at 0 again when the body must be sent
+ * again (a redirect by 307 or 308, a resend on a new connection): a source
+ * that cannot go back returns -1 then. */
+typedef int64_t (*lpusrcfn)(void *arg, uint64_t offset, void *buf, size_t bufl);
+
+#define LPU_TLS_NOVERIFY 0x1u /* accept any certificate for any host */
+
 typedef struct lpureq {
-  const char *method;    /* "GET", "HEAD", "POST", "PUT" (any token is sent) */
-  const char *url;       /* absolute http URL, NUL-terminated */
+  const char *method;    /* "GET", "HEAD", "POST", "PUT" (any token is sent); null = GET */
+  const char *url;       /* absolute http or https URL, NUL-terminated */
   const lpuhdr *headers; /* extra request headers (may be null) */
   size_t nheaders;
   const void *body; /* request body (may be null); its length in bodyl */
   size_t bodyl;
-  int32_t connect_ms;    /* connect time limit; 0 = 10000 */
-  int32_t read_ms;       /* limit on each wait for response bytes; 0 = 30000 */
-  int32_t maxredirects;  /* redirects followed; < 0 = 5, 0 = none */
+  int32_t connect_ms;   /* limit on connecting, and on the TLS handshake; 0 = 10000 */
+  int32_t read_ms;      /* limit on each wait for response bytes; 0 = 30000 */
+  int32_t maxredirects; /* redirects followed; < 0 = 5, 0 = none */
+  int32_t total_ms;     /* limit on the whole request, redirects included; 0 = none */
+  uint32_t tlsflags;    /* LPU_TLS_NOVERIFY or 0 */
+  const char *cafile;   /* PEM file of the certificates to trust instead of
+                           the system's store; null = the system's */
+  lpusinkfn sink;       /* receives the body instead of the response block */
+  void *sinkarg;
+  lpusrcfn source; /* supplies the body instead of body/bodyl */
+  void *sourcearg;
+  int64_t sourcel; /* the source's body length; < 0 = unknown (sent chunked) */
 } lpureq;
 
 typedef struct lpuresp {
   int32_t status;     /* status code, e.g. 200 */
   int32_t redirects;  /* redirects followed */
   int32_t reused;     /* 1 when the final request went over a kept connection */
-  int32_t spare;
+  int32_t tls;        /* the final exchange's TLS version: 12, 13, or 0 (plain) */
   const char *reason; /* reason phrase */
   const char *url;    /* final URL (after redirects) */
   lpuhdr *headers;    /* response headers in order received */
   size_t nheaders;
-  const uint8_t *body; /* the body (followed by a NUL not counted in bodyl) */
-  size_t bodyl;
+  const uint8_t *body; /* the body, followed by a NUL not counted in bodyl;
+                          with a sink: an empty text */
+  size_t bodyl;        /* the body's length; with a sink: the bytes it took */
   void *block; /* the heap block holding all of the above (lpuhrfree) */
 } lpuresp;
 
@@ -180,18 +236,33 @@ KELAPI lpuhc *lpuhcnew(void *uctx);
 /* Closes its connection and frees the client; null is ignored. */
 KELAPI void lpuhcfree(lpuhc *hc);
 
-/* Sends the request and reads the whole response into *resp, following
+/* Sends the request and reads the response into *resp, following
  * redirects (301, 302, 303, 307, 308 with a Location; 303, and 301/302
  * after POST, continue with GET and no body). Interim 1xx responses are
- * skipped. The body is read by Content-Length, chunked transfer coding or
- * until the server closes. Every part of *resp lives in one block of `heap`
- * (memory context mctx) freed by lpuhrfree. Any status the server sends is
- * success; failures (-1, *resp zeroed) are: a malformed URL or header
- * (LPU_BADURL, LPU_BADARG), a scheme other than http (LPU_SCHEME), a name
- * that does not resolve (LPU_RESOLVE), a refused or failed connection
- * (LPU_CONNECT), a time-out (LPU_TIMEOUT), a broken connection (LPU_IO), a
- * malformed response (LPU_BADRESP), too many redirects (LPU_TOOMANYREDIR)
- * and no memory (LPU_NOMEM). */
+ * skipped; folded header lines are joined with a space. The body is read
+ * by Content-Length, chunked transfer coding or until the server closes;
+ * it goes to req->sink when there is one, else into *resp (a body kept in
+ * memory may be at most 4 GiB; one of known length costs its size once).
+ * Every part of *resp lives in one block of `heap` (memory context mctx)
+ * freed by lpuhrfree. A request body comes from body/bodyl or from
+ * req->source (sent with Content-Length when sourcel >= 0, else chunked).
+ *
+ * Time limits: connect_ms bounds connecting and the TLS handshake, read_ms
+ * every wait for the server, total_ms (when > 0) the whole request, so
+ * that a server sending a byte now and then is cut off too.
+ *
+ * Any status the server sends is success; failures (-1, *resp zeroed) are:
+ * a malformed URL or request (LPU_BADURL, LPU_BADARG), a scheme other than
+ * http and https (LPU_SCHEME), a name that does not resolve (LPU_RESOLVE),
+ * a refused or failed connection or a proxy refusing a tunnel
+ * (LPU_CONNECT), a time-out of any limit (LPU_TIMEOUT), a broken
+ * connection (LPU_IO), a certificate not accepted (LPU_CERT, with the
+ * reason: expired, wrong host, untrusted ...), any other TLS failure
+ * (LPU_TLS), a CA file or trust store that cannot be loaded (LPU_TRUST), a
+ * malformed response (LPU_BADRESP), too many redirects (LPU_TOOMANYREDIR),
+ * a kept connection closed under a request that is not resent
+ * (LPU_NORESEND), a sink or source that stopped the request (LPU_ABORTED)
+ * and no memory (LPU_NOMEM). A sink may have been called before a failure. */
 KELAPI int32_t lpuhreq(lpuhc *hc, const lpureq *req, void *mctx, lmmheap *heap, lpuresp *resp);
 /* The value of the first response header named `name` (ASCII case
  * ignored), or null. */

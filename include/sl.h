@@ -80,6 +80,9 @@ KELAPI size_t slcgems(int32_t err, char *buf, size_t len);
                                      lmmo*blklist (either model) */
 #define SL_FAULT_NLS         21  /* every allocation of kelnls10 */
 #define SL_FAULT_DATE_VIEW   22  /* the date family's territory view of an NLS handle */
+#define SL_FAULT_SSL_TRUST   40  /* TLS sessions: loading the trust (system store or CA file) */
+#define SL_FAULT_SSL_OPEN    41  /* TLS sessions: a handshake */
+#define SL_FAULT_SSL_IO      42  /* TLS sessions: a send or a receive */
 #define SL_FAULT_MAX         63
 
 #ifdef KEL_TEST_HOOKS

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Compiles the message files (nls/messages/<product>_<facility>.msg) into a
 C++ source holding the built-in catalogues, and one header per file with the
-message numbers as named constants, so that code and catalogue share one
-list. Each line of a message file is "number, text"; '#' starts a comment
+message numbers as named constants (C macros, and C++ constants), so that
+code, callers and catalogue share one list. Each line of a message file is "number, text"; '#' starts a comment
 line, and a comment "#: NAME" names the message on the next line. Numbers
 must be unique and are emitted in ascending order so that the library can
 search them.
@@ -42,11 +42,17 @@ for f in sorted(files):
             names[pending] = k
             pending = None
     cats.append((product.lower(), facility.lower(), sorted(seen.items())))
+    # Plain C for callers (installed with the public headers): KELMSG_<NAME>
+    # macros; C++ also gets the constants as kelmsg::<NAME>.
     guard = f"KEL_MSG_{product.upper()}_{facility.upper()}_H"
-    hdr = [f"// Generated from nls/messages/{p.name} by nls/gen_catalogues.py; do not edit.",
-           f"#ifndef {guard}", f"#define {guard}", "", "#include <cstdint>", "", "namespace kelmsg {"]
-    hdr += [f"constexpr int32_t {name} = {num};" for name, num in names.items()]
-    hdr += ["}  // namespace kelmsg", "", "#endif"]
+    hdr = [f"/* Message numbers of facility {facility.upper()} (product {product.upper()}), as lemgec",
+           " * reports them for its records. Generated from nls/messages/"
+           f"{p.name} by nls/gen_catalogues.py; do not edit. */",
+           f"#ifndef {guard}", f"#define {guard}", ""]
+    hdr += [f"#define KELMSG_{name} {num}" for name, num in names.items()]
+    hdr += ["", "#ifdef __cplusplus", "#include <stdint.h>", "namespace kelmsg {"]
+    hdr += [f"constexpr int32_t {name} = KELMSG_{name};" for name in names]
+    hdr += ["}  // namespace kelmsg", "#endif", "", "#endif"]
     hpath = pathlib.Path(hdrdir) / f"kelmsg_{product.lower()}_{facility.lower()}.h"
     text = "\n".join(hdr) + "\n"
     if not hpath.exists() or hpath.read_text() != text:

@@ -118,6 +118,10 @@ int64_t slsckrecv(int64_t s, void *buf, size_t n, int32_t ms) noexcept {
   return transfer(s, sl_internal::kSockReadable, ms, [&] { return socket_os().recv(s, buf, n); });
 }
 
+int32_t slsckwait(int64_t s, int32_t forwrite, int32_t ms) noexcept {
+  return wait_until(s, forwrite ? sl_internal::kSockWritable : sl_internal::kSockReadable, Deadline(ms));
+}
+
 int32_t slsckidle(int64_t s) noexcept {
   // Anything to read on an idle connection (data or the peer's end) or an
   // error means it cannot carry the next request.

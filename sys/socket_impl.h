@@ -42,6 +42,9 @@ int64_t slsckrecv(int64_t s, void *buf, size_t n, int32_t ms) noexcept;
 // 1 when an idle kept-alive connection can still be used: nothing to read
 // and not closed by the peer. 0 otherwise.
 int32_t slsckidle(int64_t s) noexcept;
+// Waits at most `ms` until s can be read (forwrite 0) or written (1): 1
+// ready, 0 time-out, -1 error (slerrno). For the TLS sessions over s.
+int32_t slsckwait(int64_t s, int32_t forwrite, int32_t ms) noexcept;
 void slsckclose(int64_t s) noexcept;
 
 // ------------------------------------------------------------- the platform's

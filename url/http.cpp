@@ -1,456 +1,129 @@
-// A small HTTP/1.1 client.
+// A small HTTP/1.1 client over plain and TLS connections.
 //
-// One request is one exchange over a connection: the request is written
-// whole, then the status line, the header block and the body are read
-// through a buffered reader whose every wait is bounded by the read time
-// limit. The body's framing (none, Content-Length, chunked, or until the
-// server closes) decides whether the connection can be kept; a kept
-// connection is parked in the client and reused by the next request to
-// the same host and port. A kept connection the server closed meanwhile is
-// found out either before use (idle check) or by an end of data before the
-// first byte of the response, and the request is then sent again once on a
-// new connection. Redirects repeat the exchange with the resolved Location.
-// The response is collected in growable internal buffers and copied at the
-// end into a single block of the caller's heap.
+// A request is one exchange per URL it visits (redirects add more). For
+// each, the route is chosen: straight to the server, through an http proxy,
+// or for https through a tunnel that a proxy opens on CONNECT. The client's
+// parked connection is taken when it goes the same way and is still idle,
+// else a new one is opened (with a TLS session for https). The request is
+// written, then the head of the response is read, and only then is it known
+// where the body goes: dropped for a redirect that is followed, else to the
+// caller's receiver or into the block of the caller's heap that carries
+// the whole response. The body's framing decides whether the connection is
+// parked for the next request.
 //
-// Sections: growable buffer; reader; request text; response parsing;
-// proxy selection; exchange; lpuhreq and friends.
+// Two rules guard the caller. A kept connection that the server closed
+// before answering is replaced and the request sent again only when its
+// method is idempotent: a POST may already have been acted on. And the
+// credentials the caller gives (Authorization and Cookie headers) go only
+// to the origin, scheme, host and port, of the URL the caller asked for;
+// those of a URL's user information only to the URL they are part of.
+//
+// Sections: client; routes and proxies; trust; opening connections;
+// request text; sending; exchange; failures; response block; lpuhreq and
+// friends.
 #include <new>
-#include <string_view>
 
 #include "lut.h"
-#include "sl.h"
-#include "sys/socket_impl.h"
-#include "url/url_impl.h"
+#include "url/http_impl.h"
 
+namespace lpu_internal {
+namespace {
+
+constexpr uint32_t kClientMagic = 0x4C504843;  // "LPHC"
+constexpr uint64_t kMaxBuffered = uint64_t{1} << 32;  // a body kept in memory
+constexpr size_t kInlineBody = 16384;  // a body up to this size goes out with the head
+
+// Where a connection goes, as far as reusing it is concerned.
+struct Route {
+  char host[256] = "";  // the server, or the proxy
+  int32_t port = 0;
+  bool tls = false;
+  bool tunnel = false;   // https through a proxy: CONNECT to name first
+  char name[256] = "";   // the server (TLS name, tunnel end); "" for a plain proxy
+  int32_t nport = 0;
+  bool v6 = false;       // name is an IPv6 literal
+
+  bool same(const Route &o) const {
+    return port == o.port && tls == o.tls && tunnel == o.tunnel && strcmp(host, o.host) == 0 &&
+           (!tls || (nport == o.nport && strcmp(name, o.name) == 0));
+  }
+};
+
+}  // namespace
+}  // namespace lpu_internal
+
+using namespace lpu_internal;
+
+// ----------------------------------------------------------------- client
 struct lpuhc {
   uint32_t magic;
   void *uctx;
-  int64_t fd;  // parked connection, -1 none
-  char host[256];
-  int32_t port;
+  Conn conn;  // the parked connection (fd -1: none)
+  Route route;
+  SlTlsTrust *trust;  // made for the first https request, kept while its settings hold
+  uint32_t trustflags;
+  char *cafile;  // the trust's CA file (system allocator), null: the system's store
 };
 
 namespace lpu_internal {
 namespace {
 
-using sv = std::string_view;
-constexpr uint32_t kClientMagic = 0x4C504843;  // "LPHC"
-constexpr size_t kMaxLine = 16384;
-constexpr size_t kMaxHeaders = 256;
-constexpr uint64_t kMaxBody = uint64_t{1} << 32;
+void drop(lpuhc *hc) { hc->conn.close(); }
 
-// ------------------------------------------------------- growable buffer
-class Buf {
- public:
-  Buf() = default;
-  ~Buf() { ss_mem_fre(p_); }
-  Buf(const Buf &) = delete;
-  Buf &operator=(const Buf &) = delete;
-  bool put(const void *s, size_t n) {
-    if (!reserve(n_ + n)) return false;
-    if (n > 0) memcpy(p_ + n_, s, n);
-    n_ += n;
-    return true;
-  }
-  bool put(sv s) { return put(s.data(), s.size()); }
-  bool putc(char c) { return put(&c, 1); }
-  bool putnum(uint64_t v) {
-    char d[24];
-    int k = 0;
-    do {
-      d[k++] = static_cast<char>('0' + v % 10);
-      v /= 10;
-    } while (v > 0);
-    char r[24];
-    for (int i = 0; i < k; i++) r[i] = d[k - 1 - i];
-    return put(r, static_cast<size_t>(k));
-  }
-  bool reserve(size_t n) {
-    if (n <= cap_) return true;
-    size_t c = cap_ < 256 ? 256 : cap_;
-    while (c < n) c *= 2;
-    char *q = static_cast<char *>(ss_mem_ralc(p_, c));
-    if (q == nullptr) return false;
-    p_ = q;
-    cap_ = c;
-    return true;
-  }
-  void clear() { n_ = 0; }
-  void drop_last() {
-    if (n_ > 0) n_--;
-  }
-  const char *data() const { return p_ ? p_ : ""; }
-  size_t size() const { return n_; }
-  sv view() const { return sv(data(), n_); }
-
- private:
-  char *p_ = nullptr;
-  size_t n_ = 0, cap_ = 0;
+// ----------------------------------------------------- routes and proxies
+// A proxy from the environment: host, port and the Basic credentials of
+// its URL's user information ("" none).
+struct Proxy {
+  char host[256];
+  int32_t port;
+  Buf auth;
 };
 
-enum class Rc { ok, eof, io, timeout, bad, nomem };
-
-// ---------------------------------------------------------------- reader
-struct Reader {
-  int64_t fd;  // -1: read from mem instead (the fuzz harness)
-  int32_t ms;
-  const char *mem = nullptr;
-  size_t meml = 0;
-  uint64_t got = 0;  // bytes received on this exchange
-  size_t r = 0, w = 0;
-  char buf[16384];
-
-  Rc fill() {
-    if (r == w) r = w = 0;
-    int64_t k;
-    if (fd >= 0) {
-      k = slsckrecv(fd, buf + w, sizeof buf - w, ms);
-    } else {
-      // Small pieces, so that every boundary case of the buffer is met.
-      k = static_cast<int64_t>(meml < 7 ? meml : 7);
-      if (k > static_cast<int64_t>(sizeof buf - w)) k = static_cast<int64_t>(sizeof buf - w);
-      memcpy(buf + w, mem, static_cast<size_t>(k));
-      mem += k;
-      meml -= static_cast<size_t>(k);
-    }
-    if (k > 0) {
-      w += static_cast<size_t>(k);
-      got += static_cast<uint64_t>(k);
-      return Rc::ok;
-    }
-    if (k == SL_SCK_EOF) return Rc::eof;
-    if (k == SL_SCK_TIMEOUT) return Rc::timeout;
-    return Rc::io;
-  }
-
-  // One line without its LF (and a CR before it) into `line`.
-  Rc line(Buf &out) {
-    out.clear();
-    for (;;) {
-      for (size_t i = r; i < w; i++) {
-        if (buf[i] == '\n') {
-          if (!out.put(buf + r, i - r)) return Rc::nomem;
-          r = i + 1;
-          // The CR may have come in an earlier piece than its LF.
-          if (out.size() > 0 && out.data()[out.size() - 1] == '\r') out.drop_last();
-          if (out.size() > kMaxLine) return Rc::bad;
-          return Rc::ok;
-        }
-      }
-      if (!out.put(buf + r, w - r)) return Rc::nomem;
-      r = w;
-      if (out.size() > kMaxLine) return Rc::bad;
-      Rc rc = fill();
-      if (rc != Rc::ok) return rc;
-    }
-  }
-
-  // Exactly n bytes into out (or discarded when out is null).
-  Rc bytes(Buf *out, uint64_t n) {
-    while (n > 0) {
-      if (r == w) {
-        Rc rc = fill();
-        if (rc != Rc::ok) return rc;
-      }
-      size_t k = w - r < n ? w - r : static_cast<size_t>(n);
-      if (out != nullptr && !out->put(buf + r, k)) return Rc::nomem;
-      r += k;
-      n -= k;
-    }
-    return Rc::ok;
-  }
-};
-
-// ----------------------------------------------------- response parsing
-bool tchar(char c) {
-  return lutcis(static_cast<unsigned char>(c), LUT_C_ALNUM) || (c != 0 && sv("!#$%&'*+-.^_`|~").find(c) != sv::npos);
-}
-
-bool token(sv s) {
-  if (s.empty()) return false;
-  for (char c : s)
-    if (!tchar(c)) return false;
+// Appends "Basic " and base64 of user ":" password, both percent-decoded.
+bool put_basic(Buf &b, const lpuurl &u) {
+  Buf cred;
+  char *c = cred.tail(u.user.len + u.password.len + 2);
+  if (c == nullptr) return false;
+  size_t ul = 0, pl = 0, need = 0, n = 0;
+  lpupdec(nullptr, u.user.ptr, u.user.len, 0, c, u.user.len + 1, &ul);
+  c[ul] = ':';
+  lpupdec(nullptr, u.password.ptr, u.password.len, 0, c + ul + 1, u.password.len + 1, &pl);
+  lpub64enc(nullptr, c, ul + 1 + pl, 0, nullptr, 0, &need);
+  char *out = b.put("Basic ") ? b.tail(need + 1) : nullptr;
+  if (out == nullptr) return false;
+  lpub64enc(nullptr, c, ul + 1 + pl, 0, out, need + 1, &n);
+  b.commit(n);
   return true;
 }
 
-sv trim(sv s) {
-  while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
-  while (!s.empty() && (s.back() == ' ' || s.back() == '\t')) s.remove_suffix(1);
-  return s;
-}
-
-bool ieq(sv a, sv b) { return a.size() == b.size() && lutsnicmp(a.data(), b.data(), a.size()) == 0; }
-
-// Does the comma-separated list `v` hold `tok` (case ignored)?
-bool list_has(sv v, sv tok) {
-  while (!v.empty()) {
-    size_t c = v.find(',');
-    if (ieq(trim(v.substr(0, c)), tok)) return true;
+// Does no_proxy exempt `host`? Comma-separated names; a name matches itself
+// and, with or without a leading ".", its subdomains; "*" matches all.
+bool exempt(sv host) {
+  char np[1024];
+  int32_t nl = slgetenv("no_proxy", np, sizeof np);
+  if (nl <= 0 || static_cast<size_t>(nl) >= sizeof np) return false;
+  sv list(np, static_cast<size_t>(nl));
+  while (!list.empty()) {
+    size_t c = list.find(',');
+    sv e = trim(list.substr(0, c));
+    if (!e.empty() && e[0] == '.') e.remove_prefix(1);
+    if (e == "*") return true;
+    if (!e.empty() && (ieq(host, e) || (host.size() > e.size() && host[host.size() - e.size() - 1] == '.' &&
+                                        ieq(host.substr(host.size() - e.size()), e))))
+      return true;
     if (c == sv::npos) break;
-    v.remove_prefix(c + 1);
+    list.remove_prefix(c + 1);
   }
   return false;
 }
 
-// The last element of a comma-separated list.
-sv list_last(sv v) {
-  size_t c = v.rfind(',');
-  return trim(c == sv::npos ? v : v.substr(c + 1));
-}
-
-struct Response {
-  int32_t status = 0;
-  int32_t minor = 1;
-  Buf reason;
-  Buf heads;  // name NUL value NUL ...
-  size_t nheads = 0;
-  Buf body;
-  bool keep = false;
-
-  sv header(sv name) const {
-    sv h = heads.view();
-    for (size_t i = 0; i < nheads; i++) {
-      size_t a = h.find('\0');
-      sv n = h.substr(0, a);
-      h.remove_prefix(a + 1);
-      size_t b = h.find('\0');
-      sv v = h.substr(0, b);
-      h.remove_prefix(b + 1);
-      if (ieq(n, name)) return v;
-    }
-    return sv();
-  }
-  bool has(sv name) const {
-    sv h = heads.view();
-    for (size_t i = 0; i < nheads; i++) {
-      size_t a = h.find('\0');
-      if (ieq(h.substr(0, a), name)) return true;
-      h.remove_prefix(a + 1);
-      h.remove_prefix(h.find('\0') + 1);
-    }
-    return false;
-  }
-};
-
-struct Failure {
-  Rc rc = Rc::ok;
-  const char *what = "";
-};
-
-Rc status_line(Reader &rd, Buf &line, Response &rs, Failure &f) {
-  Rc rc = rd.line(line);
-  if (rc != Rc::ok) {
-    f.what = "reading the status line";
-    return rc;
-  }
-  sv s = line.view();
-  if (s.size() < 12 || s.substr(0, 5) != "HTTP/" || !lutcis(s[5], LUT_C_DIGIT) || s[6] != '.' ||
-      !lutcis(s[7], LUT_C_DIGIT) || s[8] != ' ' || !lutcis(s[9], LUT_C_DIGIT) || !lutcis(s[10], LUT_C_DIGIT) ||
-      !lutcis(s[11], LUT_C_DIGIT) || (s.size() > 12 && s[12] != ' ') || s[5] != '1') {
-    f.what = "bad status line";
-    return Rc::bad;
-  }
-  rs.minor = s[7] - '0';
-  rs.status = (s[9] - '0') * 100 + (s[10] - '0') * 10 + (s[11] - '0');
-  if (rs.status < 100) {
-    f.what = "bad status code";
-    return Rc::bad;
-  }
-  rs.reason.clear();
-  if (s.size() > 13 && !rs.reason.put(s.substr(13))) return Rc::nomem;
-  return Rc::ok;
-}
-
-Rc header_block(Reader &rd, Buf &line, Response &rs, Failure &f) {
-  rs.heads.clear();
-  rs.nheads = 0;
-  for (;;) {
-    Rc rc = rd.line(line);
-    if (rc != Rc::ok) {
-      f.what = "reading the headers";
-      return rc;
-    }
-    sv s = line.view();
-    if (s.empty()) return Rc::ok;
-    size_t colon = s.find(':');
-    if (colon == sv::npos || !token(s.substr(0, colon))) {
-      f.what = "bad header line";
-      return Rc::bad;
-    }
-    sv v = trim(s.substr(colon + 1));
-    for (char c : v) {
-      if ((static_cast<unsigned char>(c) < 32 && c != '\t') || c == 127) {
-        f.what = "control character in header";
-        return Rc::bad;
-      }
-    }
-    if (++rs.nheads > kMaxHeaders) {
-      f.what = "too many headers";
-      return Rc::bad;
-    }
-    if (!rs.heads.put(s.substr(0, colon)) || !rs.heads.putc('\0') || !rs.heads.put(v) || !rs.heads.putc('\0'))
-      return Rc::nomem;
-  }
-}
-
-Rc chunked(Reader &rd, Buf &line, Buf *body, Failure &f) {
-  uint64_t total = 0;
-  for (;;) {
-    Rc rc = rd.line(line);
-    if (rc != Rc::ok) {
-      f.what = "reading a chunk size";
-      return rc;
-    }
-    sv s = line.view();
-    uint64_t n = 0;
-    size_t i = 0;
-    for (; i < s.size() && hexval(static_cast<unsigned char>(s[i])) >= 0; i++) {
-      if (i >= 15) {
-        f.what = "chunk size too large";
-        return Rc::bad;
-      }
-      n = n * 16 + static_cast<uint64_t>(hexval(static_cast<unsigned char>(s[i])));
-    }
-    sv rest = trim(s.substr(i));
-    if (i == 0 || (!rest.empty() && rest[0] != ';')) {
-      f.what = "bad chunk size";
-      return Rc::bad;
-    }
-    if (n == 0) break;
-    total += n;
-    if (total > kMaxBody) {
-      f.what = "body too large";
-      return Rc::bad;
-    }
-    rc = rd.bytes(body, n);
-    if (rc != Rc::ok) {
-      f.what = "reading a chunk";
-      return rc;
-    }
-    rc = rd.line(line);
-    if (rc != Rc::ok || line.size() != 0) {
-      f.what = "chunk not followed by an empty line";
-      return rc == Rc::ok ? Rc::bad : rc;
-    }
-  }
-  // Trailer fields are read and dropped.
-  for (;;) {
-    Rc rc = rd.line(line);
-    if (rc != Rc::ok) {
-      f.what = "reading the trailer";
-      return rc;
-    }
-    if (line.size() == 0) return Rc::ok;
-  }
-}
-
-// Reads status, headers and body of one response (skipping interim ones).
-Rc read_response(Reader &rd, bool head, Response &rs, Failure &f) {
-  Buf line;
-  for (;;) {
-    Rc rc = status_line(rd, line, rs, f);
-    if (rc != Rc::ok) return rc;
-    rc = header_block(rd, line, rs, f);
-    if (rc != Rc::ok) return rc;
-    if (rs.status >= 200 || rs.status == 101) break;
-  }
-  sv conn = rs.header("Connection");
-  rs.keep = rs.minor >= 1 ? !list_has(conn, "close") : list_has(conn, "keep-alive");
-  rs.body.clear();
-  if (head || rs.status == 204 || rs.status == 304 || rs.status < 200) return Rc::ok;
-  if (rs.has("Transfer-Encoding")) {
-    if (ieq(list_last(rs.header("Transfer-Encoding")), "chunked")) {
-      if (rs.has("Content-Length")) rs.keep = false;
-      return chunked(rd, line, &rs.body, f);
-    }
-    rs.keep = false;
-  } else if (rs.has("Content-Length")) {
-    // Every Content-Length field must carry the same plain number.
-    sv h = rs.heads.view();
-    int64_t len = -1;
-    for (size_t i = 0; i < rs.nheads; i++) {
-      size_t a = h.find('\0');
-      sv n = h.substr(0, a);
-      h.remove_prefix(a + 1);
-      size_t b = h.find('\0');
-      sv v = h.substr(0, b);
-      h.remove_prefix(b + 1);
-      if (!ieq(n, "Content-Length")) continue;
-      uint64_t x = 0;
-      if (v.empty() || v.size() > 12) {
-        f.what = "bad Content-Length";
-        return Rc::bad;
-      }
-      for (char c : v) {
-        if (!lutcis(c, LUT_C_DIGIT)) {
-          f.what = "bad Content-Length";
-          return Rc::bad;
-        }
-        x = x * 10 + static_cast<uint64_t>(c - '0');
-      }
-      if (len >= 0 && static_cast<uint64_t>(len) != x) {
-        f.what = "conflicting Content-Length";
-        return Rc::bad;
-      }
-      len = static_cast<int64_t>(x);
-    }
-    if (static_cast<uint64_t>(len) > kMaxBody) {
-      f.what = "body too large";
-      return Rc::bad;
-    }
-    Rc rc = rd.bytes(&rs.body, static_cast<uint64_t>(len));
-    if (rc != Rc::ok) f.what = "reading the body";
-    return rc;
-  } else {
-    rs.keep = false;
-  }
-  // The body runs until the server closes.
-  for (;;) {
-    if (rd.r < rd.w) {
-      if (!rs.body.put(rd.buf + rd.r, rd.w - rd.r)) return Rc::nomem;
-      rd.r = rd.w;
-      if (rs.body.size() > kMaxBody) {
-        f.what = "body too large";
-        return Rc::bad;
-      }
-    }
-    Rc rc = rd.fill();
-    if (rc == Rc::eof) return Rc::ok;
-    if (rc != Rc::ok) {
-      f.what = "reading the body";
-      return rc;
-    }
-  }
-}
-
-// ------------------------------------------------------ proxy selection
-struct Target {
-  char host[256];
-  int32_t port;
-};
-
-// Fills *px from http_proxy unless no_proxy exempts `host`; false when no
-// proxy applies. A malformed proxy setting is ignored.
-bool proxy_for(sv host, Target *px) {
-  char np[1024];
-  int32_t nl = slgetenv("no_proxy", np, sizeof np);
-  if (nl > 0 && static_cast<size_t>(nl) < sizeof np) {
-    sv list(np, static_cast<size_t>(nl));
-    while (!list.empty()) {
-      size_t c = list.find(',');
-      sv e = trim(list.substr(0, c));
-      if (!e.empty() && e[0] == '.') e.remove_prefix(1);
-      if (e == "*") return false;
-      if (!e.empty() && (ieq(host, e) || (host.size() > e.size() && host[host.size() - e.size() - 1] == '.' &&
-                                         ieq(host.substr(host.size() - e.size()), e))))
-        return false;
-      if (c == sv::npos) break;
-      list.remove_prefix(c + 1);
-    }
-  }
+// Fills *px from http_proxy (https_proxy for https) unless no_proxy
+// exempts `host`; false when no proxy applies. A malformed setting is
+// ignored.
+bool proxy_for(sv host, bool https, Proxy *px) {
+  if (exempt(host)) return false;
   char pv[1024];
-  int32_t pl = slgetenv("http_proxy", pv + 7, sizeof pv - 7);
+  int32_t pl = slgetenv(https ? "https_proxy" : "http_proxy", pv + 7, sizeof pv - 7);
   if (pl <= 0 || static_cast<size_t>(pl) >= sizeof pv - 7) return false;
   const char *text = pv + 7;
   size_t len = static_cast<size_t>(pl);
@@ -467,115 +140,205 @@ bool proxy_for(sv host, Target *px) {
   memcpy(px->host, u.host.ptr, u.host.len);
   px->host[u.host.len] = '\0';
   px->port = u.portnum >= 0 ? u.portnum : 80;
-  return true;
+  px->auth.clear();
+  return u.user.ptr == nullptr || put_basic(px->auth, u);
 }
 
-// -------------------------------------------------------------- exchange
-void park(lpuhc *hc, int64_t fd, const Target &t) {
-  if (hc->fd >= 0) slsckclose(hc->fd);
-  hc->fd = fd;
-  memcpy(hc->host, t.host, sizeof hc->host);
-  hc->port = t.port;
+}  // namespace
+}  // namespace lpu_internal
+
+namespace lpu_internal {
+namespace {
+
+// What one call of lpuhreq works with.
+struct Job {
+  lpuhc *hc;
+  void *u;
+  const lpureq *req;
+  sv method;
+  Clock clk;
+  int32_t cms, rms;
+  Reader *rd;
+  char *sendbuf;  // kSendBuf bytes, after the reader in the same allocation
+  Buf line;
+};
+
+constexpr size_t kSendBuf = 16384;
+
+// A request body: in memory, or from the caller's source.
+struct Body {
+  bool send = false;  // the request carries a body (maybe empty)
+  const void *mem = nullptr;
+  size_t len = 0;
+  lpusrcfn fn = nullptr;
+  void *arg = nullptr;
+  int64_t fnlen = -1;  // < 0: not known, sent chunked
+};
+
+// --------------------------------------------------------------- failures
+void timeout(const Job &j, const char *what) {
+  Buf t;
+  bool ok = t.put(what);
+  if (j.clk.over())
+    ok = ok && t.put(" (the limit of ") && t.putnum(static_cast<uint64_t>(j.clk.total_ms)) &&
+         t.put(" ms on the whole request ran out)");
+  ok = ok && t.putc('\0');
+  rec(j.u, kelmsg::LPU_TIMEOUT, ok ? t.data() : what);
 }
 
-void drop(lpuhc *hc) {
-  if (hc->fd >= 0) slsckclose(hc->fd);
-  hc->fd = -1;
-}
-
-// Sends `request` to t and reads the response. Records its own failures.
-int32_t exchange(lpuhc *hc, const Target &t, sv request, bool head, int32_t cms, int32_t rms, Response &rs,
-                 int32_t *reused) {
-  void *u = hc->uctx;
-  for (int attempt = 0; attempt < 2; attempt++) {
-    int64_t fd = -1;
-    *reused = 0;
-    if (attempt == 0 && hc->fd >= 0 && hc->port == t.port && strcmp(hc->host, t.host) == 0 &&
-        slsckidle(hc->fd)) {
-      fd = hc->fd;
-      hc->fd = -1;
-      *reused = 1;
-    } else {
-      drop(hc);
-      fd = slsckconn(t.host, t.port, cms);
-      if (fd < 0) {
-        if (fd == SL_SCK_NOHOST) {
-          rec(u, kelmsg::LPU_RESOLVE, t.host);
-        } else if (fd == SL_SCK_TIMEOUT) {
-          rec(u, kelmsg::LPU_TIMEOUT, "connecting");
-        } else {
-          char msg[128];
-          slcgems(slerrno(), msg, sizeof msg);
-          recsn(u, kelmsg::LPU_CONNECT, t.host, t.port, fd == SL_SCK_REFUSED ? "connection refused" : msg);
-        }
-        return -1;
-      }
+// Records the failure rc of an exchange with `host`.
+void fail(const Job &j, Rc rc, const Failure &f, const Conn &c, bool nothing, const char *host) {
+  void *u = j.u;
+  switch (rc) {
+    case Rc::timeout:
+      timeout(j, f.what);
+      break;
+    case Rc::bad:
+      rec(u, kelmsg::LPU_BADRESP, f.what);
+      break;
+    case Rc::nomem:
+      rec(u, kelmsg::LPU_NOMEM, "HTTP response");
+      break;
+    case Rc::eof:
+      rec(u, kelmsg::LPU_BADRESP,
+          nothing ? "connection closed without a response" : "connection closed in the middle of the response");
+      break;
+    case Rc::tls:
+      rec2(u, kelmsg::LPU_TLS, host, c.why);
+      break;
+    case Rc::abort:
+      rec(u, kelmsg::LPU_ABORTED, f.what);
+      break;
+    default: {
+      char msg[128];
+      slcgems(slerrno(), msg, sizeof msg);
+      rec2(u, kelmsg::LPU_IO, f.what, msg);
     }
-    int64_t s = slscksend(fd, request.data(), request.size(), rms);
-    auto *rd = static_cast<Reader *>(ss_mem_alc(sizeof(Reader)));
-    if (rd == nullptr) {
-      slsckclose(fd);
-      rec(u, kelmsg::LPU_NOMEM, "HTTP reader");
-      return -1;
-    }
-    new (rd) Reader;
-    rd->fd = fd;
-    rd->ms = rms;
-    Failure f;
-    Rc rc = Rc::ok;
-    if (s == SL_SCK_TIMEOUT) {
-      rc = Rc::timeout;
-      f.what = "sending the request";
-    } else if (s != 0) {
-      rc = Rc::io;
-      f.what = "sending the request";
-    } else {
-      rc = read_response(*rd, head, rs, f);
-    }
-    bool nothing = rd->got == 0;
-    bool leftover = rd->r < rd->w;
-    ss_mem_fre(rd);
-    if (rc != Rc::ok) {
-      slsckclose(fd);
-      // A kept connection the server had closed: try once more afresh.
-      if (*reused && nothing && (rc == Rc::eof || rc == Rc::io)) continue;
-      switch (rc) {
-        case Rc::timeout:
-          rec(u, kelmsg::LPU_TIMEOUT, f.what);
-          break;
-        case Rc::bad:
-          rec(u, kelmsg::LPU_BADRESP, f.what);
-          break;
-        case Rc::nomem:
-          rec(u, kelmsg::LPU_NOMEM, "HTTP response");
-          break;
-        case Rc::eof:
-          if (nothing) {
-            rec(u, kelmsg::LPU_BADRESP, "connection closed without a response");
-          } else {
-            rec(u, kelmsg::LPU_BADRESP, "connection closed in the middle of the response");
-          }
-          break;
-        default: {
-          char msg[128];
-          slcgems(slerrno(), msg, sizeof msg);
-          rec2(u, kelmsg::LPU_IO, f.what, msg);
-        }
-      }
-      return -1;
-    }
-    // Bytes beyond the response mean the framing is not understood: do not
-    // reuse such a connection.
-    if (rs.keep && !leftover)
-      park(hc, fd, t);
-    else
-      slsckclose(fd);
-    return 0;
   }
-  rec(u, kelmsg::LPU_BADRESP, "connection closed without a response");
+}
+
+// ------------------------------------------------------------------ trust
+// Makes the client's trust for the request's TLS settings unless it has it.
+int32_t ensure_trust(const Job &j) {
+  lpuhc *hc = j.hc;
+  uint32_t fl = (j.req->tlsflags & LPU_TLS_NOVERIFY) ? SL_SSL_NOVERIFY : 0;
+  const char *ca = fl == 0 && j.req->cafile != nullptr && j.req->cafile[0] != '\0' ? j.req->cafile : nullptr;
+  if (hc->trust != nullptr && hc->trustflags == fl && (ca == nullptr) == (hc->cafile == nullptr) &&
+      (ca == nullptr || strcmp(ca, hc->cafile) == 0))
+    return 0;
+  if (hc->route.tls) drop(hc);  // its session was checked against the old trust
+  slssltrustfree(hc->trust);
+  hc->trust = nullptr;
+  ss_mem_fre(hc->cafile);
+  hc->cafile = nullptr;
+  char *copy = nullptr;
+  if (ca != nullptr) {
+    size_t n = strlen(ca) + 1;
+    copy = static_cast<char *>(ss_mem_alc(n));
+    if (copy == nullptr) {
+      rec(j.u, kelmsg::LPU_NOMEM, "CA file name");
+      return -1;
+    }
+    memcpy(copy, ca, n);
+  }
+  char why[160] = "";
+  hc->trust = slssltrust(ca, fl, why, sizeof why);
+  if (hc->trust == nullptr) {
+    ss_mem_fre(copy);
+    rec2(j.u, kelmsg::LPU_TRUST, ca != nullptr ? ca : "the system's trust store", why);
+    return -1;
+  }
+  hc->cafile = copy;
+  hc->trustflags = fl;
+  return 0;
+}
+
+// ----------------------------------------------------- opening connections
+bool put_authority(Buf &b, const char *host, bool v6, int32_t port) {
+  return (!v6 || b.putc('[')) && b.put(sv(host)) && (!v6 || b.putc(']')) && b.putc(':') &&
+         b.putnum(static_cast<uint64_t>(port));
+}
+
+const lpuhdr *user_header(const lpureq *req, sv name) {
+  for (size_t i = 0; i < req->nheaders; i++)
+    if (ieq(req->headers[i].name, name)) return &req->headers[i];
+  return nullptr;
+}
+
+// Asks the proxy at the other end of c for a tunnel to the server of r.
+int32_t tunnel(Job &j, const Route &r, const Buf &pauth, Conn &c) {
+  Buf t;
+  const lpuhdr *ua = user_header(j.req, "Proxy-Authorization");
+  bool ok = t.put("CONNECT ") && put_authority(t, r.name, r.v6, r.nport) && t.put(" HTTP/1.1\r\nHost: ") &&
+            put_authority(t, r.name, r.v6, r.nport) && t.put("\r\n");
+  if (ua != nullptr || pauth.size() > 0)
+    ok = ok && t.put("Proxy-Authorization: ") && t.put(ua != nullptr ? sv(ua->value) : pauth.view()) && t.put("\r\n");
+  if (!(ok && t.put("\r\n"))) {
+    rec(j.u, kelmsg::LPU_NOMEM, "CONNECT request");
+    return -1;
+  }
+  Failure f{"sending the CONNECT request"};
+  Response rs;
+  j.rd->reset(&c, &j.clk, j.rms);
+  int64_t s = c.send(t.data(), t.size(), j.clk.next(j.rms));
+  Rc rc = s != 0 ? rc_of(s) : read_head(*j.rd, j.line, true, rs, f);
+  if (rc != Rc::ok) {
+    fail(j, rc, f, c, j.rd->got == 0, r.host);
+    return -1;
+  }
+  if (rs.status / 100 != 2 || j.rd->r < j.rd->w) {
+    Buf why;
+    bool w = why.put("the proxy refused the tunnel: ") && why.putnum(static_cast<uint64_t>(rs.status)) &&
+             why.putc(' ') && why.put(rs.reason.view()) && why.putc('\0');
+    recsn(j.u, kelmsg::LPU_CONNECT, r.name, r.nport, w ? why.data() : "the proxy refused the tunnel");
+    return -1;
+  }
+  return 0;
+}
+
+// Opens a connection along r: TCP, the tunnel when there is one, and TLS
+// for https. Records its failures.
+int32_t open_conn(Job &j, const Route &r, const Buf &pauth, Conn &c) {
+  void *u = j.u;
+  int64_t fd = slsckconn(r.host, r.port, j.clk.next(j.cms));
+  if (fd < 0) {
+    if (fd == SL_SCK_NOHOST) {
+      rec(u, kelmsg::LPU_RESOLVE, r.host);
+    } else if (fd == SL_SCK_TIMEOUT) {
+      timeout(j, "connecting");
+    } else {
+      char msg[128];
+      slcgems(slerrno(), msg, sizeof msg);
+      recsn(u, kelmsg::LPU_CONNECT, r.host, r.port, fd == SL_SCK_REFUSED ? "connection refused" : msg);
+    }
+    return -1;
+  }
+  c.fd = fd;
+  if (r.tunnel && tunnel(j, r, pauth, c) != 0) {
+    c.close();
+    return -1;
+  }
+  if (!r.tls) return 0;
+  int64_t st = slsslopen(j.hc->trust, fd, r.name, j.clk.next(j.cms), &c.tls, c.why, sizeof c.why);
+  if (st == 0) return 0;
+  if (st == SL_SSL_VERIFY) {
+    rec2(u, kelmsg::LPU_CERT, r.name, c.why);
+  } else if (st == SL_SSL_PROTO) {
+    rec2(u, kelmsg::LPU_TLS, r.name, c.why);
+  } else if (st == SL_SCK_EOF) {
+    rec2(u, kelmsg::LPU_TLS, r.name, "the server closed the connection during the handshake");
+  } else if (st == SL_SCK_TIMEOUT) {
+    timeout(j, "starting TLS");
+  } else {
+    char msg[128];
+    slcgems(slerrno(), msg, sizeof msg);
+    rec2(u, kelmsg::LPU_IO, "starting TLS", msg);
+  }
+  c.close();
   return -1;
 }
 
+// ----------------------------------------------------------- request text
 bool header_ok(const lpuhdr &h) {
   if (h.name == nullptr || h.value == nullptr || !token(h.name)) return false;
   for (const char *p = h.value; *p; p++)
@@ -583,64 +346,166 @@ bool header_ok(const lpuhdr &h) {
   return true;
 }
 
-bool user_has(const lpureq *req, sv name) {
-  for (size_t i = 0; i < req->nheaders; i++)
-    if (ieq(req->headers[i].name, name)) return true;
-  return false;
-}
-
-// Builds the request text for URL u.
-bool build(Buf &b, const lpureq *req, sv method, const lpuurl &u, bool proxied, bool sendbody, const void *body,
-           size_t bodyl) {
-  bool ok = b.put(method) && b.putc(' ');
-  if (proxied) {
-    ok = ok && b.put("http://") && (u.hosttype != LPU_HOST_IPV6 || b.putc('[')) && b.put(u.host.ptr, u.host.len) &&
-         (u.hosttype != LPU_HOST_IPV6 || b.putc(']'));
-    if (u.portnum >= 0) ok = ok && b.putc(':') && b.putnum(static_cast<uint64_t>(u.portnum));
-  }
+// The request head for URL u, with a small body in memory after it.
+// `origin`: u has the scheme, host and port of the caller's URL, so the
+// caller's credentials may go. `proxied`: through a plain http proxy, which
+// takes the absolute URL and the proxy's credentials.
+bool build(Buf &b, const Job &j, const lpuurl &u, bool https, bool proxied, bool origin, const Buf &pauth,
+           const Body &body) {
+  const lpureq *req = j.req;
+  bool v6 = u.hosttype == LPU_HOST_IPV6;
+  bool ok = b.put(j.method) && b.putc(' ');
+  if (proxied)
+    ok = ok && b.put("http://") && (!v6 || b.putc('[')) && b.put(u.host.ptr, u.host.len) && (!v6 || b.putc(']')) &&
+         (u.portnum < 0 || (b.putc(':') && b.putnum(static_cast<uint64_t>(u.portnum))));
   ok = ok && (u.path.len == 0 ? b.putc('/') : b.put(u.path.ptr, u.path.len));
   if (u.query.ptr != nullptr) ok = ok && b.putc('?') && b.put(u.query.ptr, u.query.len);
   ok = ok && b.put(" HTTP/1.1\r\n");
-  if (!user_has(req, "Host")) {
-    ok = ok && b.put("Host: ") && (u.hosttype != LPU_HOST_IPV6 || b.putc('[')) && b.put(u.host.ptr, u.host.len) &&
-         (u.hosttype != LPU_HOST_IPV6 || b.putc(']'));
-    if (u.portnum >= 0 && u.portnum != 80) ok = ok && b.putc(':') && b.putnum(static_cast<uint64_t>(u.portnum));
+  if (user_header(req, "Host") == nullptr) {
+    ok = ok && b.put("Host: ") && (!v6 || b.putc('[')) && b.put(u.host.ptr, u.host.len) && (!v6 || b.putc(']'));
+    if (u.portnum >= 0 && u.portnum != (https ? 443 : 80))
+      ok = ok && b.putc(':') && b.putnum(static_cast<uint64_t>(u.portnum));
     ok = ok && b.put("\r\n");
   }
-  if (!user_has(req, "User-Agent")) ok = ok && b.put("User-Agent: kelcore10\r\n");
-  if (u.user.ptr != nullptr && !user_has(req, "Authorization")) {
-    Buf cred;
-    ok = ok && cred.put(u.user.ptr, u.user.len) && cred.putc(':') && cred.put(u.password.ptr, u.password.len);
-    size_t need = 0;
-    lpub64enc(nullptr, cred.data(), cred.size(), 0, nullptr, 0, &need);
-    ok = ok && b.put("Authorization: Basic ") && b.reserve(b.size() + need + 1);
-    if (ok) {
-      char tmp[512];
-      if (need < sizeof tmp && lpub64enc(nullptr, cred.data(), cred.size(), 0, tmp, sizeof tmp, &need) == 0)
-        ok = b.put(tmp, need);
-    }
-    ok = ok && b.put("\r\n");
-  }
+  if (user_header(req, "User-Agent") == nullptr) ok = ok && b.put("User-Agent: kelcore10\r\n");
+  if (u.user.ptr != nullptr && !(origin && user_header(req, "Authorization") != nullptr))
+    ok = ok && b.put("Authorization: ") && put_basic(b, u) && b.put("\r\n");
+  if (proxied && pauth.size() > 0 && user_header(req, "Proxy-Authorization") == nullptr)
+    ok = ok && b.put("Proxy-Authorization: ") && b.put(pauth.view()) && b.put("\r\n");
   for (size_t i = 0; i < req->nheaders; i++) {
-    if (!sendbody && ieq(req->headers[i].name, "Content-Length")) continue;
-    ok = ok && b.put(req->headers[i].name) && b.put(": ") && b.put(req->headers[i].value) && b.put("\r\n");
+    sv name(req->headers[i].name);
+    if ((!body.send && ieq(name, "Content-Length")) ||
+        (!origin && (ieq(name, "Authorization") || ieq(name, "Cookie"))) ||
+        (!proxied && ieq(name, "Proxy-Authorization")))
+      continue;
+    ok = ok && b.put(name) && b.put(": ") && b.put(req->headers[i].value) && b.put("\r\n");
   }
-  if (sendbody && !user_has(req, "Content-Length"))
-    ok = ok && b.put("Content-Length: ") && b.putnum(bodyl) && b.put("\r\n");
+  if (body.send && body.fn != nullptr && body.fnlen < 0)
+    ok = ok && b.put("Transfer-Encoding: chunked\r\n");
+  else if (body.send && user_header(req, "Content-Length") == nullptr)
+    ok = ok && b.put("Content-Length: ") &&
+         b.putnum(body.fn != nullptr ? static_cast<uint64_t>(body.fnlen) : body.len) && b.put("\r\n");
   ok = ok && b.put("\r\n");
-  if (sendbody && bodyl > 0) ok = ok && b.put(body, bodyl);
+  if (body.send && body.len > 0 && body.len <= kInlineBody) ok = ok && b.put(body.mem, body.len);
   return ok;
 }
 
-// Copies the response into one block of the caller's heap.
-int32_t deliver(void *uctx, void *mctx, lmmheap *heap, const Response &rs, sv url, int32_t redirects,
-                int32_t reused, lpuresp *out) {
+// ---------------------------------------------------------------- sending
+Rc send_all(Job &j, Conn &c, const void *p, size_t n) {
+  if (j.clk.over()) return Rc::timeout;
+  int64_t s = c.send(p, n, j.clk.next(j.rms));
+  return s == 0 ? Rc::ok : rc_of(s);
+}
+
+// Sends the request head and its body.
+Rc send_request(Job &j, Conn &c, sv text, const Body &body, Failure &f) {
+  f.what = "sending the request";
+  Rc rc = send_all(j, c, text.data(), text.size());
+  if (rc == Rc::ok && body.send && body.len > kInlineBody) rc = send_all(j, c, body.mem, body.len);
+  if (rc != Rc::ok || !body.send || body.fn == nullptr) return rc;
+  // From the source, in pieces of the send buffer; a piece of unknown total
+  // length goes as a chunk, its size line in front and CR LF after it.
+  bool chunked = body.fnlen < 0;
+  uint64_t off = 0;
+  for (;;) {
+    uint64_t want = kSendBuf - 32;
+    if (!chunked) {
+      if (off == static_cast<uint64_t>(body.fnlen)) return Rc::ok;
+      if (want > static_cast<uint64_t>(body.fnlen) - off) want = static_cast<uint64_t>(body.fnlen) - off;
+    }
+    char *data = j.sendbuf + 24;
+    int64_t k = body.fn(body.arg, off, data, static_cast<size_t>(want));
+    if (k < 0 || static_cast<uint64_t>(k) > want || (k == 0 && !chunked)) {
+      f.what = k < 0 ? "body source" : k == 0 ? "body source: it ended before the stated length"
+                                              : "body source: it gave more bytes than asked for";
+      return Rc::abort;
+    }
+    off += static_cast<uint64_t>(k);
+    char *start = data;
+    size_t n = static_cast<size_t>(k);
+    if (chunked) {
+      if (k == 0) return send_all(j, c, "0\r\n\r\n", 5);
+      Buf size;
+      if (!size.putnum(n, 16) || !size.put("\r\n")) return Rc::nomem;
+      start -= size.size();
+      memcpy(start, size.data(), size.size());
+      memcpy(data + n, "\r\n", 2);
+      n += size.size() + 2;
+    }
+    rc = send_all(j, c, start, n);
+    if (rc != Rc::ok) return rc;
+  }
+}
+
+// --------------------------------------------------------------- exchange
+bool idempotent(sv m) {
+  return ieq(m, "GET") || ieq(m, "HEAD") || ieq(m, "PUT") || ieq(m, "DELETE") || ieq(m, "OPTIONS") ||
+         ieq(m, "TRACE");
+}
+
+// Sends the request along r and reads the head of the response into rs,
+// on the parked connection when it goes the same way and is still idle.
+// Records its failures.
+int32_t exchange(Job &j, const Route &r, const Buf &pauth, sv text, const Body &body, Conn &c, Response &rs,
+                 int32_t *reused) {
+  lpuhc *hc = j.hc;
+  bool head = ieq(j.method, "HEAD");
+  for (int attempt = 0;; attempt++) {
+    *reused = 0;
+    if (attempt == 0 && hc->conn.fd >= 0 && hc->route.same(r) && hc->conn.idle()) {
+      c = hc->conn;
+      hc->conn.fd = -1;
+      hc->conn.tls = nullptr;
+      *reused = 1;
+    } else {
+      drop(hc);
+      if (open_conn(j, r, pauth, c) != 0) return -1;
+    }
+    j.rd->reset(&c, &j.clk, j.rms);
+    Failure f;
+    Rc rc = send_request(j, c, text, body, f);
+    if (rc == Rc::ok) rc = read_head(*j.rd, j.line, head, rs, f);
+    if (rc == Rc::ok) return 0;
+    bool nothing = j.rd->got == 0;
+    if (*reused && nothing && (rc == Rc::eof || rc == Rc::io || rc == Rc::tls)) {
+      // The server closed the kept connection; whether it saw the request
+      // first cannot be known.
+      c.close();
+      if (idempotent(j.method)) continue;
+      Buf m;
+      rec(j.u, kelmsg::LPU_NORESEND, m.put(j.method) && m.putc('\0') ? m.data() : "the request");
+      return -1;
+    }
+    fail(j, rc, f, c, nothing, r.tls ? r.name : r.host);
+    c.close();
+    return -1;
+  }
+}
+
+// Parks c for the next request when the response left it in step.
+void finish(Job &j, Conn &c, const Response &rs, const Route &r) {
+  if (rs.keep && j.rd->r == j.rd->w) {
+    drop(j.hc);
+    j.hc->conn = c;
+    j.hc->route = r;
+  } else {
+    c.close();
+  }
+  c.fd = -1;
+  c.tls = nullptr;
+}
+
+// --------------------------------------------------------- response block
+// Lays the head of rs, the final URL and room for bodycap body bytes and a
+// NUL out in one block of the caller's heap and points *out at them.
+char *make_block(const Job &j, void *mctx, lmmheap *heap, const Response &rs, sv url, uint64_t bodycap,
+                 lpuresp *out) {
   size_t hsz = rs.nheads * sizeof(lpuhdr);
-  size_t total = hsz + rs.reason.size() + 1 + url.size() + 1 + rs.heads.size() + rs.body.size() + 1;
+  size_t total = hsz + rs.reason.size() + 1 + url.size() + 1 + rs.heads.size() + static_cast<size_t>(bodycap) + 1;
   auto *blk = static_cast<char *>(lmmmalloc(mctx, heap, total, 0, "lpuhreq", __LINE__));
   if (blk == nullptr) {
-    rec(uctx, kelmsg::LPU_NOMEM, "HTTP response");
-    return -1;
+    rec(j.u, kelmsg::LPU_NOMEM, "HTTP response");
+    return nullptr;
   }
   auto *hdrs = reinterpret_cast<lpuhdr *>(blk);
   char *p = blk + hsz;
@@ -653,8 +518,8 @@ int32_t deliver(void *uctx, void *mctx, lmmheap *heap, const Response &rs, sv ur
   };
   out->reason = copy(rs.reason.view());
   out->url = copy(url);
-  char *hp = p;
-  memcpy(hp, rs.heads.data(), rs.heads.size());
+  const char *hp = p;
+  memcpy(p, rs.heads.data(), rs.heads.size());
   p += rs.heads.size();
   for (size_t i = 0; i < rs.nheads; i++) {
     hdrs[i].name = hp;
@@ -662,41 +527,66 @@ int32_t deliver(void *uctx, void *mctx, lmmheap *heap, const Response &rs, sv ur
     hdrs[i].value = hp;
     hp += strlen(hp) + 1;
   }
-  out->body = reinterpret_cast<const uint8_t *>(copy(rs.body.view()));
-  out->bodyl = rs.body.size();
+  *p = '\0';
+  out->body = reinterpret_cast<const uint8_t *>(p);
+  out->bodyl = 0;
   out->headers = rs.nheads ? hdrs : nullptr;
   out->nheaders = rs.nheads;
   out->status = rs.status;
-  out->redirects = redirects;
-  out->reused = reused;
   out->block = blk;
+  return blk;
+}
+
+// Reads the final response's body where the caller wants it and finishes
+// *out. Records its failures; *out is then freed and zeroed.
+int32_t deliver(Job &j, void *mctx, lmmheap *heap, Conn &c, Response &rs, const Route &r, sv url, lpuresp *out) {
+  const lpureq *req = j.req;
+  BodyOut bo;
+  Buf grown;
+  Failure f;
+  Rc rc = Rc::ok;
+  if (req->sink != nullptr) {
+    bo.kind = BodyOut::call;
+    bo.fn = req->sink;
+    bo.arg = req->sinkarg;
+    bo.head = out;
+    if (make_block(j, mctx, heap, rs, url, 0, out) == nullptr) return -1;
+    if (req->sink(req->sinkarg, out, nullptr, 0) != 0) {
+      rc = Rc::abort;
+      f.what = "body receiver";
+    }
+  } else if (rs.framing == Response::by_length && rs.length <= kMaxBuffered) {
+    // Straight into the block: a large body costs its size once.
+    bo.kind = BodyOut::fixed;
+    bo.cap = rs.length;
+    if (make_block(j, mctx, heap, rs, url, rs.length, out) == nullptr) return -1;
+    bo.at = const_cast<char *>(reinterpret_cast<const char *>(out->body));
+  } else {
+    bo.kind = BodyOut::grow;
+    bo.buf = &grown;
+    bo.cap = kMaxBuffered;
+  }
+  if (rc == Rc::ok) rc = read_body(*j.rd, j.line, rs, bo, f);
+  out->tls = c.tls != nullptr ? slsslversion(c.tls) : 0;
+  if (rc == Rc::ok && out->block == nullptr &&
+      make_block(j, mctx, heap, rs, url, grown.size(), out) != nullptr)
+    memcpy(const_cast<uint8_t *>(out->body), grown.data(), grown.size());
+  if (rc != Rc::ok || out->block == nullptr) {
+    if (rc != Rc::ok) fail(j, rc, f, c, false, r.tls ? r.name : r.host);
+    c.close();
+    lpuhrfree(mctx, heap, out);
+    return -1;
+  }
+  finish(j, c, rs, r);
+  out->bodyl = static_cast<size_t>(bo.n);
+  if (bo.kind != BodyOut::call) const_cast<uint8_t *>(out->body)[out->bodyl] = '\0';
   return 0;
 }
 
 }  // namespace
-
-int32_t parse_response_mem(const char *p, size_t n, bool head, int32_t *status, size_t *bodyl) {
-  auto *rd = static_cast<Reader *>(ss_mem_alc(sizeof(Reader)));
-  if (rd == nullptr) return -1;
-  new (rd) Reader;
-  rd->fd = -1;
-  rd->ms = 0;
-  rd->mem = p;
-  rd->meml = n;
-  Response rs;
-  Failure f;
-  Rc rc = read_response(*rd, head, rs, f);
-  ss_mem_fre(rd);
-  if (rc != Rc::ok) return -1;
-  *status = rs.status;
-  *bodyl = rs.body.size();
-  return 0;
-}
-
 }  // namespace lpu_internal
 
-using namespace lpu_internal;
-
+// --------------------------------------------------- lpuhreq and friends
 extern "C" {
 
 KELAPI lpuhc *lpuhcnew(void *uctx) {
@@ -706,15 +596,17 @@ KELAPI lpuhc *lpuhcnew(void *uctx) {
     rec(uctx, kelmsg::LPU_NOMEM, "lpuhcnew");
     return nullptr;
   }
+  new (hc) lpuhc{};
   hc->magic = kClientMagic;
   hc->uctx = uctx;
-  hc->fd = -1;
   return hc;
 }
 
 KELAPI void lpuhcfree(lpuhc *hc) {
   if (hc == nullptr || hc->magic != kClientMagic) return;
   drop(hc);
+  slssltrustfree(hc->trust);
+  ss_mem_fre(hc->cafile);
   hc->magic = 0;
   ss_mem_fre(hc);
 }
@@ -728,8 +620,16 @@ KELAPI int32_t lpuhreq(lpuhc *hc, const lpureq *req, void *mctx, lmmheap *heap, 
     rec(u, kelmsg::LPU_BADARG, "lpuhreq");
     return -1;
   }
-  sv method = req->method ? sv(req->method) : sv("GET");
-  if (!token(method)) {
+  if (req->body != nullptr && req->source != nullptr) {
+    rec(u, kelmsg::LPU_BADARG, "a request has a body or a body source, not both");
+    return -1;
+  }
+  Job j{};
+  j.hc = hc;
+  j.u = u;
+  j.req = req;
+  j.method = req->method ? sv(req->method) : sv("GET");
+  if (!token(j.method)) {
     rec(u, kelmsg::LPU_BADARG, "method is not a token");
     return -1;
   }
@@ -739,83 +639,141 @@ KELAPI int32_t lpuhreq(lpuhc *hc, const lpureq *req, void *mctx, lmmheap *heap, 
       return -1;
     }
   }
-  int32_t cms = req->connect_ms > 0 ? req->connect_ms : 10000;
-  int32_t rms = req->read_ms > 0 ? req->read_ms : 30000;
+  j.cms = req->connect_ms > 0 ? req->connect_ms : 10000;
+  j.rms = req->read_ms > 0 ? req->read_ms : 30000;
+  if (req->total_ms > 0) {
+    j.clk.total_ms = req->total_ms;
+    j.clk.end = slmonons() + static_cast<uint64_t>(req->total_ms) * 1000000u;
+  }
   int32_t maxr = req->maxredirects < 0 ? 5 : req->maxredirects;
-  const void *body = req->body;
-  size_t bodyl = req->bodyl;
-  bool sendbody = body != nullptr || ieq(method, "POST") || ieq(method, "PUT");
+  Body body;
+  body.mem = req->body;
+  body.len = req->bodyl;
+  body.fn = req->source;
+  body.arg = req->sourcearg;
+  body.fnlen = req->sourcel;
+  body.send = body.mem != nullptr || body.fn != nullptr || ieq(j.method, "POST") || ieq(j.method, "PUT");
 
-  Buf cur, next, text;
-  if (!cur.put(sv(req->url))) {
+  Buf cur, next, text, pauth;
+  auto *work = static_cast<char *>(ss_mem_alc(sizeof(Reader) + kSendBuf));
+  if (work == nullptr || !cur.put(sv(req->url))) {
+    ss_mem_fre(work);
     rec(u, kelmsg::LPU_NOMEM, "lpuhreq");
     return -1;
   }
+  j.rd = new (work) Reader;
+  j.sendbuf = work + sizeof(Reader);
   Response rs;
-  int32_t redirects = 0, reused = 0;
+  Conn c;
+  bool https0 = false;
+  int32_t port0 = 0;
+  char host0[256] = "";
+  int32_t redirects = 0, reused = 0, rc = -1;
   for (;;) {
     lpuurl url;
-    if (lpuparse(u, cur.data(), cur.size(), &url) != 0) return -1;
-    if (url.scheme.ptr == nullptr || !ieq(sv(url.scheme.ptr, url.scheme.len), "http")) {
+    if (lpuparse(u, cur.data(), cur.size(), &url) != 0) break;
+    sv scheme = url.scheme.ptr ? sv(url.scheme.ptr, url.scheme.len) : sv();
+    bool https = ieq(scheme, "https");
+    if (scheme.empty()) {
+      rec(u, kelmsg::LPU_BADARG, "not an absolute URL (no scheme)");
+      break;
+    }
+    if (!https && !ieq(scheme, "http")) {
       char s[32];
-      size_t k = url.scheme.ptr == nullptr ? 0 : (url.scheme.len < 31 ? url.scheme.len : 31);
-      if (k > 0) memcpy(s, url.scheme.ptr, k);
+      size_t k = scheme.size() < 31 ? scheme.size() : 31;
+      memcpy(s, scheme.data(), k);
       s[k] = '\0';
       rec(u, kelmsg::LPU_SCHEME, s);
-      return -1;
+      break;
     }
     if (url.host.ptr == nullptr || url.host.len == 0 || url.host.len >= 256) {
       rec(u, kelmsg::LPU_BADARG, "URL without host");
-      return -1;
+      break;
     }
-    Target direct{};
-    memcpy(direct.host, url.host.ptr, url.host.len);
-    direct.port = url.portnum >= 0 ? url.portnum : 80;
-    Target px{};
-    bool proxied = proxy_for(sv(direct.host), &px);
+    Route r;
+    memcpy(r.name, url.host.ptr, url.host.len);
+    r.nport = url.portnum >= 0 ? url.portnum : https ? 443 : 80;
+    r.v6 = url.hosttype == LPU_HOST_IPV6;
+    r.tls = https;
+    if (redirects == 0) {
+      memcpy(host0, r.name, sizeof host0);
+      port0 = r.nport;
+      https0 = https;
+    }
+    bool origin = https == https0 && r.nport == port0 && ieq(sv(r.name), sv(host0));
+    Proxy px;
+    bool proxied = proxy_for(sv(r.name), https, &px);
+    if (proxied) {
+      memcpy(r.host, px.host, sizeof r.host);
+      r.port = px.port;
+      r.tunnel = https;
+    } else {
+      memcpy(r.host, r.name, sizeof r.host);
+      r.port = r.nport;
+    }
+    if (!https) r.name[0] = '\0';
+    pauth.clear();
+    if (proxied && !pauth.put(px.auth.view())) {
+      rec(u, kelmsg::LPU_NOMEM, "proxy credentials");
+      break;
+    }
+    if (https && ensure_trust(j) != 0) break;
     text.clear();
-    if (!build(text, req, method, url, proxied, sendbody, body, bodyl)) {
+    if (!build(text, j, url, https, proxied && !https, origin, pauth, body)) {
       rec(u, kelmsg::LPU_NOMEM, "HTTP request");
-      return -1;
+      break;
     }
-    if (exchange(hc, proxied ? px : direct, text.view(), ieq(method, "HEAD"), cms, rms, rs, &reused) != 0)
-      return -1;
+    if (exchange(j, r, pauth, text.view(), body, c, rs, &reused) != 0) break;
     bool redirect = rs.status == 301 || rs.status == 302 || rs.status == 303 || rs.status == 307 || rs.status == 308;
     sv loc = rs.header("Location");
-    if (!redirect || loc.empty() || maxr == 0) break;
+    if (!redirect || loc.empty() || maxr == 0) {
+      if (deliver(j, mctx, heap, c, rs, r, cur.view(), resp) != 0) break;
+      resp->redirects = redirects;
+      resp->reused = reused;
+      rc = 0;
+      break;
+    }
     if (redirects >= maxr) {
+      c.close();
       recn(u, kelmsg::LPU_TOOMANYREDIR, maxr);
-      return -1;
+      break;
     }
     size_t need = 0;
-    lpuresolve(nullptr, cur.data(), cur.size(), loc.data(), loc.size(), nullptr, 0, &need);
-    if (!next.reserve(need + 1)) {
-      rec(u, kelmsg::LPU_NOMEM, "redirect");
-      return -1;
-    }
     next.clear();
-    char *dst = const_cast<char *>(next.data());
-    if (lpuresolve(u, cur.data(), cur.size(), loc.data(), loc.size(), dst, need + 1, &need) != 0) {
-      rec(u, kelmsg::LPU_BADRESP, "bad Location");
-      return -1;
+    lpuresolve(nullptr, cur.data(), cur.size(), loc.data(), loc.size(), nullptr, 0, &need);
+    char *dst = next.tail(need + 1);
+    if (dst == nullptr || lpuresolve(u, cur.data(), cur.size(), loc.data(), loc.size(), dst, need + 1, &need) != 0) {
+      c.close();
+      rec(u, dst == nullptr ? kelmsg::LPU_NOMEM : kelmsg::LPU_BADRESP, dst == nullptr ? "redirect" : "bad Location");
+      break;
     }
-    // Drop a fragment: it is never sent, and the request URL keeps none.
+    // The body of a redirect is read to keep the connection in step, and
+    // dropped.
+    BodyOut drop_it;
+    Failure f;
+    Rc brc = read_body(*j.rd, j.line, rs, drop_it, f);
+    if (brc != Rc::ok) {
+      fail(j, brc, f, c, false, r.tls ? r.name : r.host);
+      c.close();
+      break;
+    }
+    finish(j, c, rs, r);
+    // A fragment is never sent, and the request URL keeps none.
     sv nv(dst, need);
-    size_t hash = nv.find('#');
     cur.clear();
-    if (!cur.put(nv.substr(0, hash))) {
+    if (!cur.put(nv.substr(0, nv.find('#')))) {
       rec(u, kelmsg::LPU_NOMEM, "redirect");
-      return -1;
+      break;
     }
-    if (rs.status == 303 || ((rs.status == 301 || rs.status == 302) && ieq(method, "POST"))) {
-      if (!ieq(method, "HEAD")) method = "GET";
-      body = nullptr;
-      bodyl = 0;
-      sendbody = false;
+    if (rs.status == 303 || ((rs.status == 301 || rs.status == 302) && ieq(j.method, "POST"))) {
+      if (!ieq(j.method, "HEAD")) j.method = "GET";
+      body = Body{};
     }
     redirects++;
   }
-  return deliver(u, mctx, heap, rs, cur.view(), redirects, reused, resp);
+  j.rd->~Reader();
+  ss_mem_fre(work);
+  return rc;
 }
 
 KELAPI const char *lpuhget(const lpuresp *resp, const char *name) {

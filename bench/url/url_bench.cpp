@@ -5,6 +5,8 @@
 //   get     lpuhreq on a kept connection vs curl_easy_perform with a reused
 //           handle, both fetching the same file from a small server thread on
 //           127.0.0.1 in this process.
+//   tlsget  the same over TLS (OpenSSL on both sides; a certificate made
+//           with the openssl command at start, trusted through a CA file).
 // After the usual output a table gives the ratio ours / peer (time; below 1
 // = ours faster).
 #include <arpa/inet.h>
@@ -12,12 +14,14 @@
 #include <curl/curl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <openssl/ssl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <boost/beast/core/detail/base64.hpp>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <random>
@@ -120,16 +124,17 @@ void b64dec_beast(benchmark::State &s) {
 
 // ------------------------------------------------------------ the server
 // Answers every request on a connection with the same file, keeping the
-// connection open; one thread per connection.
+// connection open; one thread per connection. With an SSL_CTX it speaks TLS.
 struct Server {
   int fd = -1;
   int port = 0;
+  SSL_CTX *tls = nullptr;
   std::atomic<bool> stop{false};
   std::thread acceptor;
   std::vector<std::thread> workers;
   std::string file1k, file64k;
 
-  Server() : file1k(1024, 'a'), file64k(65536, 'b') {
+  explicit Server(SSL_CTX *ctx = nullptr) : tls(ctx), file1k(1024, 'a'), file64k(65536, 'b') {
     fd = socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in a{};
     a.sin_family = AF_INET;
@@ -153,26 +158,39 @@ struct Server {
   void serve(int c) {
     int one = 1;
     setsockopt(c, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+    SSL *ssl = nullptr;
+    if (tls != nullptr) {
+      ssl = SSL_new(tls);
+      SSL_set_fd(ssl, c);
+      if (SSL_accept(ssl) != 1) {
+        SSL_free(ssl);
+        close(c);
+        return;
+      }
+    }
+    auto rd = [&](char *b, size_t n) { return ssl ? SSL_read(ssl, b, static_cast<int>(n)) : recv(c, b, n, 0); };
+    auto wr = [&](const std::string &out) {
+      return ssl ? SSL_write(ssl, out.data(), static_cast<int>(out.size())) > 0
+                 : send(c, out.data(), out.size(), MSG_NOSIGNAL) >= 0;
+    };
     std::string in;
     char buf[4096];
     for (;;) {
       size_t end;
       while ((end = in.find("\r\n\r\n")) == std::string::npos) {
-        ssize_t k = recv(c, buf, sizeof buf, 0);
-        if (k <= 0) {
-          close(c);
-          return;
-        }
+        auto k = rd(buf, sizeof buf);
+        if (k <= 0) goto done;
         in.append(buf, static_cast<size_t>(k));
       }
-      const std::string &body = in.compare(0, 10, "GET /64k H") == 0 ? file64k : file1k;
-      in.erase(0, end + 4);
-      std::string resp = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
-      if (send(c, resp.data(), resp.size(), MSG_NOSIGNAL) < 0) {
-        close(c);
-        return;
+      {
+        const std::string &body = in.compare(0, 10, "GET /64k H") == 0 ? file64k : file1k;
+        in.erase(0, end + 4);
+        if (!wr("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body)) goto done;
       }
     }
+  done:
+    if (ssl) SSL_free(ssl);
+    close(c);
   }
   ~Server() {
     stop = true;
@@ -183,17 +201,43 @@ struct Server {
   }
 };
 
+// A certificate for 127.0.0.1 and its key, made once with the openssl
+// command in a temporary folder; the certificate is its own CA.
+struct Certificate {
+  std::string dir, cert, key;
+  Certificate() {
+    char tmpl[] = "/tmp/kelbenchXXXXXX";
+    if (mkdtemp(tmpl) == nullptr) return;
+    dir = tmpl;
+    cert = dir + "/cert.pem";
+    key = dir + "/key.pem";
+    std::string cmd = "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 "
+                      "-subj /CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1 -keyout " +
+                      key + " -out " + cert + " 2>/dev/null";
+    if (std::system(cmd.c_str()) != 0) cert.clear();
+  }
+  ~Certificate() {
+    if (!dir.empty()) std::system(("rm -rf " + dir).c_str());
+  }
+};
+
 Server *g_srv = nullptr;
+Server *g_tls = nullptr;
+const Certificate *g_cert = nullptr;
 
-std::string path_of(benchmark::State &s) { return s.range(0) == 1 ? "/1k" : "/64k"; }
+std::string url_of(benchmark::State &s, bool tls) {
+  return std::string(tls ? "https" : "http") + "://127.0.0.1:" + std::to_string((tls ? g_tls : g_srv)->port) +
+         (s.range(0) == 1 ? "/1k" : "/64k");
+}
 
-void get_ours(benchmark::State &s) {
+void get_ours(benchmark::State &s, bool tls) {
   lcorectx *ctx = lpminit();
   void *u = lpuini(ctx);
   lpuhc *hc = lpuhcnew(u);
-  std::string url = "http://127.0.0.1:" + std::to_string(g_srv->port) + path_of(s);
+  std::string url = url_of(s, tls);
   lpureq rq{};
   rq.url = url.c_str();
+  rq.cafile = g_cert->cert.c_str();
   lpuresp r;
   int64_t reused = 0;
   for (auto _ : s) {
@@ -216,11 +260,12 @@ size_t sink(char *p, size_t sz, size_t n, void *ud) {
   return sz * n;
 }
 
-void get_curl(benchmark::State &s) {
+void get_curl(benchmark::State &s, bool tls) {
   CURL *h = curl_easy_init();
-  std::string url = "http://127.0.0.1:" + std::to_string(g_srv->port) + path_of(s);
+  std::string url = url_of(s, tls);
   std::string body;
   curl_easy_setopt(h, CURLOPT_URL, url.c_str());
+  curl_easy_setopt(h, CURLOPT_CAINFO, g_cert->cert.c_str());
   curl_easy_setopt(h, CURLOPT_WRITEFUNCTION, sink);
   curl_easy_setopt(h, CURLOPT_WRITEDATA, &body);
   curl_easy_setopt(h, CURLOPT_PROXY, "");
@@ -239,8 +284,17 @@ void get_curl(benchmark::State &s) {
 
 int main(int argc, char **argv) {
   curl_global_init(CURL_GLOBAL_DEFAULT);
-  Server srv;
+  Certificate cert;
+  SSL_CTX *sctx = SSL_CTX_new(TLS_server_method());
+  if (cert.cert.empty() || SSL_CTX_use_certificate_file(sctx, cert.cert.c_str(), SSL_FILETYPE_PEM) != 1 ||
+      SSL_CTX_use_PrivateKey_file(sctx, cert.key.c_str(), SSL_FILETYPE_PEM) != 1) {
+    std::fprintf(stderr, "bench_url: cannot make the TLS server's certificate\n");
+    return 1;
+  }
+  Server srv, tlssrv(sctx);
   g_srv = &srv;
+  g_tls = &tlssrv;
+  g_cert = &cert;
   benchmark::RegisterBenchmark("parse/ours", parse_ours);
   benchmark::RegisterBenchmark("parse/peer", parse_curl);
   struct {
@@ -249,8 +303,11 @@ int main(int argc, char **argv) {
   } coders[] = {{"b64enc/ours", b64enc_ours}, {"b64enc/peer", b64enc_beast},
                 {"b64dec/ours", b64dec_ours}, {"b64dec/peer", b64dec_beast}};
   for (auto &c : coders) benchmark::RegisterBenchmark(c.name, c.fn)->Arg(64)->Arg(65536);
-  benchmark::RegisterBenchmark("get/ours", get_ours)->Arg(1)->Arg(64)->Unit(benchmark::kMicrosecond);
-  benchmark::RegisterBenchmark("get/peer", get_curl)->Arg(1)->Arg(64)->Unit(benchmark::kMicrosecond);
+  for (bool tls : {false, true}) {
+    std::string name = tls ? "tlsget" : "get";
+    benchmark::RegisterBenchmark((name + "/ours").c_str(), get_ours, tls)->Arg(1)->Arg(64)->Unit(benchmark::kMicrosecond);
+    benchmark::RegisterBenchmark((name + "/peer").c_str(), get_curl, tls)->Arg(1)->Arg(64)->Unit(benchmark::kMicrosecond);
+  }
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   kelbench::RatioReporter rep;
@@ -259,10 +316,11 @@ int main(int argc, char **argv) {
 
   std::printf("\nratio ours / peer (time; below 1 = ours faster)\n");
   std::printf("%-8s %-6s %8s   peer\n", "case", "arg", "ratio");
-  const char *peers[] = {"curl_url_set", "beast base64", "beast base64", "libcurl easy (reused handle)"};
-  const char *cases[] = {"parse", "b64enc", "b64dec", "get"};
-  const char *args[][2] = {{"", nullptr}, {"/64", "/65536"}, {"/64", "/65536"}, {"/1", "/64"}};
-  for (int i = 0; i < 4; i++)
+  const char *peers[] = {"curl_url_set", "beast base64", "beast base64", "libcurl easy (reused handle)",
+                         "libcurl easy over TLS (reused handle)"};
+  const char *cases[] = {"parse", "b64enc", "b64dec", "get", "tlsget"};
+  const char *args[][2] = {{"", nullptr}, {"/64", "/65536"}, {"/64", "/65536"}, {"/1", "/64"}, {"/1", "/64"}};
+  for (int i = 0; i < 5; i++)
     for (const char *a : args[i]) {
       if (a == nullptr) continue;
       auto name = [&](const char *who) { return std::string(cases[i]) + "/" + who + a; };
@@ -271,5 +329,6 @@ int main(int argc, char **argv) {
     }
   rep.print_ratios();
   curl_global_cleanup();
+  SSL_CTX_free(sctx);
   return 0;
 }

@@ -1,23 +1,28 @@
 #!/bin/sh
 # run_install_test.sh BUILD OUTSIDE CMAKE CC GENERATOR
 #
-# Installs BUILD into a temporary prefix, checks the installed layout, builds
-# OUTSIDE/hello.c against the installed copy with pkg-config and with
-# find_package(kelcore10), and runs both. Exits 77 (skipped) when the install
-# step itself cannot run, e.g. because the build is incomplete.
+# Installs BUILD into a temporary prefix and moves the installation somewhere
+# else, as a user may, then checks it from there: its layout, that nothing
+# installed names the build tree, that the installed kelcore tool runs with
+# an empty environment (its libraries found relative to itself, its data in
+# its own installation), and builds OUTSIDE/hello.c against the moved copy
+# with pkg-config and with find_package(kelcore10) and runs both. Exits 77
+# (skipped) when the install step itself cannot run, e.g. because the build
+# is incomplete.
 set -u
-build=$1 outside=$2 cmake=$3 cc=$4 generator=$5
+build=$(cd "$1" && pwd -P) outside=$2 cmake=$3 cc=$4 generator=$5
 
 tmp=$(mktemp -d "${TMPDIR:-/tmp}/kelinstall.XXXXXX") || exit 77
 trap 'rm -rf "$tmp"' EXIT
-prefix=$tmp/prefix
 fail() { echo "FAIL: $*" >&2; exit 1; }
 
-if ! "$cmake" --install "$build" --prefix "$prefix" >"$tmp/install.log" 2>&1; then
+if ! "$cmake" --install "$build" --prefix "$tmp/staged" >"$tmp/install.log" 2>&1; then
   cat "$tmp/install.log" >&2
   echo "install step could not run: skipped" >&2
   exit 77
 fi
+prefix=$tmp/moved/prefix
+mkdir -p "$tmp/moved" && mv "$tmp/staged" "$prefix" || fail "moving the installation"
 
 # Layout. The library directory is whatever GNUInstallDirs chose.
 libdir=$(dirname "$(find "$prefix" -name 'libkelcore10.so.10' | head -n 1)")
@@ -27,9 +32,10 @@ for f in "$libdir/libkelnls10.so.10" "$libdir/libkelcore10.so" \
          "$libdir/cmake/kelcore10/kelcore10Config.cmake" \
          "$libdir/cmake/kelcore10/kelcore10ConfigVersion.cmake" \
          "$prefix/include/kelcore10/lpm.h" "$prefix/include/kelcore10/kelapi.h" \
+         "$prefix/include/kelcore10/kelmsg_kelcore_lpu.h" \
          "$prefix/share/kelcore10/kelcore/mesg/kelcore_lmm.msg" \
          "$prefix/share/kelcore10/kelcore/zoneinfo/timezlrg.dat" \
-         "$prefix/bin/keltzc"; do
+         "$prefix/bin/keltzc" "$prefix/bin/kelcore"; do
   [ -e "$f" ] || fail "missing after install: ${f#$prefix/}"
 done
 for lib in kelcore10 kelnls10; do
@@ -37,9 +43,31 @@ for lib in kelcore10 kelnls10; do
   [ "$soname" = "lib$lib.so.10" ] || fail "lib$lib: SONAME is '$soname'"
 done
 
-home=$prefix/share/kelcore10
-ran=0
+# Nothing installed names the build tree (debug information aside, which
+# records where the objects were compiled).
+for f in $(grep -rlF "$build" "$prefix" 2>/dev/null); do
+  if ! objcopy --strip-debug "$f" "$tmp/stripped" 2>/dev/null || grep -qF "$build" "$tmp/stripped"; then
+    fail "${f#$prefix/} names the build tree"
+  fi
+done
 
+# The tool, with nothing but its installation: no KELTAR_HOME, no library
+# path, run by its path and through PATH.
+home=$prefix/share/kelcore10
+runpath=$(objdump -p "$prefix/bin/kelcore" | awk '$1 == "RUNPATH" || $1 == "RPATH" { print $2 }')
+case $runpath in *'$ORIGIN'*) ;; *) fail "bin/kelcore: RUNPATH '$runpath' is not relative to the tool" ;; esac
+bare() { env -i PATH="$prefix/bin:/usr/bin:/bin" "$@"; }
+out=$(bare "$prefix/bin/kelcore" tz at Europe/Paris '2024-07-01 12:00' 2>&1) \
+  || fail "installed kelcore tz: $out"
+case $out in "2024-07-01 14:00:00 +02:00 CEST"*) ;; *) fail "installed kelcore tz: '$out'" ;; esac
+out=$(bare kelcore --version 2>&1) || fail "kelcore --version: $out"
+case $out in "kelcore 10."*) ;; *) fail "kelcore --version: '$out'" ;; esac
+# Its messages come from its own installation: a text changed there shows.
+sed -i 's/^16, .*/16, installed catalogue text: %s/' "$home/kelcore/mesg/kelcore_lpu.msg"
+out=$(bare kelcore http get notaurl 2>&1)
+case $out in *"'notaurl': installed catalogue text:"*) ;; *) fail "kelcore http get notaurl: '$out'" ;; esac
+
+ran=0
 check_run() {  # check_run NAME PROGRAM
   "$2" >"$tmp/$1.out" 2>"$tmp/$1.err"
   status=$?

@@ -138,6 +138,7 @@ TEST(Url, ParsesPartsAndRefusesBadSyntax) {
       {"../x;y?a=b/c?d#", "<none>", "<none>", "<none>", "<none>", "<none>", "../x;y", "a=b/c?d", "", 0, -1},
       {"http://256.1.1.1/", "http", "<none>", "<none>", "256.1.1.1", "<none>", "/", "<none>", "<none>", 1, -1},
       {"http://@h", "http", "", "<none>", "h", "<none>", "", "<none>", "<none>", 1, -1},
+      {"http://h:65535", "http", "<none>", "<none>", "h", "65535", "", "<none>", "<none>", 1, 65535},
       {"x://[::ffff:1.2.3.4]", "x", "<none>", "<none>", "::ffff:1.2.3.4", "<none>", "", "<none>", "<none>", 3, -1},
       {"x://[v7.a:b]", "x", "<none>", "<none>", "v7.a:b", "<none>", "", "<none>", "<none>", 3, -1},
       {"", "<none>", "<none>", "<none>", "<none>", "<none>", "", "<none>", "<none>", 0, -1},
@@ -285,8 +286,15 @@ TEST(Url, Base64AgreesWithPythonAndRefusesBadInput) {
     lemgnp(lib.ctx->lemctx, 1, 1, &off, nullptr);
     EXPECT_EQ(off, b.off) << b.in;
   }
-  // Length query and a short output buffer.
+  // All-zero groups, an output that fits exactly, a length query and a
+  // short output buffer.
   size_t n;
+  uint8_t zeros[3] = {9, 9, 9};
+  ASSERT_EQ(lpub64dec(lib.u, "AAAA", 4, 0, zeros, sizeof zeros, &n), 0);
+  EXPECT_EQ(std::string(reinterpret_cast<char *>(zeros), 3), std::string(3, '\0'));
+  char exact[4];
+  ASSERT_EQ(lpub64enc(lib.u, "abc", 3, 0, exact, sizeof exact, &n), 0);
+  EXPECT_EQ(std::string(exact, 4), "YWJj");
   EXPECT_EQ(lpub64enc(lib.u, "abcd", 4, 0, nullptr, 0, &n), -1);
   EXPECT_EQ(n, 8u);
   uint8_t two[2];
@@ -322,7 +330,8 @@ TEST(Url, ResponseFramingReadInSmallPieces) {
       {"HTTP/1.1 200 OK\r\nContent-Length: 1 \r\n\r\nx", false, 0, 200, 1},  // trailing space trimmed
       {"HTTP/1.1 200 OK\r\nContent-Length: +1\r\n\r\nx", false, -1, 0, 0},
       {"HTTP/1.1 200 OK\r\nContent-Length: 1,1\r\n\r\nx", false, -1, 0, 0},
-      {"HTTP/1.1 200 OK\r\n Folded: x\r\n\r\n", false, -1, 0, 0},
+      {"HTTP/1.1 200 OK\r\n Folded: x\r\n\r\n", false, -1, 0, 0},  // a fold needs a field before it
+      {"HTTP/1.1 200 OK\r\nX: a\r\n b\r\nContent-Length:\r\n\t 1\r\n\r\nx", false, 0, 200, 1},
       {"HTTP/1.1 099 Low\r\n\r\n", false, -1, 0, 0},
       {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nab\r\n", false, -1, 0, 0},  // no last chunk
       {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n 2\r\nab\r\n0\r\n\r\n", false, -1, 0, 0},

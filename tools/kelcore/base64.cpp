@@ -63,7 +63,14 @@ int cmd_base64(int argc, char **argv) {
     std::vector<char> out(clean.size() + 1);
     size_t n = 0;
     if (lpub64dec(ul.u, clean.data(), clean.size(), flags, out.data(), out.size(), &n) != 0) {
-      ul.lib.report("base64");
+      // The input is shown around the offset the decoder names.
+      int64_t off = 0;
+      lemgnp(ul.lib.ctx->lemctx, 1, 1, &off, nullptr);
+      size_t from = off > 10 ? static_cast<size_t>(off) - 10 : 0;
+      std::string near = clean.substr(from, 20);
+      for (char &c : near)
+        if (static_cast<unsigned char>(c) < 32 || static_cast<unsigned char>(c) > 126) c = '?';
+      ul.lib.report("base64", ("input " + quoted(((from > 0 ? "..." : "") + near).c_str())).c_str());
       return kFail;
     }
     std::fwrite(out.data(), 1, n, stdout);
@@ -95,10 +102,18 @@ int cmd_url(int argc, char **argv) {
     return kFail;
   }
   size_t bl = std::strlen(argv[1]), rl = std::strlen(argv[2]);
+  // Each argument is checked on its own first, so that a failure names it.
+  lpuurl parts;
+  for (int k = 1; k <= 2; k++) {
+    if (lpuparse(ul.u, argv[k], std::strlen(argv[k]), &parts) != 0) {
+      ul.lib.report("url", quoted(argv[k]).c_str());
+      return kFail;
+    }
+  }
   std::vector<char> out(bl + rl + 64);
   size_t n = 0;
   if (lpuresolve(ul.u, argv[1], bl, argv[2], rl, out.data(), out.size(), &n) != 0) {
-    ul.lib.report("url");
+    ul.lib.report("url", (quoted(argv[1]) + " and " + quoted(argv[2])).c_str());
     return kFail;
   }
   std::printf("%.*s\n", static_cast<int>(n), out.data());

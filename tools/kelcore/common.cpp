@@ -6,7 +6,7 @@
 
 namespace kelcore_tool {
 
-int Lib::report(const char *cmd) const {
+int Lib::report(const char *cmd, const char *input) const {
   if (!ctx) return 0;
   void *lem = ctx->lemctx;
   int32_t n = lemged(lem);
@@ -18,11 +18,16 @@ int Lib::report(const char *cmd) const {
     buf[len] = '\0';
     // A formatted message may already end with a newline.
     while (len > 0 && (buf[len - 1] == '\n' || buf[len - 1] == '\r')) buf[--len] = '\0';
-    std::fprintf(stderr, "kelcore %s: %s\n", cmd, buf);
+    if (input != nullptr)
+      std::fprintf(stderr, "kelcore %s: %s: %s\n", cmd, input, buf);
+    else
+      std::fprintf(stderr, "kelcore %s: %s\n", cmd, buf);
   }
   lemces(lem);
   return n;
 }
+
+std::string quoted(const char *s) { return std::string("'") + s + "'"; }
 
 bool is_help(const char *a) { return std::strcmp(a, "--help") == 0 || std::strcmp(a, "-h") == 0; }
 

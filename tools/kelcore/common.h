@@ -28,11 +28,14 @@ struct Lib {
   Lib &operator=(const Lib &) = delete;
   bool ok() const { return ctx != nullptr; }
   // Prints every record on the error stack (newest first) formatted by
-  // lemgem, each prefixed with the command name, then clears the stack.
-  // Returns the number of records printed.
-  int report(const char *cmd) const;
+  // lemgem, each prefixed with the command name and, when given, the input
+  // it is about ("kelcore url: 'http://[::1': malformed URL ..."; see
+  // quoted), then clears the stack. Returns the number of records printed.
+  int report(const char *cmd, const char *input = nullptr) const;
 };
 
+// 'text', for showing an input in a message.
+std::string quoted(const char *s);
 bool is_help(const char *a);
 // Prints "kelcore CMD: MESSAGE" and the usage line to stderr; returns 2.
 int usage_error(const char *cmd, const char *usage, const char *fmt, ...);
@@ -41,10 +44,16 @@ bool parse_int(const char *s, long long *out);
 // Reads all of a stream.
 std::string read_all(FILE *f);
 
-// Loads the time-zone image as the library does (KEL_TZFILE, KELTAR_HOME);
-// with neither set, the image built next to the tool. Returns the loader's
-// status (0 on success).
+// Loads the time-zone image as the library does (KEL_TZFILE, KELTAR_HOME).
+// Returns the loader's status (0 on success).
 int32_t load_tz_image(const void **img);
+
+// When neither KELTAR_HOME nor KEL_TZFILE is set, points the tool (its own
+// environment) at the data of the installation it was run from, found
+// relative to the executable named by argv0: <prefix>/share/kelcore10 as
+// KELTAR_HOME, or in a build tree the time-zone image built beside it as
+// KEL_TZFILE.
+void find_own_data(const char *argv0);
 
 int cmd_num(int argc, char **argv);
 int cmd_base64(int argc, char **argv);
@@ -54,6 +63,8 @@ int cmd_date(int argc, char **argv);
 int cmd_tz(int argc, char **argv);
 int cmd_params(int argc, char **argv);
 int cmd_tour();
+// The usage text of every command (kelcore help).
+extern const char kMainUsage[];
 
 }  // namespace kelcore_tool
 

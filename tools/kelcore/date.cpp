@@ -29,15 +29,17 @@ void on_error(ldxctx *ctx, int32_t err) {
   if (e && e->last == 0) e->last = err;
 }
 
-// Pushes a date error on the library's error stack and prints the stack.
-int fail_with(Lib &lib, int32_t err) {
+// Pushes a date error on the library's error stack and prints the stack,
+// naming what failed (the text and the model it was read by, ...).
+int fail_with(Lib &lib, const std::string &subject, int32_t err) {
   lemfac *fac = lemfaa(lib.ctx->lemctx, nullptr, "KELCORE", "LDX", 1899, 1899);
   if (fac) {
     lemrec(lib.ctx->lemctx, fac, err, 1, LEM_ARG_END);
-    if (lib.report("date") == 0) std::fprintf(stderr, "kelcore date: date error %d\n", err);
+    if (lib.report("date", subject.c_str()) == 0)
+      std::fprintf(stderr, "kelcore date: %s: date error %d\n", subject.c_str(), err);
     lemfaf(lib.ctx->lemctx, fac);
   } else {
-    std::fprintf(stderr, "kelcore date: date error %d\n", err);
+    std::fprintf(stderr, "kelcore date: %s: date error %d\n", subject.c_str(), err);
   }
   return kFail;
 }
@@ -96,27 +98,29 @@ int cmd_date(int argc, char **argv) {
   }
   DateErrors errs;
   ldxctx dc;
-  if (ldxbegin(&dc, nullptr, on_error, &errs) != 0) return fail_with(lib, errs.last ? errs.last : 600);
+  if (ldxbegin(&dc, nullptr, on_error, &errs) != 0) return fail_with(lib, "starting", errs.last ? errs.last : 600);
 
   bool has_time = std::strchr(text, ':') != nullptr;
   std::string inmodel = in ? in : (has_time ? "YYYY-MM-DD HH24:MI:SS" : "YYYY-MM-DD");
   std::string outmodel = out ? out : in ? in : (has_time || tz ? "YYYY-MM-DD HH24:MI:SS" : "YYYY-MM-DD");
 
   ldxdate d{};
+  std::string subject = quoted(text) + " read by the model " + quoted(inmodel.c_str());
   if (ldxsto(&dc, &d, text, std::strlen(text), inmodel.data(), inmodel.size(), 0) != 0)
-    return fail_with(lib, errs.last);
-  if (have_months && ldxadm(&dc, &d, &d, static_cast<int32_t>(months)) != 0) return fail_with(lib, errs.last);
+    return fail_with(lib, subject, errs.last);
+  subject = quoted(text);
+  if (have_months && ldxadm(&dc, &d, &d, static_cast<int32_t>(months)) != 0) return fail_with(lib, subject, errs.last);
   if (have_days) {
     ldxdays inc{static_cast<int32_t>(days), 0};
-    if (ldxads(&dc, &d, &d, &inc) != 0) return fail_with(lib, errs.last);
+    if (ldxads(&dc, &d, &d, &inc) != 0) return fail_with(lib, subject, errs.last);
   }
   for (int k = 0; k < 2; k++) {
     const char *unit = k == 0 ? trunc : round;
     if (!unit) continue;
     int32_t code = ldxgpc(&dc, unit, std::strlen(unit));
-    if (code == 0) return fail_with(lib, errs.last ? errs.last : 1899);
+    if (code == 0) return fail_with(lib, "unit " + quoted(unit), errs.last ? errs.last : 1899);
     int32_t rc = k == 0 ? ldxtrn(&dc, &d, &d, code) : ldxrnd(&dc, &d, &d, code);
-    if (rc != 0) return fail_with(lib, errs.last);
+    if (rc != 0) return fail_with(lib, subject, errs.last);
   }
   std::string suffix;
   if (tz) {
@@ -132,7 +136,7 @@ int cmd_date(int argc, char **argv) {
       return kFail;
     }
     LdiDateTime utc{};
-    if (LdiDateFromLDX(&d, LDI_KIND_TIMESTAMP, &utc) != 0) return fail_with(lib, LDI_ERR_VALUE);
+    if (LdiDateFromLDX(&d, LDI_KIND_TIMESTAMP, &utc) != 0) return fail_with(lib, subject, LDI_ERR_VALUE);
     int32_t off = 0;
     char abbr[LTZ_ABBR_MAX];
     uint8_t dst = 0;
@@ -141,7 +145,7 @@ int cmd_date(int argc, char **argv) {
       return kFail;
     }
     ldxdays inc{0, off};
-    if (ldxads(&dc, &d, &d, &inc) != 0) return fail_with(lib, errs.last);
+    if (ldxads(&dc, &d, &d, &inc) != 0) return fail_with(lib, subject, errs.last);
     char buf[64];
     int32_t a = off < 0 ? -off : off;
     std::snprintf(buf, sizeof buf, " %c%02d:%02d %s", off < 0 ? '-' : '+', a / 3600, a / 60 % 60, abbr);
@@ -149,7 +153,7 @@ int cmd_date(int argc, char **argv) {
   }
   char buf[256];
   int32_t n = ldxdts(&dc, buf, sizeof buf, &d, outmodel.data(), outmodel.size());
-  if (n < 0) return fail_with(lib, errs.last);
+  if (n < 0) return fail_with(lib, subject, errs.last);
   std::printf("%.*s%s\n", static_cast<int>(n), buf, suffix.c_str());
   return kOk;
 }

@@ -205,7 +205,7 @@ int cmd_num(int argc, char **argv) {
   Parser p(s);
   Num r;
   if (!p.parse(&r)) {
-    std::fprintf(stderr, "kelcore num: %s\n", p.error().c_str());
+    std::fprintf(stderr, "kelcore num: '%s': %s\n", text, p.error().c_str());
     return kFail;
   }
   char buf[LNX_TEXT_MAX];

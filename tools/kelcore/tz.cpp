@@ -9,21 +9,9 @@
 #include "ltz.h"
 #include "sl.h"
 
-#ifndef KELCORE_TZFILE_DEFAULT
-#define KELCORE_TZFILE_DEFAULT ""
-#endif
-
 namespace kelcore_tool {
 
-int32_t load_tz_image(const void **img) {
-  char path[512];
-  // The library's own search comes first; only when it has nowhere to look
-  // does the tool point it at the image built alongside itself.
-  if (sldigpt(path, sizeof path) < 0 && KELCORE_TZFILE_DEFAULT[0] != '\0' &&
-      slgetenv("KEL_TZFILE", path, sizeof path) < 0 && slgetenv("KELTAR_HOME", path, sizeof path) < 0)
-    slsetenv("KEL_TZFILE", KELCORE_TZFILE_DEFAULT, 0);
-  return ltzGetImage(img);
-}
+int32_t load_tz_image(const void **img) { return ltzGetImage(img); }
 
 namespace {
 
@@ -33,7 +21,7 @@ const char kUsageText[] =
     "       kelcore tz at REGION INSTANT        (INSTANT in UTC: YYYY-MM-DD[ HH:MI[:SS]])\n"
     "       kelcore tz transitions REGION [--from YEAR] [--to YEAR]\n"
     "  the time-zone file is KEL_TZFILE, else KELTAR_HOME/kelcore/zoneinfo/timezlrg.dat,\n"
-    "  else the one built with this tool\n";
+    "  else the one of the installation (or build) this tool belongs to\n";
 
 int load(const void **img) {
   int32_t st = load_tz_image(img);

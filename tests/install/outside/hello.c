@@ -7,10 +7,13 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <kelmsg_kelcore_lmm.h>
+#include <kelmsg_kelcore_lpu.h>
 #include <lem.h>
 #include <lmm.h>
 #include <lnx.h>
 #include <lpm.h>
+#include <lpu.h>
 
 int main(void) {
   lcorectx *ctx = lpminit();
@@ -42,7 +45,27 @@ int main(void) {
   char msg[256];
   lemgem(ctx->lemctx, 1, msg, sizeof msg);
   printf("error %d: %s\n", (int)lemgec(ctx->lemctx, 1), msg);
+  if (lemgec(ctx->lemctx, 1) != KELMSG_LMM_BADARG) {
+    fprintf(stderr, "hello: not the message number of the installed header\n");
+    return 1;
+  }
   lemces(ctx->lemctx);
+
+  /* A refused connection is told apart from a time-out by its number. */
+  void *uctx = lpuini(ctx);
+  lpuhc *client = lpuhcnew(uctx);
+  lpureq req = {0};
+  req.url = "http://127.0.0.1:1/";
+  lpuresp resp;
+  if (lpuhreq(client, &req, mctx, heap, &resp) == 0 || lemgec(ctx->lemctx, 1) != KELMSG_LPU_CONNECT ||
+      KELMSG_LPU_CONNECT == KELMSG_LPU_TIMEOUT) {
+    fprintf(stderr, "hello: a refused connection is not KELMSG_LPU_CONNECT\n");
+    return 1;
+  }
+  printf("refused connection: message %d\n", (int)KELMSG_LPU_CONNECT);
+  lemces(ctx->lemctx);
+  lpuhcfree(client);
+  lputrm(uctx);
 
   /* A decimal literal in, its plain text out. */
   const char *lit = "  -12345.678900e2 ";
