@@ -66,6 +66,31 @@ function(kel_add_bench_family dir)
   target_include_directories(bench_${fam} PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/bench)
 endfunction()
 
+# A benchmark's peer library is optional: the release build needs none of
+# them, and a machine that lacks one still measures the other pairs.
+# kel_bench_peer(<target> <peer> <debian package> <found> [<link items>...]):
+# with <found> true (a found library, package or header path) the target
+# links the items and compiles its cases against <peer> (KEL_PEER_<PEER>=1);
+# otherwise those cases are left out (KEL_PEER_<PEER>=0) with a note.
+function(kel_bench_peer target peer package found)
+  string(TOUPPER ${peer} up)
+  if(found)
+    target_link_libraries(${target} PRIVATE ${ARGN})
+    target_compile_definitions(${target} PRIVATE KEL_PEER_${up}=1)
+  else()
+    target_compile_definitions(${target} PRIVATE KEL_PEER_${up}=0)
+    kel_bench_note("${target}: the pairs with ${peer} are skipped (apt-get install ${package})")
+  endif()
+endfunction()
+
+# A note on what the benchmark build left out, shown at configure time and
+# kept in <build>/bench/skipped.txt, which bench/ratios.py prints under its
+# table so that a missing pair is not mistaken for a lost one.
+function(kel_bench_note text)
+  message(STATUS "bench: ${text}")
+  file(APPEND ${PROJECT_BINARY_DIR}/bench/skipped.txt "${text}\n")
+endfunction()
+
 # fuzz/<family>/<harness>.cpp becomes fuzz_<harness>, a libFuzzer binary, and a
 # bounded ctest run over its corpus folder fuzz/<family>/<harness>.corpus if any.
 function(kel_add_fuzz_family dir)

@@ -5,7 +5,9 @@
 // that a loaded machine still compares like with like) are printed at the end.
 #include <benchmark/benchmark.h>
 
+#if KEL_PEER_DATE
 #include <date/date.h>
+#endif
 
 #include <chrono>
 #include <cstdio>
@@ -120,6 +122,7 @@ void BM_strptime_mixed(benchmark::State &st) {
     benchmark::DoNotOptimize(tm);
   }
 }
+#if KEL_PEER_DATE
 void BM_date_parse(benchmark::State &st) {
   Fixture &f = fx();
   size_t i = 0;
@@ -132,6 +135,7 @@ void BM_date_parse(benchmark::State &st) {
     benchmark::DoNotOptimize(tp);
   }
 }
+#endif
 void BM_ldxdts(benchmark::State &st) {
   Fixture &f = fx();
   size_t i = 0;
@@ -169,6 +173,7 @@ void BM_ldxctj(benchmark::State &st) {
     benchmark::DoNotOptimize(ldxctj(&f.ctx, d.year, d.month, d.day));
   }
 }
+#if KEL_PEER_DATE
 void BM_date_days_from_civil(benchmark::State &st) {
   Fixture &f = fx();
   size_t i = 0;
@@ -178,6 +183,7 @@ void BM_date_days_from_civil(benchmark::State &st) {
     benchmark::DoNotOptimize(sd);
   }
 }
+#endif
 void BM_ldxjtc(benchmark::State &st) {
   Fixture &f = fx();
   size_t i = 0;
@@ -187,6 +193,7 @@ void BM_ldxjtc(benchmark::State &st) {
     benchmark::DoNotOptimize(out);
   }
 }
+#if KEL_PEER_DATE
 void BM_date_civil_from_days(benchmark::State &st) {
   size_t i = 0;
   for (auto _ : st) {
@@ -194,20 +201,27 @@ void BM_date_civil_from_days(benchmark::State &st) {
     benchmark::DoNotOptimize(ymd);
   }
 }
+#endif
 
 BENCHMARK(BM_ldxsto);
 BENCHMARK(BM_ldxsto_textmodel);
 BENCHMARK(BM_strptime);
+#if KEL_PEER_DATE
 BENCHMARK(BM_date_parse);
+#endif
 BENCHMARK(BM_ldxsto_mixed);
 BENCHMARK(BM_strptime_mixed);
 BENCHMARK(BM_ldxdts);
 BENCHMARK(BM_ldxdts_textmodel);
 BENCHMARK(BM_strftime);
 BENCHMARK(BM_ldxctj);
+#if KEL_PEER_DATE
 BENCHMARK(BM_date_days_from_civil);
+#endif
 BENCHMARK(BM_ldxjtc);
+#if KEL_PEER_DATE
 BENCHMARK(BM_date_civil_from_days);
+#endif
 
 }  // namespace
 

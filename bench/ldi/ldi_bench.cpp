@@ -5,7 +5,9 @@
 // compares like with like) are printed at the end.
 #include <benchmark/benchmark.h>
 
+#if KEL_PEER_CCTZ
 #include <cctz/civil_time.h>
+#endif
 
 #include <chrono>
 #include <cstdio>
@@ -24,7 +26,9 @@ constexpr size_t kN = 1024;
 struct Data {
   std::vector<LdiDateTime> a, b;
   std::vector<std::chrono::sys_time<std::chrono::nanoseconds>> ca, cb;
+#if KEL_PEER_CCTZ
   std::vector<cctz::civil_second> za;
+#endif
   std::vector<LdiInterval> ds, ym;
   std::vector<std::chrono::nanoseconds> cds;
   std::vector<int64_t> secs;
@@ -55,7 +59,9 @@ struct Data {
       };
       ca.push_back(tp(x));
       cb.push_back(tp(y));
+#if KEL_PEER_CCTZ
       za.emplace_back(x.year, x.month, x.day, x.hour, x.minute, x.second);
+#endif
       int64_t s = static_cast<int64_t>(rng() % 20000000) - 10000000;
       secs.push_back(s);
       LdiInterval v{};
@@ -109,6 +115,7 @@ void BM_chrono_compare(benchmark::State &st) {
   benchmark::DoNotOptimize(acc);
 }
 
+#if KEL_PEER_CCTZ
 void BM_cctz_compare(benchmark::State &st) {
   const Data &d = data();
   size_t i = 0;
@@ -120,6 +127,7 @@ void BM_cctz_compare(benchmark::State &st) {
   }
   benchmark::DoNotOptimize(acc);
 }
+#endif
 
 void BM_LdiDateInterAdd_ds(benchmark::State &st) {
   const Data &d = data();
@@ -162,6 +170,7 @@ void BM_chrono_add_fields(benchmark::State &st) {
   }
 }
 
+#if KEL_PEER_CCTZ
 void BM_cctz_add(benchmark::State &st) {
   const Data &d = data();
   size_t i = 0;
@@ -171,6 +180,7 @@ void BM_cctz_add(benchmark::State &st) {
     i = (i + 1) & (kN - 1);
   }
 }
+#endif
 
 void BM_LdiDateInterAdd_ym(benchmark::State &st) {
   const Data &d = data();
@@ -183,6 +193,7 @@ void BM_LdiDateInterAdd_ym(benchmark::State &st) {
   }
 }
 
+#if KEL_PEER_CCTZ
 void BM_cctz_add_months(benchmark::State &st) {
   const Data &d = data();
   size_t i = 0;
@@ -192,16 +203,23 @@ void BM_cctz_add_months(benchmark::State &st) {
     i = (i + 1) & (kN - 1);
   }
 }
+#endif
 
 BENCHMARK(BM_LdiDateCompare);
 BENCHMARK(BM_chrono_compare);
+#if KEL_PEER_CCTZ
 BENCHMARK(BM_cctz_compare);
+#endif
 BENCHMARK(BM_LdiDateInterAdd_ds);
 BENCHMARK(BM_chrono_add);
 BENCHMARK(BM_chrono_add_fields);
+#if KEL_PEER_CCTZ
 BENCHMARK(BM_cctz_add);
+#endif
 BENCHMARK(BM_LdiDateInterAdd_ym);
+#if KEL_PEER_CCTZ
 BENCHMARK(BM_cctz_add_months);
+#endif
 
 }  // namespace
 
