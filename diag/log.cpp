@@ -15,10 +15,10 @@
 #include <string_view>
 
 #include "diag/diag_impl.h"
+#include "lfi.h"
 #include "lut.h"
 #include "sl.h"
-#include "sys/logfile_impl.h"
-#include "sys/socket_impl.h"
+#include "slt.h"
 
 namespace ldm_internal {
 namespace {
@@ -58,6 +58,21 @@ char *dup(const char *s) {
   return p;
 }
 
+// The log's files through the system layer's file primitives: a handle or -1.
+int64_t open_file(const char *path, uint32_t flags) {
+  int64_t h;
+  slfopen(path, flags, &h);
+  return h;
+}
+int64_t open_append(const char *path) { return open_file(path, SLF_WRITE | SLF_APPEND | SLF_CREATE); }
+void close_file(int64_t h) {
+  if (h >= 0) slfclose(h);
+}
+bool exists(const char *path) {
+  slfinfo info;
+  return slfstat(path, &info) == 0;
+}
+
 // "<path>.<i>" into out (room for the path and 4 more bytes).
 void numbered(char *out, const char *path, size_t pl, int32_t i) {
   memcpy(out, path, pl);
@@ -92,7 +107,7 @@ namespace {
 
 // Under the writer's lock: moves the full file aside and starts a new one.
 int32_t rotate(ldmwriter *w) {
-  sllogclose(w->fd);
+  close_file(w->fd);
   w->fd = -1;
   size_t pl = strlen(w->path);
   auto *a = static_cast<char *>(ss_mem_alc(pl + 5));
@@ -102,7 +117,7 @@ int32_t rotate(ldmwriter *w) {
     rec(w->d, kelmsg::LDM_NOMEM, "rotation");
     rc = -1;
   } else if (w->keep == 0) {
-    if (sllogremove(w->path) != 0 && sllogexists(w->path)) {
+    if (slfremove(w->path) != 0 && exists(w->path)) {
       rec_sys(w->d, kelmsg::LDM_ROTATE, w->path);
       rc = -1;
     }
@@ -111,17 +126,17 @@ int32_t rotate(ldmwriter *w) {
     for (int32_t i = w->keep - 1; i >= 1; i--) {
       numbered(a, w->path, pl, i);
       numbered(b, w->path, pl, i + 1);
-      if (sllogexists(a)) sllogrename(a, b);
+      if (exists(a)) slfrename(a, b);
     }
     numbered(a, w->path, pl, 1);
-    if (sllogrename(w->path, a) != 0 && sllogexists(w->path)) {
+    if (slfrename(w->path, a) != 0 && exists(w->path)) {
       rec_sys(w->d, kelmsg::LDM_ROTATE, w->path);
       rc = -1;
     }
   }
   ss_mem_fre(a);
   ss_mem_fre(b);
-  w->fd = sllogopena(w->path);
+  w->fd = open_append(w->path);
   if (w->fd < 0) {
     rec_sys(w->d, kelmsg::LDM_OPEN, w->path);
     return -1;
@@ -146,7 +161,7 @@ int32_t write_line(ldmwriter *w, const ldmrec *r) {
   slcsenter(&w->cs);
   if (w->fd < 0 || (w->max > 0 && w->size > 0 && w->size + n > w->max)) rc = rotate(w);
   if (w->fd >= 0) {
-    if (sllogwrite(w->fd, line, n) != 0) {
+    if (slfwrite(w->fd, line, n) < 0) {
       rec_sys(w->d, kelmsg::LDM_WRITE, w->path);
       rc = -1;
     } else {
@@ -186,7 +201,7 @@ namespace {
 
 // Opens the next existing file; false when none is left.
 bool open_next(ldmreader *rd) {
-  sllogclose(rd->fd);
+  close_file(rd->fd);
   rd->fd = -1;
   size_t pl = strlen(rd->path);
   while (rd->next >= 0) {
@@ -196,7 +211,7 @@ bool open_next(ldmreader *rd) {
     } else {
       numbered(rd->cur, rd->path, pl, i);
     }
-    rd->fd = sllogopenr(rd->cur);
+    rd->fd = open_file(rd->cur, SLF_READ);
     if (rd->fd >= 0) {
       rd->lineno = 0;
       rd->r = rd->w = 0;
@@ -216,7 +231,7 @@ int32_t next_line(ldmreader *rd, size_t *n) {
       return 0;
     }
     if (rd->r == rd->w) {
-      int64_t k = sllogread(rd->fd, rd->buf, sizeof rd->buf);
+      int64_t k = slfread(rd->fd, rd->buf, sizeof rd->buf);
       if (k < 0) {
         rec_sys(rd->d, kelmsg::LDM_READ, rd->cur);
         return -1;
@@ -226,11 +241,11 @@ int32_t next_line(ldmreader *rd, size_t *n) {
         if (len > 0) {
           rd->lineno++;
           *n = len;
-          sllogclose(rd->fd);
+          close_file(rd->fd);
           rd->fd = -1;
           return 1;
         }
-        sllogclose(rd->fd);
+        close_file(rd->fd);
         rd->fd = -1;
         continue;
       }
@@ -331,12 +346,14 @@ KELAPI ldmwriter *ldmopen(void *dctx, const char *path, uint64_t maxbytes, int32
     rec(dctx, kelmsg::LDM_NOMEM, "ldmopen");
     return nullptr;
   }
-  slhostname(w->host, sizeof w->host);
-  w->fd = sllogopena(path);
-  int64_t size = w->fd >= 0 ? sllogsize(w->fd) : -1;
+  // A host whose name cannot be told writes records with an empty host.
+  if (slsihost(w->host, sizeof w->host) < 0) w->host[0] = '\0';
+  w->fd = open_append(path);
+  slfinfo info;
+  int64_t size = w->fd >= 0 && slffstat(w->fd, &info) == 0 ? info.size : -1;
   if (size < 0) {
     rec_sys(dctx, kelmsg::LDM_OPEN, path);
-    sllogclose(w->fd);
+    close_file(w->fd);
     slcsdelete(&w->cs);
     free_writer(w);
     return nullptr;
@@ -356,7 +373,7 @@ KELAPI int32_t ldmwrite(ldmwriter *w, int32_t severity, const char *msg, size_t 
   ldmrec r{};
   r.time_us = slwallus();
   r.severity = severity;
-  r.pid = slprocid();
+  r.pid = slsipid();
   r.tid = slthrself();
   r.instance = w->inst;
   r.instancel = w->inst ? strlen(w->inst) : 0;
@@ -384,7 +401,7 @@ KELAPI int32_t ldmclose(ldmwriter *w) {
   if (w == nullptr) return 0;
   if (w->magic != kWriterMagic) return -1;
   w->magic = 0;
-  sllogclose(w->fd);
+  close_file(w->fd);
   slcsdelete(&w->cs);
   free_writer(w);
   return 0;
@@ -410,19 +427,21 @@ KELAPI ldmreader *ldmropen(void *dctx, const char *path, int32_t rotated) {
   rd->d = dctx;
   rd->fd = -1;
   int32_t n = 0;
-  bool any = sllogexists(path) != 0;
+  bool any = exists(path) != 0;
   if (rotated) {
     while (n < 99) {
       numbered(rd->cur, path, pl, n + 1);
-      if (!sllogexists(rd->cur)) break;
+      if (!exists(rd->cur)) break;
       n++;
       any = true;
     }
   }
   if (!any) {
-    slseterrno(2);
-    char why[128];
-    slcgems(2, why, sizeof why);
+    // The reason, as the system gives it, that the file is not there.
+    slfinfo info;
+    int32_t err = slfstat(path, &info) == 0 ? 0 : slerrno();
+    char why[128] = "";
+    if (err != 0) slcgems(err, why, sizeof why);
     if (ldmctx *c = ctx_of(dctx))
       lemrec(c->lemctx, c->fac, kelmsg::LDM_OPEN, 1, LEM_ARG_TEXT, path, LEM_ARG_TEXT, why, LEM_ARG_END);
     ss_mem_fre(rd->cur);
@@ -501,7 +520,7 @@ KELAPI int32_t ldmrclose(ldmreader *rd) {
   if (rd == nullptr) return 0;
   if (rd->magic != kReaderMagic) return -1;
   rd->magic = 0;
-  sllogclose(rd->fd);
+  close_file(rd->fd);
   ss_mem_fre(rd->line);
   ss_mem_fre(rd->cur);
   ss_mem_fre(rd->path);

@@ -85,7 +85,7 @@ KELAPI int32_t slfclass(int32_t err);
  * (SLF_E_ISDIR). *handle receives the handle, or -1 on failure. 0 / -1. */
 KELAPI int32_t slfopen(const char *path, uint32_t flags, int64_t *handle);
 /* Opens a new, unnamed file for reading and writing in directory `dir`
- * (null or "": the temporary directory, sltmpdir of slt.h); it vanishes
+ * (null or "": the temporary directory, sltmpdir); it vanishes
  * when closed. 0 / -1. */
 KELAPI int32_t slftemp(const char *dir, int64_t *handle);
 /* The handle of the process's standard input (which 0), output (1) or
@@ -123,6 +123,12 @@ KELAPI int32_t slfrmdir(const char *path);
 KELAPI void *slfdopen(const char *path);
 KELAPI int32_t slfdnext(void *dir, char *buf, size_t len);
 KELAPI int32_t slfdclose(void *dir);
+/* The current directory / the temporary directory ($TMPDIR when set and not
+ * empty, else /tmp; the system's own elsewhere), without a trailing
+ * separator, into buf (NUL-terminated). Their length, or -1 when buf is too
+ * small or the system cannot tell. Thread-safe. */
+KELAPI int32_t slgetcwd(char *buf, size_t len);
+KELAPI int32_t sltmpdir(char *buf, size_t len);
 
 /* ========================================================= names and paths
  * Names use '/' as the separator. Every function writes a NUL-terminated

@@ -3,7 +3,8 @@
  *
  * Every operating-system call of the library lives behind these functions
  * (folder sys/); the portable families above never include an OS header.
- * A port to another system supplies a new sys/ with the same contracts.
+ * A port to another system supplies the platform's tables of sys/ (see
+ * sys/README.md); these contracts stay as they are.
  *
  * Unless a function says otherwise: results are 0 for success and -1 for
  * failure, the reason of a failure is the calling thread's system error
@@ -21,13 +22,19 @@
 
 KEL_BEGIN_DECLS
 
-/* ------------------------------------------------------------------ errors */
-
-/* Portable system error numbers reported by slerrno() where the platform's own
- * number would differ between ports. Any other value is the platform's. */
-#define SL_ERR_TIMEOUT 1460  /* a wait ran out of time */
-#define SL_ERR_LIMIT   298   /* a count would pass its maximum (semaphore release) */
-#define SL_ERR_FAULT   1455  /* refused by an armed fault-injection point */
+/* ------------------------------------------------------------------ errors
+ * slerrno() reports the conditions that callers and the layer itself act on
+ * as the library's own codes below, whatever the platform; any other value is
+ * the platform's own number, good for a message (slcgems) and for its class
+ * (slfclass of lfi.h), and not to be compared with anything else. The codes
+ * are the numbers the Windows API gives the same conditions, and no POSIX
+ * system uses them. */
+#define SL_ERR_TIMEOUT 1460   /* a wait ran out of time */
+#define SL_ERR_LIMIT   298    /* a count would pass its maximum (semaphore release) */
+#define SL_ERR_FAULT   1455   /* refused by an armed fault-injection point */
+#define SL_ERR_INTR    10004  /* interrupted before it did anything (the layer calls again) */
+#define SL_ERR_AGAIN   10035  /* nothing could be done without blocking (the layer waits) */
+#define SL_ERR_REFUSED 10061  /* the peer refused the connection */
 
 /* The calling thread's last system error number (0 if none was recorded). */
 KELAPI int32_t slerrno(void);
@@ -43,7 +50,12 @@ KELAPI size_t slcgems(int32_t err, char *buf, size_t len);
  * Test builds (KEL_TEST_HOOKS) count the requests that reach each fault point
  * and can be told to refuse some of them, so that the failure paths of every
  * family can be driven from tests. The point numbers are fixed and never
- * reused. Release builds have no points: slfaultarm returns -1 there.
+ * reused. Numbers 20-23 belong to allocations of the memory manager and of
+ * the language services, 40-47 to TLS connections.
+ *
+ * The functions are not part of the shared library: tests link the library's
+ * archive. In other builds they are inline stand-ins that arm nothing
+ * (slfaultarm returns -1) and count nothing.
  */
 #define SL_FAULT_MEM          1  /* ss_mem_alc / ss_mem_calc / ss_mem_ralc */
 #define SL_FAULT_EXTENT       2  /* slwmmgetmem */
@@ -73,21 +85,38 @@ KELAPI size_t slcgems(int32_t err, char *buf, size_t len);
 #define SL_FAULT_SSL_IO      42  /* TLS sessions: a send or a receive */
 #define SL_FAULT_MAX         63
 
+#ifdef KEL_TEST_HOOKS
 /* Arms fault point `point`: counting from the next request that reaches it,
  * request number `nth` (1 = the very next) and the `count` - 1 after it fail
  * (count < 0: every request from the nth on). nth 0 disarms the point.
- * Returns 0, or -1 for a bad point or a build without fault points. */
-KELAPI int32_t slfaultarm(int32_t point, int64_t nth, int64_t count);
+ * Returns 0, or -1 for a bad point. */
+int32_t slfaultarm(int32_t point, int64_t nth, int64_t count);
 
-/* Requests that reached `point` since it was last armed or reset (0 in a
- * build without fault points). */
-KELAPI int64_t slfaultseen(int32_t point);
+/* Requests that reached `point` since it was last armed or reset. */
+int64_t slfaultseen(int32_t point);
 
 /* Number of requests refused at `point` since it was last armed or reset. */
-KELAPI int64_t slfaulthits(int32_t point);
+int64_t slfaulthits(int32_t point);
 
 /* Disarms every point and clears the counters. */
-KELAPI void slfaultreset(void);
+void slfaultreset(void);
+#else
+static inline int32_t slfaultarm(int32_t point, int64_t nth, int64_t count) {
+  (void)point;
+  (void)nth;
+  (void)count;
+  return -1;
+}
+static inline int64_t slfaultseen(int32_t point) {
+  (void)point;
+  return 0;
+}
+static inline int64_t slfaulthits(int32_t point) {
+  (void)point;
+  return 0;
+}
+static inline void slfaultreset(void) {}
+#endif
 
 /* ------------------------------------------------------------------ memory */
 
@@ -254,7 +283,8 @@ KELAPI void slyield(void);
 
 /* ---------------------------------------------------------------- process */
 
-/* Ends the process at once with `status`, running no library stop code. */
+/* Ends the process at once with `status`, running no library stop code and no
+ * exit handlers. */
 KELAPI KEL_NORETURN void slzexit(int32_t status);
 
 KEL_END_DECLS

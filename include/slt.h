@@ -27,6 +27,7 @@
 #include <stdint.h>
 
 #include "kelapi.h"
+#include "lfi.h"
 #include "lpm.h"
 #include "sl.h"
 
@@ -263,11 +264,7 @@ KELAPI int32_t slsincpu(void);
 KELAPI size_t slsipage(void);
 /* Physical memory in bytes (0 when unknown). */
 KELAPI uint64_t slsimem(void);
-/* The current directory. */
-KELAPI int32_t slgetcwd(char *buf, size_t len);
-/* The temporary directory: $TMPDIR when set and not empty, else /tmp,
- * without a trailing separator. */
-KELAPI int32_t sltmpdir(char *buf, size_t len);
+/* The current and the temporary directory: slgetcwd and sltmpdir of lfi.h. */
 
 /* Everything above in one record. */
 typedef struct ltssi {

@@ -1,13 +1,11 @@
 // The contended half of critical sections: spin a little, then sleep on the
-// lock word with a futex. A sleeper marks the word 2 so that whoever leaves
-// the section wakes one sleeper; a woken thread marks it 2 again when it
-// takes the section, since it cannot know whether others still sleep (one
-// spare wake-up at worst).
-#include <linux/futex.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
+// lock word through the platform's word waiting. A sleeper marks the word 2
+// so that whoever leaves the section wakes one sleeper; a woken thread marks
+// it 2 again when it takes the section, since it cannot know whether others
+// still sleep (one spare wake-up at worst). A sleep that ends early for no
+// reason only costs another look at the word.
 #include "sys/cslock_impl.h"
+#include "sys/thread_impl.h"
 
 namespace sl_internal {
 
@@ -20,6 +18,8 @@ constexpr int kSpins = 100;
 inline void cpu_relax() noexcept {
 #if defined(__x86_64__) || defined(__i386__)
   __builtin_ia32_pause();
+#elif defined(__aarch64__)
+  asm volatile("yield");
 #endif
 }
 
@@ -33,12 +33,9 @@ void cs_enter_slow(csword *w) noexcept {
       return;
     cpu_relax();
   }
-  while (w->exchange(kCsWaited, std::memory_order_acquire) != kCsFree)
-    syscall(SYS_futex, reinterpret_cast<uint32_t *>(w), FUTEX_WAIT_PRIVATE, kCsWaited, nullptr, nullptr, 0);
+  while (w->exchange(kCsWaited, std::memory_order_acquire) != kCsFree) thread_os().word_wait(w, kCsWaited);
 }
 
-void cs_wake(csword *w) noexcept {
-  syscall(SYS_futex, reinterpret_cast<uint32_t *>(w), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
-}
+void cs_wake(csword *w) noexcept { thread_os().word_wake(w); }
 
 }  // namespace sl_internal

@@ -1,62 +1,54 @@
-// Environment variables.
+// Environment variables (sl.h), over the platform's table (system_impl.h).
 //
-// setenv/unsetenv are not thread-safe against getenv in the C library; every
-// access from the library goes through this one lock so that at least the
-// library's own readers and writers never race each other.
-#include <pthread.h>
-
-#include <cerrno>
-#include <cstdlib>
+// Setting and reading the environment are not safe against each other in
+// the C library; every access from the library goes through this one lock
+// so that at least the library's own readers and writers never race.
 #include <cstring>
 
+#include "lfi.h"
 #include "sl.h"
+#include "sys/cslock_impl.h"
+#include "sys/error_impl.h"
+#include "sys/system_impl.h"
+
+using sl_internal::fail;
+using sl_internal::system_os;
 
 namespace {
-pthread_mutex_t g_env_lock = PTHREAD_MUTEX_INITIALIZER;
+
+slcs g_env_lock{};  // all zero: a free section
+
+class EnvLock {
+ public:
+  EnvLock() noexcept { sl_internal::cs_enter(&g_env_lock); }
+  ~EnvLock() { sl_internal::cs_leave(&g_env_lock); }
+  EnvLock(const EnvLock &) = delete;
+  EnvLock &operator=(const EnvLock &) = delete;
+};
 
 bool bad_name(const char *name) noexcept { return name == nullptr || *name == '\0' || strchr(name, '=') != nullptr; }
+
 }  // namespace
 
 extern "C" {
 
 KELAPI int32_t slgetenv(const char *name, char *buf, size_t len) {
   if (bad_name(name)) return -1;
-  pthread_mutex_lock(&g_env_lock);
-  const char *v = getenv(name);
-  int32_t result = -1;
-  if (v != nullptr) {
-    size_t n = strlen(v);
-    if (buf != nullptr && len > 0) {
-      size_t c = n < len - 1 ? n : len - 1;
-      memcpy(buf, v, c);
-      buf[c] = '\0';
-    }
-    result = n > INT32_MAX ? INT32_MAX : static_cast<int32_t>(n);
-  }
-  pthread_mutex_unlock(&g_env_lock);
-  return result;
+  if (buf == nullptr) len = 0;
+  EnvLock lock;
+  return system_os().env_get(name, buf, len);
 }
 
 KELAPI int32_t slsetenv(const char *name, const char *value, int32_t overwrite) {
-  if (bad_name(name) || value == nullptr) {
-    errno = EINVAL;
-    return -1;
-  }
-  pthread_mutex_lock(&g_env_lock);
-  int rc = setenv(name, value, overwrite ? 1 : 0);
-  pthread_mutex_unlock(&g_env_lock);
-  return rc == 0 ? 0 : -1;
+  if (bad_name(name) || value == nullptr) return fail(SLF_E_BADARG);
+  EnvLock lock;
+  return system_os().env_set(name, value, overwrite ? 1 : 0);
 }
 
 KELAPI int32_t slunsetenv(const char *name) {
-  if (bad_name(name)) {
-    errno = EINVAL;
-    return -1;
-  }
-  pthread_mutex_lock(&g_env_lock);
-  int rc = unsetenv(name);
-  pthread_mutex_unlock(&g_env_lock);
-  return rc == 0 ? 0 : -1;
+  if (bad_name(name)) return fail(SLF_E_BADARG);
+  EnvLock lock;
+  return system_os().env_unset(name);
 }
 
 }  // extern "C"

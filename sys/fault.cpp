@@ -1,5 +1,7 @@
-// Fault-injection points: see fault_impl.h.
+// Fault-injection points (test builds only): see fault_impl.h and sl.h.
 #include "sys/fault_impl.h"
+
+#ifdef KEL_TEST_HOOKS
 
 #include <atomic>
 
@@ -17,7 +19,7 @@ struct Point {
 
 Point g_points[SL_FAULT_MAX + 1];
 
-[[maybe_unused]] bool window_hit(Point &p) noexcept {
+bool window_hit(Point &p) noexcept {
   int64_t n = p.seen.fetch_add(1, std::memory_order_relaxed) + 1;
   int64_t first = p.first.load(std::memory_order_relaxed);
   if (first == 0 || n < first) return false;
@@ -29,7 +31,6 @@ Point g_points[SL_FAULT_MAX + 1];
 
 }  // namespace
 
-#ifdef KEL_TEST_HOOKS
 bool fault_hit(int32_t point) noexcept {
   bool hit = window_hit(g_points[point]);
   // Memory points also feed the shared "any memory" point, so one number can
@@ -38,7 +39,6 @@ bool fault_hit(int32_t point) noexcept {
   if (hit) slseterrno(SL_ERR_FAULT);
   return hit;
 }
-#endif
 
 }  // namespace sl_internal
 
@@ -46,8 +46,7 @@ using sl_internal::g_points;
 
 extern "C" {
 
-KELAPI int32_t slfaultarm(int32_t point, int64_t nth, int64_t count) {
-#ifdef KEL_TEST_HOOKS
+int32_t slfaultarm(int32_t point, int64_t nth, int64_t count) {
   if (point < 1 || point > SL_FAULT_MAX || nth < 0) return -1;
   auto &p = g_points[point];
   p.first.store(0, std::memory_order_relaxed);
@@ -56,25 +55,19 @@ KELAPI int32_t slfaultarm(int32_t point, int64_t nth, int64_t count) {
   p.count.store(count, std::memory_order_relaxed);
   p.first.store(nth, std::memory_order_relaxed);
   return 0;
-#else
-  (void)point;
-  (void)nth;
-  (void)count;
-  return -1;
-#endif
 }
 
-KELAPI int64_t slfaultseen(int32_t point) {
+int64_t slfaultseen(int32_t point) {
   if (point < 1 || point > SL_FAULT_MAX) return 0;
   return g_points[point].seen.load(std::memory_order_relaxed);
 }
 
-KELAPI int64_t slfaulthits(int32_t point) {
+int64_t slfaulthits(int32_t point) {
   if (point < 1 || point > SL_FAULT_MAX) return 0;
   return g_points[point].hits.load(std::memory_order_relaxed);
 }
 
-KELAPI void slfaultreset(void) {
+void slfaultreset(void) {
   for (auto &p : g_points) {
     p.first.store(0, std::memory_order_relaxed);
     p.count.store(0, std::memory_order_relaxed);
@@ -84,3 +77,5 @@ KELAPI void slfaultreset(void) {
 }
 
 }  // extern "C"
+
+#endif  // KEL_TEST_HOOKS

@@ -1,62 +1,64 @@
-// Dynamic libraries: the role LoadLibrary/GetProcAddress/FreeLibrary play on
-// other platforms.
-#include <dlfcn.h>
-
-#include <cerrno>
+// Dynamic libraries (sl.h), over the platform's table (loader_impl.h).
 #include <cstring>
 
+#include "lfi.h"
 #include "sl.h"
+#include "sys/error_impl.h"
 #include "sys/fault_impl.h"
+#include "sys/loader_impl.h"
+
+using sl_internal::loader_os;
 
 namespace {
-// dlerror() is per thread already, but it is cleared by the next dl call;
-// keep our own copy so that a caller can read it after more work.
+
+// The platform clears its error text on the next call; keep a copy per
+// thread so that a caller can read it after more work.
 thread_local char t_dlerr[256];
 
-void keep_error(const char *text) noexcept {
-  if (text == nullptr) text = "unknown loader error";
+void keep_text(const char *text) noexcept {
   size_t n = strlen(text);
   if (n >= sizeof t_dlerr) n = sizeof t_dlerr - 1;
   memcpy(t_dlerr, text, n);
   t_dlerr[n] = '\0';
 }
+
+void keep_platform_error() noexcept {
+  if (loader_os().error(t_dlerr, sizeof t_dlerr) == 0) keep_text("unknown loader error");
+}
+
 }  // namespace
 
 extern "C" {
 
 KELAPI void *sldlopen(const char *file) {
   if (file == nullptr || *file == '\0') {
-    keep_error("no library file name");
-    errno = EINVAL;
+    keep_text("no library file name");
+    sl_internal::fail(SLF_E_BADARG);
     return nullptr;
   }
   if (SL_FAULT(SL_FAULT_DLOPEN)) {
-    keep_error("refused by an injected fault");
+    keep_text("refused by an injected fault");
     return nullptr;
   }
-  void *h = dlopen(file, RTLD_NOW | RTLD_LOCAL);
-  if (h == nullptr) keep_error(dlerror());
+  void *h = loader_os().open(file);
+  if (h == nullptr) keep_platform_error();
   return h;
 }
 
 KELAPI void *sldlsym(void *lib, const char *name) {
   if (lib == nullptr || name == nullptr) {
-    keep_error("no library or symbol name");
+    keep_text("no library or symbol name");
     return nullptr;
   }
-  dlerror();
-  void *p = dlsym(lib, name);
-  if (p == nullptr) keep_error(dlerror());
+  void *p = loader_os().sym(lib, name);
+  if (p == nullptr) keep_platform_error();
   return p;
 }
 
 KELAPI int32_t sldlclose(void *lib) {
-  if (lib == nullptr) {
-    errno = EINVAL;
-    return -1;
-  }
-  if (dlclose(lib) != 0) {
-    keep_error(dlerror());
+  if (lib == nullptr) return sl_internal::fail(SLF_E_BADARG);
+  if (loader_os().close(lib) != 0) {
+    keep_platform_error();
     return -1;
   }
   return 0;

@@ -1,22 +1,21 @@
-// System memory: the allocator for the library's core records and whole
-// extents for the memory manager's top heaps.
-#include <sys/mman.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdlib>
+// System memory (sl.h): the allocator for the library's core records and
+// whole extents for the memory manager's top heaps, over the platform's
+// table (memory_impl.h).
 #include <cstring>
 
+#include "lfi.h"
 #include "sl.h"
+#include "sys/error_impl.h"
 #include "sys/fault_impl.h"
+#include "sys/memory_impl.h"
+
+using sl_internal::fail;
+using sl_internal::memory_os;
 
 namespace {
 
 size_t page_size() noexcept {
-  static const size_t size = [] {
-    long n = sysconf(_SC_PAGESIZE);
-    return n > 0 ? static_cast<size_t>(n) : size_t{4096};
-  }();
+  static const size_t size = memory_os().page();
   return size;
 }
 
@@ -26,41 +25,35 @@ extern "C" {
 
 KELAPI void *ss_mem_alc(size_t size) {
   if (SL_FAULT(SL_FAULT_MEM)) return nullptr;
-  return malloc(size ? size : 1);
+  return memory_os().alloc(size ? size : 1);
 }
 
 KELAPI void *ss_mem_calc(size_t size) {
   if (SL_FAULT(SL_FAULT_MEM)) return nullptr;
-  return calloc(1, size ? size : 1);
+  return memory_os().zalloc(size ? size : 1);
 }
 
 KELAPI void *ss_mem_ralc(void *p, size_t size) {
   if (SL_FAULT(SL_FAULT_MEM)) return nullptr;
-  return realloc(p, size ? size : 1);
+  return memory_os().resize(p, size ? size : 1);
 }
 
-KELAPI void ss_mem_fre(void *p) { free(p); }
+KELAPI void ss_mem_fre(void *p) { memory_os().release(p); }
 
 KELAPI void *slwmmgetmem(size_t size) {
   if (SL_FAULT(SL_FAULT_EXTENT)) return nullptr;
   size_t page = page_size();
   if (size == 0 || size > SIZE_MAX - page) {
-    errno = EINVAL;
+    fail(SLF_E_BADARG);
     return nullptr;
   }
-  size = (size + page - 1) & ~(page - 1);
-  void *p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  return p == MAP_FAILED ? nullptr : p;
+  return memory_os().map((size + page - 1) & ~(page - 1));
 }
 
 KELAPI int32_t slwmmputmem(void *extent, size_t size) {
-  if (extent == nullptr || size == 0) {
-    errno = EINVAL;
-    return -1;
-  }
   size_t page = page_size();
-  size = (size + page - 1) & ~(page - 1);
-  return munmap(extent, size) == 0 ? 0 : -1;
+  if (extent == nullptr || size == 0 || size > SIZE_MAX - page) return fail(SLF_E_BADARG);
+  return memory_os().unmap(extent, (size + page - 1) & ~(page - 1));
 }
 
 KELAPI size_t slmmvallocsz(void) { return page_size(); }

@@ -1,19 +1,15 @@
-// Strong random bytes from the kernel (getrandom), retried across signals
-// and short reads.
+// Strong random bytes, over the platform's entry (random_impl.h): retried
+// across interrupted calls and short deliveries.
 #include "sys/random_impl.h"
-
-#include <errno.h>
-#include <sys/random.h>
 
 #include "sl.h"
 
 int32_t slrndbytes(void *buf, size_t n) noexcept {
   auto *p = static_cast<unsigned char *>(buf);
   while (n > 0) {
-    ssize_t got = getrandom(p, n, 0);
+    int64_t got = sl_internal::random_os().fill(p, n);
     if (got < 0) {
-      if (errno == EINTR) continue;
-      slseterrno(errno);
+      if (slerrno() == SL_ERR_INTR) continue;
       return -1;
     }
     p += got;

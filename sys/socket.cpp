@@ -1,82 +1,98 @@
-// TCP client sockets: non-blocking connect bounded by poll, sends and
-// receives bounded by poll, and the host name and process id.
+// TCP client sockets: connects, sends and receives bounded by time limits,
+// over the platform's single calls (socket_impl.h).
+//
+// Every wait is measured against a deadline on the monotonic clock, so an
+// interrupted wait resumes with what is left of the time rather than with
+// the whole limit again: a peer that stalls is given up on in time however
+// many signals arrive meanwhile.
 #include "sys/socket_impl.h"
-
-#include <errno.h>
-#include <fcntl.h>
-#include <netdb.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstring>
 
 #include "sl.h"
 #include "sys/fault_impl.h"
 
+using sl_internal::socket_os;
+
 namespace {
 
-int wait_for(int fd, short ev, int ms) {
-  pollfd p{fd, ev, 0};
+// A time limit in milliseconds (< 0: none) turned into a deadline.
+class Deadline {
+ public:
+  explicit Deadline(int32_t ms) noexcept : unlimited_(ms < 0), end_(slmonons() + (ms < 0 ? 0 : uint64_t(ms) * 1000000u)) {}
+  // Milliseconds left, rounded up so that a wait never ends early; -1 when
+  // there is no limit, 0 once the time has passed.
+  int32_t left() const noexcept {
+    if (unlimited_) return -1;
+    uint64_t now = slmonons();
+    if (now >= end_) return 0;
+    return static_cast<int32_t>((end_ - now + 999999u) / 1000000u);
+  }
+
+ private:
+  bool unlimited_;
+  uint64_t end_;
+};
+
+// Waits for `what` until the deadline: 1 ready, 0 time limit, -1 failed.
+int32_t wait_until(int64_t s, int32_t what, const Deadline &d) noexcept {
   for (;;) {
-    int r = poll(&p, 1, ms < 0 ? -1 : ms);
-    if (r < 0 && errno == EINTR) continue;
-    return r;  // 1 ready, 0 time-out, -1 error
+    int32_t r = socket_os().wait(s, what, d.left());
+    if (r >= 0 || slerrno() != SL_ERR_INTR) return r;
+    // A signal may cut even a wait of no time short; once the time is up an
+    // interruption counts as the end of the wait.
+    if (d.left() == 0) return 0;
   }
 }
 
-int64_t elapsed_ms(uint64_t start) { return static_cast<int64_t>((slmonons() - start) / 1000000u); }
+// One transfer, repeated when interrupted and after waiting while nothing
+// can move: the count (>= 0), SL_SCK_ERR or SL_SCK_TIMEOUT. The deadline
+// starts afresh for each call, which is each stretch without progress.
+template <class Transfer>
+int64_t transfer(int64_t s, int32_t what, int32_t ms, Transfer op) noexcept {
+  Deadline d(ms);
+  for (;;) {
+    int64_t k = op();
+    if (k >= 0) return k;
+    int32_t err = slerrno();
+    if (err == SL_ERR_INTR) continue;
+    if (err != SL_ERR_AGAIN) return SL_SCK_ERR;
+    int32_t w = wait_until(s, what, d);
+    if (w == 0) return SL_SCK_TIMEOUT;
+    if (w < 0) return SL_SCK_ERR;
+  }
+}
 
 }  // namespace
 
 int64_t slsckconn(const char *host, int32_t port, int32_t ms) noexcept {
   if (SL_FAULT(SL_FAULT_SOCKET)) return SL_SCK_ERR;
-  addrinfo hints{};
-  hints.ai_family = AF_UNSPEC;
-  hints.ai_socktype = SOCK_STREAM;
-  hints.ai_flags = AI_NUMERICSERV;
-  char serv[16];
-  snprintf(serv, sizeof serv, "%d", port);
-  addrinfo *res = nullptr;
-  if (getaddrinfo(host, serv, &hints, &res) != 0 || res == nullptr) return SL_SCK_NOHOST;
-  uint64_t start = slmonons();
+  const auto &os = socket_os();
+  void *list = nullptr;
+  if (host == nullptr || os.resolve(host, port, &list) != 0) return SL_SCK_NOHOST;
+  Deadline d(ms);
   int64_t result = SL_SCK_ERR;
-  for (addrinfo *a = res; a != nullptr; a = a->ai_next) {
-    int fd = socket(a->ai_family, a->ai_socktype | SOCK_CLOEXEC | SOCK_NONBLOCK, a->ai_protocol);
-    if (fd < 0) {
-      slseterrno(errno);
-      continue;
-    }
-    int rc = connect(fd, a->ai_addr, a->ai_addrlen);
-    if (rc != 0 && errno == EINPROGRESS) {
-      int left = ms < 0 ? -1 : static_cast<int>(ms - elapsed_ms(start));
-      if (ms >= 0 && left <= 0) left = 0;
-      int w = wait_for(fd, POLLOUT, left);
+  for (const void *a = os.next(list, nullptr); a != nullptr; a = os.next(list, a)) {
+    int64_t s = -1;
+    int32_t rc = os.connect(a, &s);
+    if (rc == 0) {
+      int32_t w = wait_until(s, sl_internal::kSockWritable, d);
       if (w == 0) {
-        close(fd);
+        os.close(s);
+        slseterrno(SL_ERR_TIMEOUT);
         result = SL_SCK_TIMEOUT;
         break;
       }
-      int err = 0;
-      socklen_t el = sizeof err;
-      if (w < 0 || getsockopt(fd, SOL_SOCKET, SO_ERROR, &err, &el) != 0) err = errno;
-      rc = err == 0 ? 0 : -1;
-      errno = err;
+      rc = w > 0 && os.connected(s) == 0 ? 1 : -1;
     }
-    if (rc == 0) {
-      int one = 1;
-      setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
-      result = fd;
+    if (rc > 0) {
+      result = s;
       break;
     }
-    slseterrno(errno);
-    result = errno == ECONNREFUSED ? SL_SCK_REFUSED : SL_SCK_ERR;
-    close(fd);
+    int32_t err = slerrno();
+    if (s >= 0) os.close(s);
+    slseterrno(err);
+    result = err == SL_ERR_REFUSED ? SL_SCK_REFUSED : SL_SCK_ERR;
   }
-  freeaddrinfo(res);
+  os.free_list(list);
   return result;
 }
 
@@ -84,67 +100,34 @@ int64_t slscksend(int64_t s, const void *buf, size_t n, int32_t ms) noexcept {
   if (SL_FAULT(SL_FAULT_SOCKET)) return SL_SCK_ERR;
   auto *p = static_cast<const char *>(buf);
   while (n > 0) {
-    ssize_t k = send(static_cast<int>(s), p, n, MSG_NOSIGNAL);
-    if (k > 0) {
-      p += k;
-      n -= static_cast<size_t>(k);
-      continue;
-    }
-    if (k < 0 && errno == EINTR) continue;
-    if (k < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-      int w = wait_for(static_cast<int>(s), POLLOUT, ms);
-      if (w == 0) return SL_SCK_TIMEOUT;
-      if (w > 0) continue;
-    }
-    slseterrno(errno);
-    return SL_SCK_ERR;
+    int64_t k = transfer(s, sl_internal::kSockWritable, ms, [&]() -> int64_t {
+      int64_t sent = socket_os().send(s, p, n);
+      if (sent != 0) return sent;
+      slseterrno(SL_ERR_AGAIN);  // no room yet: wait as for a full buffer
+      return -1;
+    });
+    if (k < 0) return k;
+    p += k;
+    n -= static_cast<size_t>(k);
   }
   return 0;
 }
 
 int64_t slsckrecv(int64_t s, void *buf, size_t n, int32_t ms) noexcept {
   if (SL_FAULT(SL_FAULT_SOCKET)) return SL_SCK_ERR;
-  for (;;) {
-    ssize_t k = recv(static_cast<int>(s), buf, n, 0);
-    if (k >= 0) return k;
-    if (errno == EINTR) continue;
-    if (errno == EAGAIN || errno == EWOULDBLOCK) {
-      int w = wait_for(static_cast<int>(s), POLLIN, ms);
-      if (w == 0) return SL_SCK_TIMEOUT;
-      if (w > 0) continue;
-    }
-    slseterrno(errno);
-    return SL_SCK_ERR;
-  }
+  return transfer(s, sl_internal::kSockReadable, ms, [&] { return socket_os().recv(s, buf, n); });
 }
 
 int32_t slsckwait(int64_t s, int32_t forwrite, int32_t ms) noexcept {
-  int w = wait_for(static_cast<int>(s), forwrite ? POLLOUT : POLLIN, ms);
-  if (w < 0) slseterrno(errno);
-  return w < 0 ? -1 : w;
+  return wait_until(s, forwrite ? sl_internal::kSockWritable : sl_internal::kSockReadable, Deadline(ms));
 }
 
 int32_t slsckidle(int64_t s) noexcept {
-  pollfd p{static_cast<int>(s), POLLIN, 0};
-  int r = poll(&p, 1, 0);
-  if (r == 0) return 1;  // nothing pending: still usable
-  return 0;              // readable (data or EOF) or an error: do not reuse
+  // Anything to read on an idle connection (data or the peer's end) or an
+  // error means it cannot carry the next request.
+  return socket_os().wait(s, sl_internal::kSockReadable, 0) == 0 ? 1 : 0;
 }
 
 void slsckclose(int64_t s) noexcept {
-  if (s >= 0) close(static_cast<int>(s));
+  if (s >= 0) socket_os().close(s);
 }
-
-size_t slhostname(char *buf, size_t len) noexcept {
-  if (len == 0) return 0;
-  char name[256];
-  if (gethostname(name, sizeof name) != 0) name[0] = '\0';
-  name[sizeof name - 1] = '\0';
-  size_t n = strlen(name);
-  if (n >= len) n = len - 1;
-  memcpy(buf, name, n);
-  buf[n] = '\0';
-  return n;
-}
-
-int64_t slprocid() noexcept { return static_cast<int64_t>(getpid()); }

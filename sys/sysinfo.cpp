@@ -1,21 +1,28 @@
-// System information: process, host, user, processors and memory.
-#include <pwd.h>
-#include <unistd.h>
-
-#include <cerrno>
+// The process and the system it runs on (slsi* of slt.h, slzexit of sl.h),
+// over the platform's table (system_impl.h).
+#include <cstdlib>
 #include <cstring>
 
+#include "lfi.h"
 #include "slt.h"
+#include "sys/error_impl.h"
+#include "sys/memory_impl.h"
+#include "sys/system_impl.h"
+
+using sl_internal::fail;
+using sl_internal::system_os;
 
 namespace {
 
-int32_t copy_out(const char *s, char *buf, size_t len) noexcept {
-  size_t n = strlen(s);
-  if (buf == nullptr || n + 1 > len || n > 0x7FFFFFFF) {
-    errno = ERANGE;
-    return -1;
-  }
-  memcpy(buf, s, n + 1);
+// Asks `get` for a text into a scratch buffer and copies it out whole, or
+// fails when it does not fit the caller's buffer.
+int32_t text_of(int32_t (*get)(char *, size_t), char *buf, size_t len) noexcept {
+  char work[1024];
+  if (get(work, sizeof work) != 0) return -1;
+  work[sizeof work - 1] = '\0';
+  size_t n = strlen(work);
+  if (buf == nullptr || n + 1 > len || n > 0x7FFFFFFF) return fail(SLF_E_BADARG);
+  memcpy(buf, work, n + 1);
   return static_cast<int32_t>(n);
 }
 
@@ -23,42 +30,24 @@ int32_t copy_out(const char *s, char *buf, size_t len) noexcept {
 
 extern "C" {
 
-KELAPI int64_t slsipid(void) { return static_cast<int64_t>(getpid()); }
+KELAPI int64_t slsipid(void) { return system_os().pid(); }
 
-KELAPI int32_t slsihost(char *buf, size_t len) {
-  char name[256];
-  if (gethostname(name, sizeof name) != 0) return -1;
-  name[sizeof name - 1] = '\0';
-  return copy_out(name, buf, len);
-}
+KELAPI int32_t slsihost(char *buf, size_t len) { return text_of(system_os().host, buf, len); }
 
-KELAPI int32_t slsiuser(char *buf, size_t len) {
-  // The account the process runs as, not whatever $USER claims.
-  struct passwd pw;
-  struct passwd *res = nullptr;
-  char work[4096];
-  if (getpwuid_r(geteuid(), &pw, work, sizeof work, &res) != 0 || res == nullptr) {
-    if (errno == 0) errno = ENOENT;
-    return -1;
-  }
-  return copy_out(pw.pw_name, buf, len);
-}
+KELAPI int32_t slsiuser(char *buf, size_t len) { return text_of(system_os().user, buf, len); }
 
 KELAPI int32_t slsincpu(void) {
-  long n = sysconf(_SC_NPROCESSORS_ONLN);
-  return n < 1 ? 1 : static_cast<int32_t>(n);
+  int32_t n = system_os().ncpu();
+  return n < 1 ? 1 : n;
 }
 
-KELAPI size_t slsipage(void) {
-  long n = sysconf(_SC_PAGESIZE);
-  return n < 1 ? 4096 : static_cast<size_t>(n);
-}
+KELAPI size_t slsipage(void) { return slmmvallocsz(); }
 
-KELAPI uint64_t slsimem(void) {
-  long pages = sysconf(_SC_PHYS_PAGES);
-  long size = sysconf(_SC_PAGESIZE);
-  if (pages < 1 || size < 1) return 0;
-  return static_cast<uint64_t>(pages) * static_cast<uint64_t>(size);
+KELAPI uint64_t slsimem(void) { return system_os().memory(); }
+
+KELAPI void slzexit(int32_t status) {
+  system_os().exit(status);
+  abort();  // an exit that returned would break the promise of the name
 }
 
 }  // extern "C"

@@ -1,32 +1,20 @@
-// Clocks, sleeping and process exit.
-#include <time.h>
-#include <unistd.h>
-
-#include <cerrno>
-
+// Clocks and sleeping (sl.h), over the platform's table (time_impl.h).
 #include "sl.h"
+#include "sys/time_impl.h"
+
+using sl_internal::time_os;
 
 extern "C" {
 
-KELAPI uint64_t slmonons(void) {
-  timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<uint64_t>(ts.tv_sec) * 1000000000ull + static_cast<uint64_t>(ts.tv_nsec);
-}
+KELAPI uint64_t slmonons(void) { return time_os().mono_ns(); }
 
-KELAPI int64_t slwallus(void) {
-  timespec ts;
-  clock_gettime(CLOCK_REALTIME, &ts);
-  return static_cast<int64_t>(ts.tv_sec) * 1000000 + ts.tv_nsec / 1000;
-}
+KELAPI int64_t slwallus(void) { return time_os().wall_us(); }
 
 KELAPI void slsleepms(uint32_t ms) {
-  timespec ts{static_cast<time_t>(ms / 1000), static_cast<long>(ms % 1000) * 1000000L};
-  // Resume after signals until the whole time has passed.
-  while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {
-  }
+  // Whatever cuts a sleep short, the caller gets its whole time.
+  uint64_t end = slmonons() + uint64_t{ms} * 1000000u;
+  for (uint64_t now = slmonons(); now < end; now = slmonons())
+    time_os().sleep_ms(static_cast<uint32_t>((end - now + 999999u) / 1000000u));
 }
-
-KELAPI void slzexit(int32_t status) { _exit(status); }
 
 }  // extern "C"

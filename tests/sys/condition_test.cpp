@@ -125,6 +125,8 @@ TEST(Condition, FreshState) {
 
   EXPECT_EQ(w32cond_init(nullptr), -1);
   EXPECT_EQ(w32cond_destroy(nullptr), -1);
+  EXPECT_EQ(w32cond_signal(nullptr), -1);
+  EXPECT_EQ(w32cond_broadcast(nullptr), -1);
 }
 
 TEST(Condition, InitFailuresCloseWhatWasCreated) {

@@ -11,7 +11,9 @@
 #include <thread>
 #include <vector>
 
+#include "lfi.h"
 #include "sl.h"
+#include "slt.h"
 
 namespace {
 
@@ -67,6 +69,19 @@ TEST(SysFault, ArmedWindowRefusesExactlyThoseRequests) {
   if (slfaultarm(SL_FAULT_MEM, 0, 0) != 0) GTEST_SKIP() << "build without fault points";
   EXPECT_EQ(slfaultarm(0, 1, 1), -1);
   EXPECT_EQ(slfaultarm(SL_FAULT_MAX + 1, 1, 1), -1);
+  EXPECT_EQ(slfaultseen(0), 0);
+  EXPECT_EQ(slfaulthits(SL_FAULT_MAX + 1), 0);
+
+  // A refused write is a full disk, the one write failure callers act on.
+  int64_t h;
+  ASSERT_EQ(slftemp(nullptr, &h), 0);
+  ASSERT_EQ(slfaultarm(SL_FAULT_FILE_WRITE, 1, 1), 0);
+  EXPECT_EQ(slfwrite(h, "x", 1), -1);
+  EXPECT_EQ(slfclass(slerrno()), SLF_E_NOSPACE);
+  EXPECT_EQ(slfwrite(h, "x", 1), 1);
+  EXPECT_EQ(slfclose(h), 0);
+  EXPECT_EQ(slfstd(-1), -1);
+  EXPECT_EQ(slfstd(3), -1);
 
   ASSERT_EQ(slfaultarm(SL_FAULT_MEM, 2, 2), 0);
   std::vector<void *> got;
@@ -161,29 +176,6 @@ TEST(SysSync, EventsResetManuallyOrByThemselves) {
   EXPECT_EQ(slevclose(a), 0);
 }
 
-TEST(SysSync, CriticalSectionExcludes) {
-  slcs cs;
-  ASSERT_EQ(slcsinit(&cs), 0);
-  long counter = 0;
-  std::vector<std::thread> ts;
-  for (int i = 0; i < 4; ++i)
-    ts.emplace_back([&] {
-      for (int k = 0; k < 20000; ++k) {
-        slcsenter(&cs);
-        ++counter;
-        slcsleave(&cs);
-      }
-    });
-  for (auto &t : ts) t.join();
-  EXPECT_EQ(counter, 80000);
-  slcsenter(&cs);
-  std::thread([&] { EXPECT_EQ(slcstry(&cs), 0); }).join();
-  slcsleave(&cs);
-  EXPECT_EQ(slcstry(&cs), 1);
-  slcsleave(&cs);
-  EXPECT_EQ(slcsdelete(&cs), 0);
-}
-
 TEST(SysThreads, IdentifiersAreUniqueAndNeverReused) {
   sltsctx *ts = sltsini();
   ASSERT_NE(ts, nullptr);
@@ -194,6 +186,7 @@ TEST(SysThreads, IdentifiersAreUniqueAndNeverReused) {
   sltstgi(ts, &again);
   EXPECT_EQ(sltstidnull(ts, &me), 0);
   EXPECT_EQ(sltstidcmp(ts, &me, &again), 1);
+  EXPECT_EQ(sltstidcmp(ts, nullptr, &me), 0);
   EXPECT_EQ(me.id, slthrself());
 
   std::set<uint64_t> seen{me.id};
@@ -203,6 +196,7 @@ TEST(SysThreads, IdentifiersAreUniqueAndNeverReused) {
       sltstid t;
       sltstgi(ts, &t);
       id = t.id;
+      EXPECT_EQ(sltstidcmp(ts, &t, &me), 0);
     }).join();
     EXPECT_TRUE(seen.insert(id).second) << "identifier " << id << " reused";
   }
@@ -265,6 +259,7 @@ TEST(SysEnvironment, SetGetTruncateUnset) {
   EXPECT_EQ(slgetenv(name, full, sizeof full), -1);
   EXPECT_EQ(slsetenv("A=B", "x", 1), -1);
   EXPECT_EQ(slsetenv("", "x", 1), -1);
+  EXPECT_EQ(slsetenv(name, nullptr, 1), -1);
 }
 
 TEST(SysLoader, FindsSymbolsAndReportsFailures) {

@@ -24,6 +24,7 @@
 #include "lpm.h"
 #include "sl.h"
 #include "slt.h"
+#include "support/fault_walk.h"
 #include "tests/support/library.h"
 
 namespace {
@@ -261,22 +262,20 @@ TEST_F(RwLocks, PolicyTowardsWaitingWriters) {
 }
 
 TEST_F(RwLocks, InitFailuresReleaseEverything) {
-  if (slfaultarm(SL_FAULT_MEM, 0, 0) != 0) GTEST_SKIP() << "no fault points in this build";
+  if (!kel_test::fault_points_built()) GTEST_SKIP() << "no fault points in this build";
   for (const Rw &rw : kRw) {
+    SCOPED_TRACE(rw.name);
     for (int point : {SL_FAULT_CS_INIT, SL_FAULT_SEM_CREATE, SL_FAULT_EVENT_CREATE}) {
-      for (int nth = 1; nth <= 4; nth++) {
+      kel_test::walk_failures(point, kel_test::Fail::Once, [&](int64_t) {
         sltsrw lock;
-        ASSERT_EQ(slfaultarm(point, nth, 1), 0);
         int32_t rc = rw.init(&lock);
-        bool hit = slfaulthits(point) > 0;
-        slfaultreset();
-        if (hit) {
-          EXPECT_EQ(rc, -1) << rw.name << " point " << point << " nth " << nth;
+        if (slfaulthits(point) > 0) {
+          EXPECT_EQ(rc, -1);
         } else {
           ASSERT_EQ(rc, 0);
           EXPECT_EQ(rw.destroy(&lock), 0);
         }
-      }
+      });
     }
   }
 }
