@@ -152,6 +152,48 @@ TEST(FilePaths, ShortBuffersAreRefusedWhole) {
 
 // ------------------------------------------------------------- round trips
 
+TEST_F(Files, BinaryRoundTripsAcrossBufferAndChunkSizes) {
+  std::mt19937_64 rng(42);
+  const size_t bufsizes[] = {1, 3, 4096, 65536, 1 << 20};
+  const size_t lengths[] = {0, 1, 1000, 70000, 3 << 20};
+  for (size_t bs : bufsizes) {
+    for (size_t len : lengths) {
+      if (bs == 1 && len > 70000) continue;  // a system call per byte: slow, adds nothing
+      std::string data(len, '\0');
+      for (auto &ch : data) ch = static_cast<char>(rng());
+      std::string p = path("bin");
+      lfifile *f = lfiopen(fctx, p.c_str(), LFI_WRITE, bs);
+      ASSERT_NE(f, nullptr);
+      for (size_t at = 0; at < len;) {
+        size_t k = std::min<size_t>(len - at, 1 + rng() % (bs * 3 + 10));
+        ASSERT_EQ(lfiwrite(fctx, f, data.data() + at, k), 0);
+        at += k;
+        ASSERT_EQ(lfitell(fctx, f), static_cast<int64_t>(at));
+      }
+      ASSERT_EQ(lficlose(fctx, f), 0);
+      ASSERT_EQ(slurp(p), data) << "bufsize " << bs << " length " << len;
+      ASSERT_EQ(lfifsize(fctx, p.c_str()), static_cast<int64_t>(len));
+
+      f = lfiopen(fctx, p.c_str(), LFI_READ, bs);
+      ASSERT_NE(f, nullptr);
+      std::string back;
+      std::vector<char> chunk(bs * 3 + 10);
+      for (;;) {
+        size_t k = 1 + rng() % chunk.size();
+        int64_t r = lfiread(fctx, f, chunk.data(), k);
+        ASSERT_GE(r, 0);
+        if (r == 0) break;
+        ASSERT_TRUE(static_cast<size_t>(r) == k || back.size() + r == len) << "short read in the middle";
+        back.append(chunk.data(), static_cast<size_t>(r));
+      }
+      EXPECT_EQ(lfieof(fctx, f), 1);
+      ASSERT_EQ(lficlose(fctx, f), 0);
+      ASSERT_EQ(back, data) << "bufsize " << bs << " length " << len;
+    }
+  }
+  EXPECT_EQ(lemged(lem), 0);
+}
+
 TEST_F(Files, LinesMatchGetline) {
   std::mt19937_64 rng(7);
   std::string text;
@@ -489,6 +531,10 @@ TEST_F(Files, EveryFailureLeavesItsRecordAndNothingOpen) {
       {"size of missing", 0, kelmsg::LFI_NOTFOUND, path("missing"),
        [&, this] { return lfifsize(fctx, path("missing").c_str()) == -1; }},
       {"null name", 0, kelmsg::LFI_BADARG, "lfiexists", [&, this] { return lfiexists(fctx, nullptr) == -1; }},
+      {"null buffer", 0, kelmsg::LFI_BADARG, "lfiread",
+       with_open(LFI_READ, [&, this](lfifile *f) { return lfiread(fctx, f, nullptr, 1) == -1; })},
+      {"null text", 0, kelmsg::LFI_BADARG, "lfiputs",
+       with_open(LFI_READ | LFI_WRITE, [&, this](lfifile *f) { return lfiputs(fctx, f, nullptr) == -1; })},
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(c.what);
