@@ -1,13 +1,16 @@
 #!/usr/bin/env bash
 # build.sh - the two ways into kelcore10 on a fresh Debian machine.
 #
-#   ./build.sh run    installs what the build needs, builds the release preset
-#                     and runs the kelcore tool (the main job)
+#   ./build.sh run    installs what the release build needs (compiler, CMake,
+#                     Ninja, bison, Python, ICU, tzdata), builds the release
+#                     preset (library, tools, data files) and runs the
+#                     kelcore tool (the main job)
 #   ./build.sh test   installs what the tests need, builds the debug preset
 #                     (with fault-injection points) and runs the whole suite
 #
 # Further steps used by CI: asan, tsan, fuzz (each builds and tests that
-# preset), bench (builds the benchmarks; bench/ratios.py runs them).
+# preset), bench (builds the bench preset: the benchmarks, beside whichever
+# peer libraries are installed; bench/ratios.py runs them).
 # Optional: docs (API reference from the header comments into build/docs/html);
 # coverage (the suite in the coverage preset, then line and branch coverage
 # per family from gcovr).
@@ -15,8 +18,8 @@ set -euo pipefail
 cd "$(dirname "$0")"
 
 # Debian packages, by what needs them.
-PKGS_BUILD="cmake ninja-build g++ make pkg-config python3 tzdata bison libicu-dev libssl-dev"
-PKGS_TEST="libgtest-dev libgmock-dev googletest openssl"
+PKGS_BUILD="cmake ninja-build g++ python3 bison libicu-dev libssl-dev tzdata"
+PKGS_TEST="libgtest-dev libgmock-dev googletest pkg-config openssl"
 PKGS_BENCH="libbenchmark-dev libmimalloc-dev libjemalloc-dev libboost-dev libabsl-dev libcctz-dev libhowardhinnant-date-dev libinih-dev libcurl4-openssl-dev"
 PKGS_FUZZ="clang libclang-rt-dev"
 PKGS_DOCS="doxygen"
@@ -44,7 +47,7 @@ preset_build_test() {
 
 case "${1:-}" in
   run)
-    install_missing $PKGS_BUILD $PKGS_TEST $PKGS_BENCH
+    install_missing $PKGS_BUILD
     cmake --preset release >/dev/null
     cmake --build --preset release
     shift
@@ -63,10 +66,10 @@ case "${1:-}" in
     preset_build_test fuzz
     ;;
   bench)
-    install_missing $PKGS_BUILD $PKGS_TEST $PKGS_BENCH
-    cmake --preset release >/dev/null
-    benches=$(ninja -C build/release -t targets all | sed -n 's/^\(bench_[a-z_]*\): phony$/\1/p')
-    cmake --build --preset release $(printf -- '--target %s ' $benches)
+    install_missing $PKGS_BUILD $PKGS_BENCH
+    cmake --preset bench >/dev/null
+    cmake --build --preset bench
+    echo "build.sh: benchmarks in build/bench/bench/ (python3 bench/ratios.py runs them)"
     ;;
   coverage)
     install_missing $PKGS_BUILD $PKGS_TEST $PKGS_COVERAGE

@@ -3,14 +3,16 @@
 
 Every bench_<family> binary prints lines "RATIO <family> <ours> <peer> <ratio>"
 after its usual output (bench/support/ratio.h). This script runs the binaries
-of a release build with a short minimum time per case, gathers those lines and
-prints them as one table, so that figures taken on a loaded machine can still
-be compared: below 1 means ours is faster.
+of the bench preset's build (./build.sh bench) with a short minimum time per
+case, gathers those lines and prints them as one table, so that figures taken
+on a loaded machine can still be compared: below 1 means ours is faster. Pairs
+whose peer library was not installed when the benchmarks were configured are
+named under the table.
 
   python3 bench/ratios.py                        every family
   python3 bench/ratios.py number datetime        only these families
   python3 bench/ratios.py --filter 'parse' url   also pass --benchmark_filter
-  python3 bench/ratios.py --min-time 0.05 --build build/release
+  python3 bench/ratios.py --min-time 0.05 --build build/bench
   python3 bench/ratios.py hash --pass=--max=100000   extra argument for the binaries
 """
 import argparse
@@ -46,8 +48,8 @@ def main():
     here = os.path.dirname(os.path.abspath(__file__))
     ap = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     ap.add_argument("families", nargs="*", help="families to run (default: all)")
-    ap.add_argument("--build", default=os.path.join(here, "..", "build", "release"),
-                    help="build folder of the release preset (default: build/release)")
+    ap.add_argument("--build", default=os.path.join(here, "..", "build", "bench"),
+                    help="build folder of the bench preset (default: build/bench)")
     ap.add_argument("--min-time", default="0.05",
                     help="seconds per case, passed as --benchmark_min_time (default 0.05)")
     ap.add_argument("--filter", help="regular expression passed as --benchmark_filter")
@@ -109,6 +111,11 @@ def main():
             print(f"{fam:<{wf}}  {ours:<{wo}}  {peer:<{wp}}  {ratio:9.2f}{mark}")
         faster = sum(1 for r in rows if r[3] <= 1)
         print(f"\n{len(rows)} pairs: ours faster in {faster}, slower in {len(rows) - faster}")
+    skipped = os.path.join(bench_dir, "skipped.txt")
+    if os.path.exists(skipped):
+        for line in open(skipped, encoding="utf-8").read().splitlines():
+            if not args.families or line.split()[0].rstrip(":")[len("bench_"):] in args.families:
+                print(f"note: {line}")
     for f in failed:
         print(f"ratios.py: {f}", file=sys.stderr)
     return 1 if failed or not rows else 0

@@ -66,13 +66,40 @@ function(kel_add_bench_family dir)
   target_include_directories(bench_${fam} PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/bench)
 endfunction()
 
-# fuzz/<family>/<harness>.cpp becomes fuzz_<harness>, a libFuzzer binary, and a
-# bounded ctest run over its corpus folder fuzz/<family>/<harness>.corpus if any.
+# A benchmark's peer library is optional: the release build needs none of
+# them, and a machine that lacks one still measures the other pairs.
+# kel_bench_peer(<target> <peer> <debian package> <found> [<link items>...]):
+# with <found> true (a found library, package or header path) the target
+# links the items and compiles its cases against <peer> (KEL_PEER_<PEER>=1);
+# otherwise those cases are left out (KEL_PEER_<PEER>=0) with a note.
+function(kel_bench_peer target peer package found)
+  string(TOUPPER ${peer} up)
+  if(found)
+    target_link_libraries(${target} PRIVATE ${ARGN})
+    target_compile_definitions(${target} PRIVATE KEL_PEER_${up}=1)
+  else()
+    target_compile_definitions(${target} PRIVATE KEL_PEER_${up}=0)
+    kel_bench_note("${target}: the pairs with ${peer} are skipped (apt-get install ${package})")
+  endif()
+endfunction()
+
+# A note on what the benchmark build left out, shown at configure time and
+# kept in <build>/bench/skipped.txt, which bench/ratios.py prints under its
+# table so that a missing pair is not mistaken for a lost one.
+function(kel_bench_note text)
+  message(STATUS "bench: ${text}")
+  file(APPEND ${PROJECT_BINARY_DIR}/bench/skipped.txt "${text}\n")
+endfunction()
+
+# fuzz/<family>/[<part>/]<harness>.cpp becomes fuzz_<harness>, a libFuzzer
+# binary, and a bounded ctest run over its corpus folder <harness>.corpus
+# beside it, if any.
 function(kel_add_fuzz_family dir)
   get_filename_component(fam ${dir} NAME)
-  file(GLOB srcs CONFIGURE_DEPENDS ${dir}/*.cpp)
+  file(GLOB_RECURSE srcs CONFIGURE_DEPENDS ${dir}/*.cpp)
   foreach(src IN LISTS srcs)
     get_filename_component(h ${src} NAME_WE)
+    get_filename_component(src_dir ${src} DIRECTORY)
     add_executable(fuzz_${h} ${src})
     target_compile_options(fuzz_${h} PRIVATE -fsanitize=fuzzer)
     target_link_options(fuzz_${h} PRIVATE -fsanitize=fuzzer)
@@ -82,7 +109,7 @@ function(kel_add_fuzz_family dir)
     # that one lives in the build tree, the checked-in seeds come second.
     set(work ${CMAKE_CURRENT_BINARY_DIR}/corpus/${h})
     file(MAKE_DIRECTORY ${work})
-    set(seeds ${dir}/${h}.corpus)
+    set(seeds ${src_dir}/${h}.corpus)
     set(args -runs=${KEL_FUZZ_RUNS} -max_len=4096)
     if(EXISTS ${seeds})
       add_test(NAME fuzz_${h} COMMAND fuzz_${h} ${args} ${work} ${seeds})
@@ -96,8 +123,9 @@ endfunction()
 # Outside the fuzz preset, every harness with a corpus also replays it as an
 # ordinary test: replay_<harness> is the harness linked with a small main
 # (fuzz/replay_main.cpp) instead of libFuzzer, and the ctest
-# fuzz_replay_<harness> feeds it fuzz/<family>/<harness>.corpus, labelled
-# with the family so that a family's tests include its corpora.
+# fuzz_replay_<harness> feeds it the <harness>.corpus folder beside it
+# (fuzz/<family>/[<part>/]), labelled with the family so that a family's
+# tests include its corpora.
 function(kel_add_fuzz_replays fuzzdir)
   file(GLOB fam_dirs LIST_DIRECTORIES true ${fuzzdir}/*)
   foreach(d IN LISTS fam_dirs)
@@ -105,10 +133,11 @@ function(kel_add_fuzz_replays fuzzdir)
       continue()
     endif()
     get_filename_component(fam ${d} NAME)
-    file(GLOB srcs CONFIGURE_DEPENDS ${d}/*.cpp)
+    file(GLOB_RECURSE srcs CONFIGURE_DEPENDS ${d}/*.cpp)
     foreach(src IN LISTS srcs)
       get_filename_component(h ${src} NAME_WE)
-      if(NOT IS_DIRECTORY ${d}/${h}.corpus)
+      get_filename_component(src_dir ${src} DIRECTORY)
+      if(NOT IS_DIRECTORY ${src_dir}/${h}.corpus)
         continue()
       endif()
       add_executable(replay_${h} ${src} ${fuzzdir}/replay_main.cpp)
@@ -117,7 +146,7 @@ function(kel_add_fuzz_replays fuzzdir)
       if(KEL_TEST_HOOKS)
         target_compile_definitions(replay_${h} PRIVATE KEL_TEST_HOOKS=1)
       endif()
-      add_test(NAME fuzz_replay_${h} COMMAND replay_${h} ${d}/${h}.corpus)
+      add_test(NAME fuzz_replay_${h} COMMAND replay_${h} ${src_dir}/${h}.corpus)
       set_tests_properties(fuzz_replay_${h} PROPERTIES TIMEOUT 600 LABELS ${fam})
     endforeach()
   endforeach()

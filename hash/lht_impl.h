@@ -4,11 +4,13 @@
 #ifndef KEL_HASH_LHT_IMPL_H
 #define KEL_HASH_LHT_IMPL_H
 
+#include <atomic>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
+#include "hash/reclaim_impl.h"
 #include "lem.h"
 #include "lht.h"
 #include "sl.h"
@@ -179,20 +181,63 @@ struct ISlot {
   uint32_t check;
 };
 
+// Searches read slots while a change writes them, so every access to slot
+// storage that searches can see is atomic (plain moves on x86-64). Changes
+// store release: a key and value before the tag that says the slot is used.
+// Searches load tags relaxed as they walk, and order_loads() before they
+// read a key or value behind a tag, and before their last look at the
+// table's sequence; keys load acquire, so that the characters of a string
+// key are seen as they were written. Slots of storage still being built
+// are written plainly; publishing the storage orders those writes.
+template <class T>
+inline T load_acq(const T &x) noexcept {
+  return std::atomic_ref<T>(const_cast<T &>(x)).load(std::memory_order_acquire);
+}
+template <class T>
+inline void store_rel(T &x, T v) noexcept {
+  std::atomic_ref<T>(x).store(v, std::memory_order_release);
+}
+
+// Orders the loads before it before the loads after it (nothing but a
+// compiler barrier on x86-64). ThreadSanitizer does not model fences: what
+// it must see ordered, the acquire loads of keys and of the table's fields
+// order too.
+inline void order_loads() noexcept {
+#if defined(__SANITIZE_THREAD__) && !defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wtsan"
+#endif
+  std::atomic_thread_fence(std::memory_order_acquire);
+#if defined(__SANITIZE_THREAD__) && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
+}
+
+// The tag word overlays four fields of the slot, hence the aliasing type.
+typedef uint64_t TagWord __attribute__((may_alias));
+
 template <class KeyT>
-inline uint64_t slot_tag(const ISlot<KeyT> &s) noexcept {
+inline const TagWord *tag_word(const ISlot<KeyT> &s) noexcept {
   static_assert(offsetof(ISlot<KeyT>, reach) == offsetof(ISlot<KeyT>, state) + 1);
   static_assert(offsetof(ISlot<KeyT>, marks) == offsetof(ISlot<KeyT>, state) + 2);
   static_assert(offsetof(ISlot<KeyT>, check) == offsetof(ISlot<KeyT>, state) + 4);
   static_assert(offsetof(ISlot<KeyT>, state) % 8 == 0 && sizeof(ISlot<KeyT>) % 8 == 0);
-  uint64_t w;
-  std::memcpy(&w, &s.state, sizeof w);  // the state, the reach, the marks and the check word
-  return w;
+  return reinterpret_cast<const TagWord *>(&s.state);
+}
+template <class KeyT>
+inline uint64_t slot_tag(const ISlot<KeyT> &s) noexcept {
+  return __atomic_load_n(tag_word(s), __ATOMIC_RELAXED);
+}
+template <class KeyT>
+inline void set_tag(ISlot<KeyT> &s, uint64_t tag) noexcept {
+  __atomic_store_n(const_cast<TagWord *>(tag_word(s)), tag, __ATOMIC_RELEASE);
 }
 inline constexpr uint64_t kTagMatch = 0xFFFFFFFF000000FFu;  // the check word and the state
 inline constexpr uint64_t used_tag(uint32_t check) noexcept { return uint64_t{kUsed} | uint64_t{check} << 32; }
 inline constexpr uint32_t tag_reach(uint64_t tag) noexcept { return static_cast<uint8_t>(tag >> 8); }
 inline constexpr uint32_t tag_marks(uint64_t tag) noexcept { return static_cast<uint16_t>(tag >> 16); }
+inline constexpr uint64_t kTagState = 0xFF;
+inline constexpr uint64_t kTagCheck = 0xFFFFFFFF00000000u;
 
 // The mark of a check word. Entries that share a home have check words
 // that hash 1 (or the caller's hash) sent to the same slot, so the mark must
@@ -218,6 +263,16 @@ struct Storage {
   uint32_t nchunks = 0;
 };
 
+// Storage that a resize replaced while some thread was reading, kept until
+// no reader can hold it (see reclaim_impl.h).
+struct Retired {
+  Storage st;
+  uint64_t epoch;  // the epoch the resize advanced from
+};
+// Retired storage a table keeps at most; a change that finds them all still
+// held waits for the readers first (outside the mutex).
+inline constexpr uint32_t kRetiredMax = 4;
+
 // ------------------------------------------------------------ the table
 // The fields a search reads come first, so that a lookup touches one cache
 // line of the header besides its slots.
@@ -226,6 +281,9 @@ struct Table {
   uint32_t size;          // slots (a copy of st.size, read by the probes)
   Divisor step_div;       // size - 1, the divisor of the integer and string steps
   Storage st;
+  // Odd while a change writes what searches read (see table.cpp): a search
+  // that saw it move reads again.
+  std::atomic<uint64_t> seq;
   // arbitrary kind: the caller's callbacks
   LhtArbHashFn hash;
   LhtArbCmpFn cmp;
@@ -251,6 +309,8 @@ struct Table {
   sltsctx *ts;
   sltsmx mx;
   uint32_t iters;         // open iterations (under mx)
+  Retired retired[kRetiredMax];  // under mx
+  uint32_t nretired;
 };
 
 // Makes a table of any kind; the public Create functions are thin wrappers.
@@ -275,6 +335,44 @@ void mem_free(Table &t, void *p) noexcept;
 // the failure in st and nothing allocated.
 int32_t storage_make(Table &t, uint32_t size, Storage &out, Status &st) noexcept;
 void storage_free(Table &t, Storage &s) noexcept;
+
+// The storage that searches read, with the fields they take from it, loaded
+// at once (acquire) or stored at once (release).
+struct View {
+  void *const *chunks;
+  const void *first;
+  uint32_t size;
+  uint32_t per_chunk;
+  uint32_t nchunks;
+  Divisor div;
+};
+inline View view_of(const Table &t) noexcept {
+  Divisor d;
+  d.d = load_acq(t.step_div.d);
+  d.m = load_acq(t.step_div.m);
+  return {load_acq(t.st.chunks), load_acq(t.st.first), load_acq(t.size), load_acq(t.st.per_chunk),
+          load_acq(t.st.nchunks), d};
+}
+// Makes `ns` the table's storage, inside a change (under the mutex).
+void storage_publish(Table &t, const Storage &ns) noexcept;
+// After a change that replaced storage `old`: frees it when no thread reads,
+// else keeps it for storage_reclaim. The caller made room (nretired <
+// kRetiredMax).
+void storage_retire(Table &t, Storage &old) noexcept;
+// Frees the retired storage that no reader can hold any more.
+void storage_reclaim(Table &t) noexcept;
+// Frees every retired storage (the table is idle: Destroy).
+void storage_free_retired(Table &t) noexcept;
+
+// A change of what searches read: the table's sequence is odd from begin to
+// end. (A scan of the readers made after the end fences first, so that it
+// sees every read that could have missed the change; see reclaim_impl.h.)
+inline void write_begin(Table &t) noexcept {
+  t.seq.store(t.seq.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+}
+inline void write_end(Table &t) noexcept {
+  t.seq.store(t.seq.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+}
 
 // Accessors for tests.
 inline uint32_t table_size(const Table *t) noexcept { return t->size; }

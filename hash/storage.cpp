@@ -6,6 +6,9 @@
 // each one allocation of at most LHT_CHUNK_SLOTS slots (under 2 GiB), the
 // last one holding the remainder. Every slot of fresh storage is empty.
 //
+// Storage that a resize replaced may still be read by searches on other
+// threads; it is retired and freed once no reader can hold it.
+//
 // Sections: allocator; slot storage; reporting; creation; exported allocator.
 #include <new>
 
@@ -98,6 +101,50 @@ void storage_free(Table &t, Storage &s) noexcept {
   for (uint32_t c = 0; c < s.nchunks; ++c) mem_free(t, s.chunks[c]);
   mem_free(t, s.chunks);
   s = Storage{};
+}
+
+// Searches read the storage fields while a resize replaces them: the stores
+// are atomic, and the table's sequence (odd around them) tells a search that
+// it read a mixture.
+void storage_publish(Table &t, const Storage &ns) noexcept {
+  const Divisor div(ns.size - 1);
+  store_rel(t.st.chunks, ns.chunks);
+  store_rel(t.st.first, ns.first);
+  store_rel(t.st.size, ns.size);
+  store_rel(t.st.per_chunk, ns.per_chunk);
+  store_rel(t.st.last, ns.last);
+  store_rel(t.st.nchunks, ns.nchunks);
+  store_rel(t.size, ns.size);
+  store_rel(t.step_div.d, div.d);
+  store_rel(t.step_div.m, div.m);
+}
+
+void storage_retire(Table &t, Storage &old) noexcept {
+  // Nobody reading (always so for a table used by one thread): free it now.
+  if (readers_idle(nullptr)) {
+    storage_free(t, old);
+    return;
+  }
+  t.retired[t.nretired++] = Retired{old, epoch_advance()};
+  old = Storage{};
+}
+
+void storage_reclaim(Table &t) noexcept {
+  if (t.nretired == 0) return;
+  const uint64_t oldest = oldest_reading_epoch();
+  uint32_t kept = 0;
+  for (uint32_t i = 0; i < t.nretired; ++i) {
+    if (t.retired[i].epoch < oldest)
+      storage_free(t, t.retired[i].st);
+    else
+      t.retired[kept++] = t.retired[i];
+  }
+  t.nretired = kept;
+}
+
+void storage_free_retired(Table &t) noexcept {
+  for (uint32_t i = 0; i < t.nretired; ++i) storage_free(t, t.retired[i].st);
+  t.nretired = 0;
 }
 
 // ------------------------------------------------------------- reporting

@@ -21,19 +21,38 @@
 // modulus is a multiplication by a reciprocal fixed at resize.
 //
 // Changes (insert, remove, resize) run under the table's mutex, which also
-// counts the open iterations. Searches, the probe functions and Yield only
-// read and take no lock: any number of them may run at once. While an
-// iteration is open, changes are refused, so the slots an iterator reads
-// cannot change under it; a search that overlaps a change is the caller's
-// fault (a change can free the storage being read), and callers that mix
-// them serialise themselves. Failures are collected in a per-call Status and
-// recorded once, after the mutex is released; a search sets up none.
+// counts the open iterations. Searches, the probe functions and Yield take
+// no lock and write nothing shared but their thread's reader record: any
+// number of them run at once, and alongside changes. A read sees either the
+// table before a change or after it, never a mixture:
+// - a change brackets its stores to what readers see with the table's
+//   sequence (odd while it writes). A read notes the sequence, loads the
+//   storage fields, checks the sequence again before it touches a slot (so
+//   that it walks only storage whose size it knows), and once more before
+//   it answers; a read that saw the sequence move starts again. After a few
+//   tries (a stream of changes) it reads under the mutex, so it always ends;
+//   it waits there also when its thread has no reader record;
+// - a change writes a slot's key and value before the tag that says the
+//   slot is used, and a read loads the tag before them (see load_acq in
+//   lht_impl.h), so a key read from a used slot is one that was stored
+//   there;
+// - a resize builds the new storage aside, while searches go on in the old
+//   one, and swaps it in with one short change; the old storage is freed
+//   only when no read can still hold it, and a Remove of a string or
+//   arbitrary key returns only when no read can still compare against it,
+//   so that the caller may free it (both in reclaim_impl.h);
+// - an insert that fills the table puts its entry straight into the grown
+//   storage, at the place that putting it into the full storage and then
+//   growing would give; a failed growth leaves nothing to undo.
+// Failures are collected in a per-call Status and recorded once, after the
+// mutex is released; a search sets up none.
 //
-// Sections: kind traits; slot access and probe; search; resize; operations
-// (insert, remove, search, iteration, probe, resize, destroy); exported
-// functions.
+// Sections: kind traits; slot access and probe; search; reads; resize;
+// operations (insert, remove, search, iteration, probe, resize, destroy);
+// exported functions.
 #include <cstring>
 #include <type_traits>
+#include <utility>
 
 #include "hash/lht_impl.h"
 
@@ -43,9 +62,11 @@ namespace {
 
 // ------------------------------------------------------------ kind traits
 // hash(): the home slot for `size` and the check word kept in the slot.
-// rehash(): the same for an entry already in the table (a resize).
+// rehash(): the same for an entry already in the table (a resize), from its
+// key and stored check word.
 // step(): the probe step, asked for only at the first collision.
-// same(): whether the entry in a slot has the key (the check word first).
+// same(): whether the used slot with tag `tag` holds the key (the check word
+// first).
 
 struct Hashed {
   uint32_t home;
@@ -59,9 +80,12 @@ struct IntKind {
   static constexpr Kind kKind = Kind::Int;
   static bool valid(Key) noexcept { return true; }
   static Hashed hash(const Table &, Key k, uint32_t size) noexcept { return {inq1(k, size), k}; }
-  static Hashed rehash(const Table &t, const Slot &s, uint32_t size) noexcept { return hash(t, s.key, size); }
+  static Hashed rehash(const Table &t, Key k, uint32_t, uint32_t size) noexcept { return hash(t, k, size); }
   static uint32_t step(const Table &, Key k, const Divisor &d) noexcept { return d.mod(k + 777u) + 1; }
-  static bool same(const Table &, const Slot &s, Key k, uint32_t) noexcept { return s.key == k; }
+  // The check word of an integer entry is its key.
+  static bool same(const Table &, const Slot &, uint64_t tag, Key k, uint32_t) noexcept {
+    return static_cast<uint32_t>(tag >> 32) == k;
+  }
   static int32_t fail_key(Status &st, int32_t code, Key k) noexcept { return st.fail_num(code, k); }
 };
 
@@ -75,10 +99,13 @@ struct StrKind {
     uint32_t h = fold1(k);
     return {inq1(h, size), h};
   }
-  static Hashed rehash(const Table &, const Slot &s, uint32_t size) noexcept { return {inq1(s.check, size), s.check}; }
+  static Hashed rehash(const Table &, Key, uint32_t check, uint32_t size) noexcept { return {inq1(check, size), check}; }
   static uint32_t step(const Table &, Key k, const Divisor &d) noexcept { return d.mod(fold2(k) + 777u) + 1; }
-  static bool same(const Table &, const Slot &s, Key k, uint32_t check) noexcept {
-    return s.check == check && (s.key == k || strcmp(s.key, k) == 0);
+  static bool same(const Table &, const Slot &s, uint64_t tag, Key k, uint32_t check) noexcept {
+    if (static_cast<uint32_t>(tag >> 32) != check) return false;
+    order_loads();
+    const char *stored = load_acq(s.key);
+    return stored == k || strcmp(stored, k) == 0;
   }
   static int32_t fail_key(Status &st, int32_t code, Key k) noexcept { return st.fail_text(code, k); }
 };
@@ -93,15 +120,18 @@ struct ArbKind {
     uint32_t h = t.hash(k, size, t.uctx);
     return {h < size ? h : h % size, h};
   }
-  static Hashed rehash(const Table &t, const Slot &s, uint32_t size) noexcept { return hash(t, s.key, size); }
+  static Hashed rehash(const Table &t, Key k, uint32_t, uint32_t size) noexcept { return hash(t, k, size); }
   // Probe n looks at home + LhtArqQuad(n, 14, 0) = home + 14n, so each move
   // adds 14 (mod size); d.d + 1 is the size.
-  static uint32_t step(const Table &, Key, const Divisor &d) noexcept {
+  static uint32_t step(const Divisor &d) noexcept {
     uint32_t size = d.d + 1;
     return (kArbB + kArbC) < size ? kArbB + kArbC : (kArbB + kArbC) % size;
   }
-  static bool same(const Table &t, const Slot &s, Key k, uint32_t check) noexcept {
-    return s.check == check && t.cmp(s.key, k, t.uctx) == 0;
+  static uint32_t step(const Table &, Key, const Divisor &d) noexcept { return step(d); }
+  static bool same(const Table &t, const Slot &s, uint64_t tag, Key k, uint32_t check) noexcept {
+    if (static_cast<uint32_t>(tag >> 32) != check) return false;
+    order_loads();
+    return t.cmp(load_acq(s.key), k, t.uctx) == 0;
   }
   static int32_t fail_key(Status &st, int32_t code, Key k) noexcept {
     return st.fail_num(code, static_cast<int64_t>(reinterpret_cast<uintptr_t>(k)));
@@ -111,10 +141,10 @@ struct ArbKind {
 // -------------------------------------------------- slot access and probe
 
 template <class Slot>
-inline Slot *slot_at(const Storage &s, uint32_t i) noexcept {
+inline Slot *slot_at(const View &v, uint32_t i) noexcept {
   // Real tables have one chunk, so the first test settles nearly every access.
-  if (__builtin_expect(i < s.per_chunk, 1)) return static_cast<Slot *>(s.first) + i;
-  return static_cast<Slot *>(s.chunks[i / s.per_chunk]) + i % s.per_chunk;
+  if (__builtin_expect(i < v.per_chunk, 1)) return static_cast<Slot *>(const_cast<void *>(v.first)) + i;
+  return static_cast<Slot *>(v.chunks[i / v.per_chunk]) + i % v.per_chunk;
 }
 
 struct Probe {
@@ -127,38 +157,52 @@ struct Probe {
 
 // Records at its home slot (see ISlot) that an entry with check word `check`
 // sits on probe n of its path: the reach becomes at least n + 1, and the
-// entry's mark is set.
+// entry's mark is set. The home slot's tag is written whole, as searches
+// read it.
 template <class Slot>
-inline void note_homed(const Storage &s, uint32_t home, uint32_t n, uint32_t check) noexcept {
-  Slot *h = slot_at<Slot>(s, home);
+inline void note_homed(const View &v, uint32_t home, uint32_t n, uint32_t check) noexcept {
+  Slot *h = slot_at<Slot>(v, home);
+  const uint64_t tag = slot_tag(*h);
   uint32_t need = n < kReachOpen ? n + 1 : kReachOpen;
-  if (h->reach < need) h->reach = static_cast<uint8_t>(need);
-  h->marks |= mark_of(check);
+  uint32_t reach = tag_reach(tag) < need ? need : tag_reach(tag);
+  uint32_t marks = tag_marks(tag) | mark_of(check);
+  uint64_t next = (tag & ~uint64_t{0xFFFFFF00}) | uint64_t{reach} << 8 | uint64_t{marks} << 16;
+  if (next != tag) set_tag(*h, next);
+}
+
+// Fills the empty or deleted slot s (key and value first, then the tag that
+// says it is used: a search that sees the tag sees them).
+template <class Slot, class Key>
+inline void fill(Slot &s, Key key, void *value, uint32_t check) noexcept {
+  store_rel(s.key, key);
+  store_rel(s.value, value);
+  set_tag(s, (slot_tag(s) & ~(kTagState | kTagCheck)) | used_tag(check));
 }
 
 template <class K>
-Probe probe(const Table &t, typename K::Key key) noexcept {
-  const Storage &s = t.st;
-  const uint32_t size = t.size;
+Probe probe(const Table &t, const View &v, typename K::Key key) noexcept {
+  const uint32_t size = v.size;
   const Hashed h = K::hash(t, key, size);
   uint32_t i = h.home;
   uint32_t step = kNoStep;
   uint32_t first_deleted = kNoSlot, deleted_n = 0;
   for (uint32_t n = 0; n < size; ++n) {
-    const auto *slot = slot_at<typename K::Slot>(s, i);
-    if (slot->state == kEmpty) {
+    const auto *slot = slot_at<typename K::Slot>(v, i);
+    const uint64_t tag = slot_tag(*slot);
+    const uint8_t state = static_cast<uint8_t>(tag);
+    if (state == kEmpty) {
       if (first_deleted != kNoSlot) return {false, first_deleted, h.check, h.home, deleted_n};
       return {false, i, h.check, h.home, n};
     }
-    if (slot->state == kDeleted) {
+    if (state == kDeleted) {
       if (first_deleted == kNoSlot) {
         first_deleted = i;
         deleted_n = n;
       }
-    } else if (K::same(t, *slot, key, h.check)) {
+    } else if (K::same(t, *slot, tag, key, h.check)) {
       return {true, i, h.check, h.home, n};
     }
-    if (step == kNoStep) step = K::step(t, key, t.step_div);
+    if (step == kNoStep) step = K::step(t, key, v.div);
     i += step;  // i, step < size: one subtraction is the modulus
     if (i >= size) i -= size;
   }
@@ -185,7 +229,7 @@ Probe probe(const Table &t, typename K::Key key) noexcept {
 // A Finder holds the hashed key: its home slot, the tag of a slot holding a
 // key with its check word, step(), match(), which confirms a slot whose tag
 // is that one, and whether the walk past its home slot is kept out of line
-// (see search_apart).
+// (see search_int_walk).
 
 struct IntFinder {
   using Slot = ISlot<uint32_t>;
@@ -193,8 +237,9 @@ struct IntFinder {
   uint32_t home;
   uint64_t tag;  // the check word of an integer slot is its key: the tag decides
   static constexpr bool kWalkApart = true;
-  IntFinder(const Table &t, uint32_t k) noexcept : key(k), home(inq1(k, t.size)), tag(used_tag(k)) {}
-  uint32_t step(const Table &t) const noexcept { return t.step_div.mod(key + 777u) + 1; }
+  explicit IntFinder(uint32_t k) noexcept : key(k), home(0), tag(used_tag(k)) {}
+  IntFinder(const Table &, uint32_t size, uint32_t k) noexcept : key(k), home(inq1(k, size)), tag(used_tag(k)) {}
+  uint32_t step(const View &v) const noexcept { return v.div.mod(key + 777u) + 1; }
   static constexpr bool match(const Table &, const Slot &) noexcept { return true; }
 };
 
@@ -204,16 +249,18 @@ struct StrFinder {
   uint32_t home;
   uint64_t tag;  // with the raw first fold as check word
   static constexpr bool kWalkApart = false;
-  StrFinder(const Table &t, const char *k) noexcept : key(k) {
+  StrFinder(const Table &, uint32_t size, const char *k) noexcept : key(k) {
     uint32_t check = fold1(k);
-    home = inq1(check, t.size);
+    home = inq1(check, size);
     tag = used_tag(check);
   }
-  uint32_t step(const Table &t) const noexcept { return t.step_div.mod(fold2(key) + 777u) + 1; }
+  uint32_t step(const View &v) const noexcept { return v.div.mod(fold2(key) + 777u) + 1; }
   // Equal folds nearly always mean equal keys; the first byte and strcmp
   // make sure.
   bool match(const Table &, const Slot &s) const noexcept {
-    return s.key == key || (s.key[0] == key[0] && strcmp(s.key, key) == 0);
+    order_loads();
+    const char *stored = load_acq(s.key);
+    return stored == key || (stored[0] == key[0] && strcmp(stored, key) == 0);
   }
 };
 
@@ -223,15 +270,17 @@ struct ArbFinder {
   uint32_t home;
   uint64_t tag;  // with the caller's hash as check word
   static constexpr bool kWalkApart = false;
-  ArbFinder(const Table &t, const void *k) noexcept : key(k) {
-    uint32_t h = t.hash(k, t.size, t.uctx);
-    home = h < t.size ? h : h % t.size;
+  ArbFinder(const Table &t, uint32_t size, const void *k) noexcept : key(k) {
+    uint32_t h = t.hash(k, size, t.uctx);
+    home = h < size ? h : h % size;
     tag = used_tag(h);
   }
-  uint32_t step(const Table &t) const noexcept { return ArbKind::step(t, key, t.step_div); }
-  bool match(const Table &t, const Slot &s) const noexcept { return t.cmp(s.key, key, t.uctx) == 0; }
+  uint32_t step(const View &v) const noexcept { return ArbKind::step(v.div); }
+  bool match(const Table &t, const Slot &s) const noexcept {
+    order_loads();
+    return t.cmp(load_acq(s.key), key, t.uctx) == 0;
+  }
 };
-
 template <class K> struct FinderOf;
 template <> struct FinderOf<IntKind> { using type = IntFinder; };
 template <> struct FinderOf<StrKind> { using type = StrFinder; };
@@ -257,9 +306,13 @@ static_assert(sizes_are_odd_primes(), "the walks cover every slot once, the stri
 // neither; a string key's step (its second fold) only once its mark is
 // found.
 template <class F>
-inline bool step_if_marked(const Table &t, const F &f, uint64_t home_tag, uint32_t &step) noexcept {
-  if ((tag_marks(home_tag) & mark_of(static_cast<uint32_t>(f.tag >> 32))) == 0) return false;
-  step = f.step(t);
+inline bool marked(const F &f, uint64_t home_tag) noexcept {
+  return (tag_marks(home_tag) & mark_of(static_cast<uint32_t>(f.tag >> 32))) != 0;
+}
+template <class F>
+inline bool step_if_marked(const View &v, const F &f, uint64_t home_tag, uint32_t &step) noexcept {
+  if (!marked(f, home_tag)) return false;
+  step = f.step(v);
   return true;
 }
 
@@ -270,21 +323,12 @@ inline uint32_t probes_after_home(uint32_t reach, uint32_t size) noexcept {
   return reach < kReachOpen ? reach - 1 : size - 1;
 }
 
-// The answer of a search from the slot found (or null).
-template <class Slot>
-inline int32_t answer(const Slot *s, void **value) noexcept {
-  // A miss is an answer, not a failure: nothing is recorded.
-  if (s == nullptr) return -LHT_ERR_NOKEY;
-  if (value != nullptr) *value = s->value;
-  return LHT_OK;
-}
-
 // One chunk, every real table: the walk past the home slot (at `at`, with
 // tag `home_tag`, which did not match) steps byte addresses through the
-// chunk, wrapping by one subtraction.
+// chunk, wrapping by one subtraction. Returns the key's slot or null.
 //
 // With ReadAhead (integer keys on a table larger than the nearer caches, see
-// search()), a hit that is not at home is mostly within the next three
+// find()), a hit that is not at home is mostly within the next three
 // probes: their slots are fetched at once, each from memory, and compared
 // without branches, rather than one trip to memory after another. The tag
 // of an integer slot holds the key itself, and a key is never further along
@@ -292,19 +336,20 @@ inline int32_t answer(const Slot *s, void **value) noexcept {
 // slots read ahead is the answer. On a small table the slots are at hand and
 // the plain walk is quicker.
 template <bool ReadAhead, class F>
-inline int32_t search_on(const Table &t, const F &f, uintptr_t at, uint64_t home_tag, void **value) noexcept {
+inline const typename F::Slot *search_on(const Table &t, const View &v, const F &f, uintptr_t at,
+                                         uint64_t home_tag) noexcept {
   using Slot = typename F::Slot;
   uint32_t step;
-  if (!step_if_marked(t, f, home_tag, step)) return -LHT_ERR_NOKEY;
-  const auto base = reinterpret_cast<uintptr_t>(t.st.first);
-  const uintptr_t span = uintptr_t{t.size} * sizeof(Slot);
+  if (!step_if_marked(v, f, home_tag, step)) return nullptr;
+  const auto base = reinterpret_cast<uintptr_t>(v.first);
+  const uintptr_t span = uintptr_t{v.size} * sizeof(Slot);
   const uintptr_t end = base + span;
   const uintptr_t stride = uintptr_t{step} * sizeof(Slot);
   auto next = [&](uintptr_t a) {
     a += stride;
     return a >= end ? a - span : a;
   };
-  uint32_t left = probes_after_home(tag_reach(home_tag), t.size);
+  uint32_t left = probes_after_home(tag_reach(home_tag), v.size);
   if constexpr (ReadAhead) {
     static_assert(std::is_same_v<F, IntFinder>, "only an integer tag decides a match by itself");
     auto tag_at = [](uintptr_t a) { return slot_tag(*reinterpret_cast<const Slot *>(a)); };
@@ -313,10 +358,10 @@ inline int32_t search_on(const Table &t, const F &f, uintptr_t at, uint64_t home
     uintptr_t hit = (t3 & kTagMatch) == f.tag ? a3 : 0;
     hit = (t2 & kTagMatch) == f.tag ? a2 : hit;
     hit = (t1 & kTagMatch) == f.tag ? a1 : hit;
-    if (hit != 0) return answer(reinterpret_cast<const Slot *>(hit), value);
+    if (hit != 0) return reinterpret_cast<const Slot *>(hit);
     if (left <= 3 || static_cast<uint8_t>(t1) == kEmpty || static_cast<uint8_t>(t2) == kEmpty ||
         static_cast<uint8_t>(t3) == kEmpty)
-      return -LHT_ERR_NOKEY;
+      return nullptr;
     left -= 3;
     at = a3;
   }
@@ -324,52 +369,40 @@ inline int32_t search_on(const Table &t, const F &f, uintptr_t at, uint64_t home
     at = next(at);
     const Slot *s = reinterpret_cast<const Slot *>(at);
     const uint64_t tag = slot_tag(*s);
-    if ((tag & kTagMatch) == f.tag && f.match(t, *s)) return answer(s, value);
-    if (static_cast<uint8_t>(tag) == kEmpty) return -LHT_ERR_NOKEY;
+    if ((tag & kTagMatch) == f.tag && f.match(t, *s)) return s;
+    if (static_cast<uint8_t>(tag) == kEmpty) return nullptr;
   } while (--left != 0);
-  return -LHT_ERR_NOKEY;
-}
-
-// The same walk out of line, entered by a tail call, for integer keys: a
-// search that ends at the home slot, a hit there or a miss, then needs no
-// more registers than its arguments and saves none. (A string search spends
-// its time folding the key; there the call would only cost.)
-template <bool ReadAhead, class F>
-[[gnu::noinline]] int32_t search_apart(const Table &t, const F f, uintptr_t at, uint64_t home_tag,
-                                       void **value) noexcept {
-  return search_on<ReadAhead>(t, f, at, home_tag, value);
+  return nullptr;
 }
 
 // A search of one-chunk storage: the home slot, then the walk.
-template <bool ReadAhead, class F>
-inline int32_t search_one(const Table &t, const F &f, void **value) noexcept {
+template <class F>
+inline const typename F::Slot *search_one(const Table &t, const View &v, const F &f) noexcept {
   using Slot = typename F::Slot;
-  const uintptr_t at = reinterpret_cast<uintptr_t>(t.st.first) + uintptr_t{f.home} * sizeof(Slot);
+  const uintptr_t at = reinterpret_cast<uintptr_t>(v.first) + uintptr_t{f.home} * sizeof(Slot);
   const Slot *s = reinterpret_cast<const Slot *>(at);
   const uint64_t tag = slot_tag(*s);
-  if ((tag & kTagMatch) == f.tag && f.match(t, *s)) return answer(s, value);
-  if (tag_reach(tag) <= 1) return -LHT_ERR_NOKEY;  // an empty home has reach 0
-  if constexpr (F::kWalkApart)
-    return search_apart<ReadAhead>(t, f, at, tag, value);
-  else
-    return search_on<ReadAhead>(t, f, at, tag, value);
+  if ((tag & kTagMatch) == f.tag && f.match(t, *s)) return s;
+  if (tag_reach(tag) <= 1) return nullptr;  // an empty home has reach 0
+  if constexpr (std::is_same_v<F, IntFinder>)
+    if (size_t{v.size} * sizeof(Slot) > kCachedBytes) return search_on<true>(t, v, f, at, tag);
+  return search_on<false>(t, v, f, at, tag);
 }
 
 // Several chunks (only tests make them): slot i is found by division.
 template <class F>
-const typename F::Slot *walk_many(const Table &t, const F &f) noexcept {
+const typename F::Slot *walk_many(const Table &t, const View &v, const F &f) noexcept {
   using Slot = typename F::Slot;
-  const Storage &st = t.st;
-  auto at = [&st](uint32_t i) {
-    return static_cast<const Slot *>(st.chunks[i / st.per_chunk]) + i % st.per_chunk;
+  auto at = [&v](uint32_t i) {
+    return static_cast<const Slot *>(v.chunks[i / v.per_chunk]) + i % v.per_chunk;
   };
-  const uint32_t size = t.size;
+  const uint32_t size = v.size;
   const Slot *s = at(f.home);
   uint64_t tag = slot_tag(*s);
   const uint32_t reach = tag_reach(tag);
   uint32_t step;
   if ((tag & kTagMatch) == f.tag && f.match(t, *s)) return s;
-  if (reach <= 1 || !step_if_marked(t, f, tag, step)) return nullptr;  // an empty home has reach 0
+  if (reach <= 1 || !step_if_marked(v, f, tag, step)) return nullptr;  // an empty home has reach 0
   uint32_t left = probes_after_home(reach, size);
   for (uint32_t i = f.home; left != 0; --left) {
     i += step;  // i, step < size: one subtraction is the modulus
@@ -382,47 +415,131 @@ const typename F::Slot *walk_many(const Table &t, const F &f) noexcept {
   return nullptr;
 }
 
+// The key's slot in the storage `v`, or null.
+template <class K>
+const typename K::Slot *find(const Table &t, const View &v, typename K::Key key) noexcept {
+  using F = typename FinderOf<K>::type;
+  static_assert(std::is_same_v<typename F::Slot, typename K::Slot>);
+  const F f(t, v.size, key);
+  return v.nchunks == 1 ? search_one(t, v, f) : walk_many(t, v, f);
+}
+
+// ------------------------------------------------------------------- reads
+// Searches, probes and Yield read through read(): a read announced to the
+// reclamation (so that no storage it may reach is freed under it), run on a
+// view of the storage taken between two looks at the table's sequence, and
+// repeated when a change overlapped it (see the top of the file). `fn` only
+// reads and returns its whole answer; the caller writes the outputs.
+
+class Locked {
+ public:
+  explicit Locked(Table &t) noexcept : t_(t) { sltsmna(t_.ts, &t_.mx); }
+  ~Locked() { sltsmnr(t_.ts, &t_.mx); }
+  Locked(const Locked &) = delete;
+  Locked &operator=(const Locked &) = delete;
+
+ private:
+  Table &t_;
+};
+
+// Lock-free tries before a read waits for the mutex: each failed one means
+// that a change ran meanwhile, so several in a row mean a stream of them.
+// (No change waits for readers while it holds the mutex, so a read inside
+// another one, from a callback, may wait for it too.)
+constexpr int kReadTries = 8;
+
+template <class Fn>
+inline auto read(Table &t, Fn fn) noexcept -> decltype(fn(std::declval<const View &>())) {
+  {
+    ReadSection rs;
+    if (__builtin_expect(rs.ok(), 1)) {
+      for (int tries = 1;; ++tries) {
+        const uint64_t seq = t.seq.load(std::memory_order_seq_cst);
+        const View v = view_of(t);
+        // The view is of one storage only if no change ran while it was
+        // loaded; only then may the walk trust its size.
+        if (__builtin_expect((seq & 1) == 0 && t.seq.load(std::memory_order_acquire) == seq, 1)) {
+          auto answer = fn(v);
+          order_loads();
+          if (__builtin_expect(t.seq.load(std::memory_order_acquire) == seq, 1)) return answer;
+        }
+        if (tries == kReadTries) break;
+      }
+    }
+  }
+  Locked lock(t);
+  return fn(view_of(t));
+}
+
 // ------------------------------------------------------------------ resize
 
-// Moves every entry into fresh storage of size kSizes[index]. The new storage
-// holds no deleted slots and no equal keys, so each entry goes to the first
-// empty slot of its probe path. On failure the table is untouched.
+// An entry that an insert puts straight into the grown storage: it takes the
+// place of old slot `slot` (empty or deleted there) in the move.
 template <class K>
-int32_t resize_locked(Table &t, uint32_t index, Status &st) noexcept {
+struct Pending {
+  uint32_t slot;
+  typename K::Key key;
+  void *value;
+  uint32_t check;
+};
+
+// Moves every entry (and `extra`, if any) into fresh storage of size
+// kSizes[index], then swaps it in with one short change and retires the old
+// storage. The new storage holds no deleted slots and no equal keys, so each
+// entry goes to the first empty slot of its probe path. Searches go on in
+// the old storage meanwhile: nothing else writes it (the mutex). On failure
+// the table is untouched.
+template <class K>
+int32_t resize_locked(Table &t, uint32_t index, Status &st, const Pending<K> *extra = nullptr) noexcept {
   using Slot = typename K::Slot;
+  // Only a change made from inside a read on this thread (a callback that
+  // changes a table) finds no room: it cannot wait for its own read.
+  if (t.nretired == kRetiredMax)
+    return st.fail_num(LHT_ERR_NOMEM, static_cast<int64_t>(size_t{kSizes[index]} * sizeof(Slot)));
   Storage ns;
   if (storage_make(t, kSizes[index], ns, st) != 0) return -LHT_ERR_NOMEM;
+  const View nv{ns.chunks, ns.first, ns.size, ns.per_chunk, ns.nchunks, Divisor(ns.size - 1)};
   const uint32_t size = ns.size;
-  const Divisor div(size - 1);
   const Storage &os = t.st;
   for (uint32_t c = 0; c < os.nchunks; ++c) {
     const auto *chunk = static_cast<const Slot *>(os.chunks[c]);
     uint32_t n = c + 1 == os.nchunks ? os.last : os.per_chunk;
     for (uint32_t j = 0; j < n; ++j) {
-      if (chunk[j].state != kUsed) continue;
-      Hashed h = K::rehash(t, chunk[j], size);
-      uint32_t i = h.home, n = 0;
-      Slot *dst = slot_at<Slot>(ns, i);
+      typename K::Key key;
+      void *value;
+      uint32_t check;
+      if (chunk[j].state == kUsed) {
+        key = chunk[j].key;
+        value = chunk[j].value;
+        check = chunk[j].check;
+      } else if (extra != nullptr && c * os.per_chunk + j == extra->slot) {
+        key = extra->key;
+        value = extra->value;
+        check = extra->check;
+      } else {
+        continue;
+      }
+      Hashed h = K::rehash(t, key, check, size);
+      uint32_t i = h.home, probes = 0;
+      Slot *dst = slot_at<Slot>(nv, i);
       if (dst->state != kEmpty) {
-        uint32_t step = K::step(t, chunk[j].key, div);
+        uint32_t step = K::step(t, key, nv.div);
         do {
           i += step;
           if (i >= size) i -= size;
-          dst = slot_at<Slot>(ns, i);
-          ++n;
+          dst = slot_at<Slot>(nv, i);
+          ++probes;
         } while (dst->state != kEmpty);
       }
-      dst->key = chunk[j].key;
-      dst->value = chunk[j].value;
-      dst->state = kUsed;
-      dst->check = h.check;
-      note_homed<Slot>(ns, h.home, n, h.check);
+      fill(*dst, key, value, h.check);
+      note_homed<Slot>(nv, h.home, probes, h.check);
     }
   }
-  storage_free(t, t.st);
-  t.st = ns;
-  t.size = size;
-  t.step_div = div;
+  Storage old = t.st;
+  write_begin(t);
+  storage_publish(t, ns);
+  write_end(t);
+  storage_retire(t, old);
   t.index = index;
   t.grow_above = size - 1;
   t.shrink_below = size >> 2;
@@ -436,12 +553,31 @@ inline bool is(const LhtTable *t) noexcept {
   return t != nullptr && t->kind == K::kKind;
 }
 
-class Locked {
+// Whether the calling thread is inside a read (a callback of a search).
+inline bool reading() noexcept {
+  const Reader *r = tl_reader;
+  return r != nullptr && r->epoch.load(std::memory_order_relaxed) != 0;
+}
+
+// The mutex, for a change. First frees the retired storage no reader holds
+// any more; when all the room for retired storage is still held, waits for
+// those readers without the mutex (they may need it to finish).
+class ChangeLock {
  public:
-  explicit Locked(Table &t) noexcept : t_(t) { sltsmna(t_.ts, &t_.mx); }
-  ~Locked() { sltsmnr(t_.ts, &t_.mx); }
-  Locked(const Locked &) = delete;
-  Locked &operator=(const Locked &) = delete;
+  explicit ChangeLock(Table &t) noexcept : t_(t) {
+    sltsmna(t_.ts, &t_.mx);
+    if (t_.nretired != 0) storage_reclaim(t_);
+    while (t_.nretired == kRetiredMax && !reading()) {
+      const uint64_t newest = t_.retired[kRetiredMax - 1].epoch;
+      sltsmnr(t_.ts, &t_.mx);
+      wait_readers_past(newest, nullptr);
+      sltsmna(t_.ts, &t_.mx);
+      storage_reclaim(t_);
+    }
+  }
+  ~ChangeLock() { sltsmnr(t_.ts, &t_.mx); }
+  ChangeLock(const ChangeLock &) = delete;
+  ChangeLock &operator=(const ChangeLock &) = delete;
 
  private:
   Table &t_;
@@ -451,28 +587,23 @@ template <class K>
 int32_t insert_locked(Table &t, typename K::Key key, void *value, Status &st) noexcept {
   if (t.iters != 0) return st.fail(LHT_ERR_ITER);
   if (t.count >= kMaxEntries) return st.fail_num(LHT_ERR_FULL, kMaxEntries);
-  Probe p = probe<K>(t, key);
+  const View v = view_of(t);
+  Probe p = probe<K>(t, v, key);
   if (p.found) return K::fail_key(st, LHT_ERR_DUP, key);
   if (p.slot == kNoSlot) return st.fail_num(LHT_ERR_FULL, t.count);  // a table is never left without a free slot
-  auto *slot = slot_at<typename K::Slot>(t.st, p.slot);
-  uint8_t was = slot->state;
-  slot->key = key;
-  slot->value = value;
-  slot->state = kUsed;
-  slot->check = p.check;
-  note_homed<typename K::Slot>(t.st, p.home, p.n, p.check);
-  ++t.count;
-  if (t.count > t.grow_above && t.index < kMaxIndex) {
-    int32_t rc = resize_locked<K>(t, t.index + 1, st);
-    if (rc < 0) {
-      // Could not grow: undo, so that the caller sees no change and the
-      // table keeps a free slot for its probes to end at. The home's reach
-      // and marks may keep what was noted: they only ever overstate.
-      slot->state = was;
-      --t.count;
-      return rc;
-    }
+  if (t.count + 1 > t.grow_above && t.index < kMaxIndex) {
+    // The entry fills the table: it goes straight into the grown storage.
+    // Without memory for it the table stays as it was.
+    const Pending<K> entry{p.slot, key, value, p.check};
+    int32_t rc = resize_locked<K>(t, t.index + 1, st, &entry);
+    if (rc < 0) return rc;
+  } else {
+    write_begin(t);
+    fill(*slot_at<typename K::Slot>(v, p.slot), key, value, p.check);
+    note_homed<typename K::Slot>(v, p.home, p.n, p.check);
+    write_end(t);
   }
+  ++t.count;
   return LHT_OK;
 }
 
@@ -486,7 +617,7 @@ int32_t change(LhtTable *t, typename K::Key key, Change fn) noexcept {
   if (!K::valid(key)) {
     rc = st.fail_num(LHT_ERR_ARG, 2);
   } else {
-    Locked lock(*t);
+    ChangeLock lock(*t);
     rc = fn(*t, st);
   }
   report(t, st);
@@ -502,11 +633,15 @@ template <class K>
 int32_t remove_locked(Table &t, typename K::Key key, void **value, Status &st) noexcept {
   if (t.iters != 0) return st.fail(LHT_ERR_ITER);
   if (t.count == 0) return K::fail_key(st, LHT_ERR_NOKEY, key);
-  Probe p = probe<K>(t, key);
+  const View v = view_of(t);
+  Probe p = probe<K>(t, v, key);
   if (!p.found) return K::fail_key(st, LHT_ERR_NOKEY, key);
-  auto *slot = slot_at<typename K::Slot>(t.st, p.slot);
-  slot->state = kDeleted;
-  if (value != nullptr) *value = slot->value;
+  auto *slot = slot_at<typename K::Slot>(v, p.slot);
+  void *was = slot->value;
+  write_begin(t);
+  set_tag(*slot, (slot_tag(*slot) & ~kTagState) | kDeleted);
+  write_end(t);
+  if (value != nullptr) *value = was;
   --t.count;
   if (t.count < t.shrink_below && t.index > kMinIndex) {
     // Shrinking only saves memory: without memory for it, try another time.
@@ -518,7 +653,12 @@ int32_t remove_locked(Table &t, typename K::Key key, void **value, Status &st) n
 
 template <class K>
 int32_t remove(LhtTable *t, typename K::Key key, void **value) noexcept {
-  return change<K>(t, key, [&](Table &tb, Status &st) { return remove_locked<K>(tb, key, value, st); });
+  int32_t rc = change<K>(t, key, [&](Table &tb, Status &st) { return remove_locked<K>(tb, key, value, st); });
+  // The caller may free a string or arbitrary key once it is out of the
+  // table; searches that began before may still be comparing against it.
+  if constexpr (!std::is_same_v<K, IntKind>)
+    if (rc == LHT_OK) wait_for_readers();
+  return rc;
 }
 
 // A null string key: the one failure of a search worth a record. Kept out
@@ -530,26 +670,105 @@ int32_t remove(LhtTable *t, typename K::Key key, void **value) noexcept {
   return rc;
 }
 
-// A search of several chunks, out of line: its division and registers stay
-// out of the one-chunk search.
-template <class K>
-[[gnu::noinline]] int32_t search_many(const Table &t, typename K::Key key, void **value) noexcept {
-  return answer(walk_many(t, typename FinderOf<K>::type(t, key)), value);
+// A miss is an answer, not a failure: nothing is recorded.
+template <class Slot>
+inline int32_t answer(const Slot *s, void *found, void **value) noexcept {
+  if (s == nullptr) return -LHT_ERR_NOKEY;
+  if (value != nullptr) *value = found;
+  return LHT_OK;
 }
 
-// Takes no lock: the storage changes only under insert, remove and resize,
-// which callers keep apart from searches (see lht.h).
+// Every search the quick way below does not end: read() with its tries and
+// its mutex.
+template <class K>
+[[gnu::noinline]] int32_t search_slow(LhtTable *t, typename K::Key key, void **value) noexcept {
+  using Slot = typename K::Slot;
+  struct Found {
+    const Slot *slot;
+    void *value;
+  };
+  const Found f = read(*t, [&](const View &v) {
+    const Slot *s = find<K>(*t, v, key);
+    order_loads();
+    return Found{s, s != nullptr ? load_acq(s->value) : nullptr};
+  });
+  return answer(f.slot, f.value, value);
+}
+
+// The quick way is one try of read(), written out so that what follows a
+// search at its home slot is a few loads: a thread with a reader record, not
+// inside another read, on one-chunk storage (every real table).
+//
+// Its end: the answer found in slot s (or none) when no change overlapped
+// the search since the table's sequence read `seq`, else the slow way.
+template <class K>
+inline int32_t search_end(const Table &t, Reader *r, typename K::Key key, uint64_t seq, const typename K::Slot *s,
+                          void **value) noexcept {
+  order_loads();
+  void *found = s != nullptr ? load_acq(s->value) : nullptr;
+  const bool same = t.seq.load(std::memory_order_acquire) == seq;
+  r->epoch.store(0, std::memory_order_release);
+  if (__builtin_expect(same, 1)) return answer(s, found, value);
+  return search_slow<K>(const_cast<LhtTable *>(static_cast<const LhtTable *>(&t)), key, value);
+}
+
+// The walk past the home slot (at `at`, tag `home_tag`), with the storage
+// fields loaded again: a change may have replaced them since `seq`.
+template <class K>
+inline int32_t search_walk(const Table &t, const typename FinderOf<K>::type &f, uintptr_t at, uint64_t home_tag,
+                           uint64_t seq, void **value) noexcept {
+  using Slot = typename K::Slot;
+  const View v = view_of(t);
+  const Slot *s = nullptr;
+  if (__builtin_expect(t.seq.load(std::memory_order_acquire) == seq, 1)) {
+    if constexpr (std::is_same_v<K, IntKind>)
+      s = size_t{v.size} * sizeof(Slot) > kCachedBytes ? search_on<true>(t, v, f, at, home_tag)
+                                                       : search_on<false>(t, v, f, at, home_tag);
+    else
+      s = search_on<false>(t, v, f, at, home_tag);
+  }
+  return search_end<K>(t, tl_reader, f.key, seq, s, value);
+}
+
+// The same out of line, entered by a tail call, for integer keys: a search
+// that ends at the home slot, a hit there or a miss, then needs no more
+// registers than its arguments and saves none. (A string search spends its
+// time folding the key; there the call would only cost.)
+[[gnu::noinline]] int32_t search_int_walk(const Table &t, uint32_t key, uintptr_t at, uint64_t home_tag, uint64_t seq,
+                                          void **value) noexcept {
+  return search_walk<IntKind>(t, IntFinder(key), at, home_tag, seq, value);
+}
+
 template <class K>
 int32_t search(LhtTable *t, typename K::Key key, void **value) noexcept {
+  using Slot = typename K::Slot;
+  using F = typename FinderOf<K>::type;
   if (!is<K>(t)) return -LHT_ERR_ARG;
   if (__builtin_expect(!K::valid(key), 0)) return search_bad_key(t);
-  using F = typename FinderOf<K>::type;
-  static_assert(std::is_same_v<typename F::Slot, typename K::Slot>);
-  if (__builtin_expect(t->st.nchunks != 1, 0)) return search_many<K>(*t, key, value);
-  const F f(*t, key);
-  if constexpr (std::is_same_v<K, IntKind>)
-    if (size_t{t->size} * sizeof(typename K::Slot) > kCachedBytes) return search_one<true>(*t, f, value);
-  return search_one<false>(*t, f, value);
+  Reader *const r = tl_reader;
+  if (__builtin_expect(r == nullptr || r->epoch.load(std::memory_order_relaxed) != 0, 0))
+    return search_slow<K>(t, key, value);
+  r->epoch.store(g_epoch.load(std::memory_order_acquire), std::memory_order_seq_cst);
+  const uint64_t seq = t->seq.load(std::memory_order_seq_cst);
+  const void *first = load_acq(t->st.first);
+  const uint32_t size = load_acq(t->size);
+  const uint32_t nchunks = load_acq(t->st.nchunks);
+  // The home slot is in this storage only if no change ran meanwhile.
+  if (__builtin_expect(nchunks != 1 || (seq & 1) != 0 || t->seq.load(std::memory_order_acquire) != seq, 0)) {
+    r->epoch.store(0, std::memory_order_release);
+    return search_slow<K>(t, key, value);
+  }
+  const F f(*t, size, key);
+  const uintptr_t at = reinterpret_cast<uintptr_t>(first) + uintptr_t{f.home} * sizeof(Slot);
+  const Slot *s = reinterpret_cast<const Slot *>(at);
+  const uint64_t tag = slot_tag(*s);
+  if ((tag & kTagMatch) == f.tag && f.match(*t, *s)) return search_end<K>(*t, r, key, seq, s, value);
+  // An empty home has reach 0; most other misses lack their mark.
+  if (tag_reach(tag) <= 1 || !marked(f, tag)) return search_end<K>(*t, r, key, seq, nullptr, value);
+  if constexpr (F::kWalkApart)
+    return search_int_walk(*t, key, at, tag, seq, value);
+  else
+    return search_walk<K>(*t, f, at, tag, seq, value);
 }
 
 template <class K>
@@ -576,9 +795,45 @@ int32_t end_iter(LhtTable *t) noexcept {
   return rc;
 }
 
+// The entry at or after slot `from` of storage `v`: the slot after it
+// (0: none), its key and value.
+template <class K>
+struct Next {
+  uint32_t at;
+  typename K::Key key;
+  void *value;
+};
+
+template <class K>
+inline Next<K> next_entry(const View &v, uint32_t from) noexcept {
+  using Slot = typename K::Slot;
+  if (from >= v.size) return {0, {}, nullptr};
+  // One chunk (every real table): no division.
+  if (__builtin_expect(v.nchunks == 1, 1)) {
+    const auto *slots = static_cast<const Slot *>(v.first);
+    for (uint32_t j = from; j < v.size; ++j)
+      if (static_cast<uint8_t>(slot_tag(slots[j])) == kUsed) {
+        order_loads();
+        return {j + 1, load_acq(slots[j].key), load_acq(slots[j].value)};
+      }
+    return {0, {}, nullptr};
+  }
+  const uint32_t last = v.size - (v.nchunks - 1) * v.per_chunk;
+  // Walk the rest of from's chunk, then the following chunks.
+  for (uint32_t c = from / v.per_chunk, j = from % v.per_chunk; c < v.nchunks; ++c, j = 0) {
+    const auto *chunk = static_cast<const Slot *>(v.chunks[c]);
+    uint32_t n = c + 1 == v.nchunks ? last : v.per_chunk;
+    for (; j < n; ++j)
+      if (static_cast<uint8_t>(slot_tag(chunk[j])) == kUsed) {
+        order_loads();
+        return {c * v.per_chunk + j + 1, load_acq(chunk[j].key), load_acq(chunk[j].value)};
+      }
+  }
+  return {0, {}, nullptr};
+}
+
 template <class K>
 int32_t yield(LhtTable *t, typename K::Key *key, void **value, uint32_t *pos) noexcept {
-  using Slot = typename K::Slot;
   if (!is<K>(t)) return -LHT_ERR_ARG;
   if (key == nullptr || pos == nullptr) {
     Status st;
@@ -586,34 +841,47 @@ int32_t yield(LhtTable *t, typename K::Key *key, void **value, uint32_t *pos) no
     report(t, st);
     return rc;
   }
-  const Storage &s = t->st;
-  uint32_t i = *pos;
-  if (i >= s.size) return -LHT_ERR_END;
-  // Walk the rest of i's chunk, then the following chunks.
-  for (uint32_t c = i / s.per_chunk, j = i % s.per_chunk; c < s.nchunks; ++c, j = 0) {
-    const auto *chunk = static_cast<const Slot *>(s.chunks[c]);
-    uint32_t n = c + 1 == s.nchunks ? s.last : s.per_chunk;
-    for (; j < n; ++j) {
-      if (chunk[j].state == kUsed) {
-        *key = chunk[j].key;
-        if (value != nullptr) *value = chunk[j].value;
-        *pos = c * s.per_chunk + j + 1;
-        return LHT_OK;
-      }
+  // While an iteration is open nothing changes, so the quick way (one try
+  // of read(), as in search()) nearly always ends it; a Yield outside an
+  // iteration still reads one consistent table.
+  const uint32_t from = *pos;
+  Next<K> next;
+  Reader *const r = tl_reader;
+  bool done = false;
+  if (__builtin_expect(r != nullptr && r->epoch.load(std::memory_order_relaxed) == 0, 1)) {
+    r->epoch.store(g_epoch.load(std::memory_order_acquire), std::memory_order_seq_cst);
+    const uint64_t seq = t->seq.load(std::memory_order_seq_cst);
+    const View v = view_of(*t);
+    if (__builtin_expect((seq & 1) == 0 && t->seq.load(std::memory_order_acquire) == seq, 1)) {
+      next = next_entry<K>(v, from);
+      order_loads();
+      done = t->seq.load(std::memory_order_acquire) == seq;
     }
+    r->epoch.store(0, std::memory_order_release);
   }
-  return -LHT_ERR_END;
+  if (__builtin_expect(!done, 0)) next = read(*t, [&](const View &v) { return next_entry<K>(v, from); });
+  if (next.at == 0) return -LHT_ERR_END;
+  *key = next.key;
+  if (value != nullptr) *value = next.value;
+  *pos = next.at;
+  return LHT_OK;
 }
 
 template <class K>
 int32_t get_index(LhtTable *t, typename K::Key key, uint32_t *slotno, typename K::Public **slot) noexcept {
   if (!is<K>(t) || !K::valid(key)) return -LHT_ERR_ARG;
-  Probe p = probe<K>(*t, key);
-  if (slotno != nullptr) *slotno = p.slot;
-  if (slot != nullptr)
-    *slot = p.slot == kNoSlot ? nullptr
-                              : reinterpret_cast<typename K::Public *>(slot_at<typename K::Slot>(t->st, p.slot));
-  return p.found ? LHT_FOUND : LHT_NOTFOUND;
+  struct Where {
+    Probe p;
+    typename K::Public *slot;
+  };
+  const Where w = read(*t, [&](const View &v) {
+    Probe p = probe<K>(*t, v, key);
+    auto *at = p.slot == kNoSlot ? nullptr : reinterpret_cast<typename K::Public *>(slot_at<typename K::Slot>(v, p.slot));
+    return Where{p, at};
+  });
+  if (slotno != nullptr) *slotno = w.p.slot;
+  if (slot != nullptr) *slot = w.slot;
+  return w.p.found ? LHT_FOUND : LHT_NOTFOUND;
 }
 
 template <class K>
@@ -622,7 +890,7 @@ int32_t resize(LhtTable *t, uint32_t index) noexcept {
   Status st;
   int32_t rc;
   {
-    Locked lock(*t);
+    ChangeLock lock(*t);
     if (t->iters != 0)
       rc = st.fail(LHT_ERR_ITER);
     else if (index < kMinIndex || index > kMaxIndex)
@@ -648,6 +916,9 @@ int32_t destroy(LhtTable *t) noexcept {
     report(t, st);
     return -LHT_ERR_ITER;
   }
+  // No read of this table runs any more (the caller's part): the retired
+  // storage goes with the rest.
+  storage_free_retired(*t);
   storage_free(*t, t->st);
   if (t->fac != nullptr) lemfaf(t->errh, t->fac);
   sltsmxd(t->ts, &t->mx);

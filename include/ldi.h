@@ -207,12 +207,16 @@ KELAPI int32_t LdiDateDateSubtractWithTZ(ldxctx *ctx, const LdiDateTime *a, cons
                                          uint8_t ikind, LdiInterval *out, const void *tzimg);
 /* *out = d + iv. Year-month intervals (kinds 1, 2, 7) need a datetime with a
  * date (1870 otherwise) and keep the day: a day the result month lacks is
- * 1839 (31 January + 1 month), a year outside -4712 ... 9999 is 1841.
+ * 1839 (31 January + 1 month), and so is a day of 5 ... 14 October 1582,
+ * which the calendar switch left out (10 September 1582 + 1 month); a year
+ * outside -4712 ... 9999, or year 0 (15 January 1 - 1 month), is 1841.
  * Day-second intervals are added with carries through the day numbers
  * (LdiDateIntertimeAdd). With tzimg and a region zone, the zone offset is
  * looked up again for the result's wall-clock time (LdiDateInterAddTZ; the
- * old offset chooses in a repeated hour). Status of a failed lookup: 1804,
- * 1881, 1882 or 1891. out may equal d. */
+ * old offset chooses in a repeated hour); a failed lookup maps to 1804 (the
+ * image is not usable), 1881 (region ID outside 1 ... 8191), 1882 (no such
+ * region: an empty slot or an alias the slot does not carry) or 1891. On
+ * failure *out is untouched. out may equal d. */
 KELAPI int32_t LdiDateInterAdd(ldxctx *ctx, const LdiDateTime *d, const LdiInterval *iv,
                                LdiDateTime *out);
 KELAPI int32_t LdiDateInterAddTZ(ldxctx *ctx, const LdiDateTime *d, const LdiInterval *iv,
@@ -224,8 +228,8 @@ KELAPI int32_t LdiDateInterSubtractTZ(ldxctx *ctx, const LdiDateTime *d, const L
                                       LdiDateTime *out, const void *tzimg);
 /* Adds / subtracts a day-second interval (kinds 3 ... 6, 8 ... 13; others
  * 1866): days, hours, minutes, seconds and nanoseconds with carries. Time
- * kinds 2 and 4 wrap around midnight; a date leaving -4712 ... 9999 is 1841.
- * Zone fields are kept. */
+ * kinds 2 and 4 wrap around midnight; a date leaving -4712 ... 9999, or
+ * landing in year 0, is 1841. Zone fields are kept. */
 KELAPI int32_t LdiDateIntertimeAdd(const LdiDateTime *d, const LdiInterval *iv, LdiDateTime *out);
 KELAPI int32_t LdiDateIntertimeSubtract(const LdiDateTime *d, const LdiInterval *iv,
                                         LdiDateTime *out);
@@ -337,8 +341,9 @@ KELAPI int32_t LdiDateToString(ldxctx *ctx, const LdiDateTime *d, const char *fm
 /* Reads text into *out of `kind` by the model (as LdiDateToString). Parts
  * missing from the text default as in ldxsto; a missing zone is UTC; "TZR"
  * reads an offset or a region name (then the offset is looked up in tzimg).
- * Statuses: 0; model and reading errors of ldx.h (1830, 1840, 1858 ...);
- * 1875 zone text; 1882 region not found; 1866. */
+ * Text is matched as ldxsto matches it (ldx.h); where a read failed is
+ * told by ldxrerr. Statuses: 0; model and reading errors of ldx.h (1830,
+ * 1840, 1858 ...); 1875 zone text; 1882 region not found; 1866. */
 KELAPI int32_t LdiDateFromString(ldxctx *ctx, const char *txt, size_t txtlen, const char *fmt,
                                  size_t fmtlen, uint8_t kind, LdiDateTime *out,
                                  const void *tzimg);
@@ -399,7 +404,8 @@ KELAPI int32_t LdiParseForOutput(ldxctx *ctx, const char *fmt, size_t fmtlen, ui
 /* Writes a datetime model back in canonical form into out (outsz bytes, no
  * NUL), *len its length: each element spelled by its first name in the
  * element table ("HH" for "HH12", "AM" for "PM") in the case it was written
- * (all capitals, initial capital or lower case), suffixes as "TH"/"SP"/
+ * (all capitals, initial capital or lower case; an element of one letter,
+ * which carries no case, in capitals), suffixes as "TH"/"SP"/
  * "SPTH", "FM" where fill mode changes, "DL"/"DS"/"TS" expanded to the
  * territory's model, separators as they are and other literal text quoted.
  * The result reads and writes as the model does (an expanded territory
@@ -447,7 +453,10 @@ KELAPI int32_t LdiFixTSLTZ(LdiDateTime *d, const LdiDateTime *sess, const void *
  * region byte is 1, f1 holds the region ID and f2, f3 are 0 (a region has
  * no offset until an instant is given). 1875, 1882. */
 KELAPI int32_t LdiInterFromTZ(const char *tz, size_t tzlen, LdiInterval *out, const void *tzimg);
-/* A zone interval -> zone text ("+hh:mm" or the region name). */
+/* A zone interval -> zone text ("+hh:mm" or the region name) in out (outsz
+ * bytes, no NUL), its length in *len. Statuses: 0; 1891 out too small;
+ * 1875 an offset beyond +-14:59; 1804 a region without tzimg; 1881, 1882 a
+ * region ID out of range or not in the image. */
 KELAPI int32_t LdiInterToTZ(const LdiInterval *iv, char *out, size_t outsz, size_t *len,
                             const void *tzimg);
 

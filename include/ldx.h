@@ -202,7 +202,15 @@ KELAPI int32_t ldxn2i(ldxctx *ctx, const uint8_t *num, size_t len, ldxdays *out)
 #define LDX_ITEM_END     0   /* end of the model */
 #define LDX_ITEM_LITERAL 64  /* separator or quoted text: scan->lit, scan->litlen */
 
-/* Element flags. */
+/* Element flags. The case flags come from how an element of two or more
+ * letters is written: an upper-case first letter gives INITCAP when the
+ * second letter is lower case ("Month"), else UPPER ("MONTH"); a lower-case
+ * first letter gives neither ("month"). An element of one letter ("D", "J",
+ * "Q", "E", "Y" ...) never carries a case flag. Names, words and spelled
+ * numbers of an element with neither flag are written in lower case ("E"
+ * writes "ad", "DSP" "three"); ordinal letters after digits are capitals only
+ * when the element has a case flag and its suffix is written in capitals
+ * ("DDTH" writes "03RD", "DDth" and "DTH" write "03rd" and "3rd"). */
 #define LDX_FLAG_TH     0x01 /* ordinal suffix */
 #define LDX_FLAG_SP     0x02 /* spelled out */
 #define LDX_FLAG_INITCAP 0x04
@@ -289,9 +297,35 @@ KELAPI int32_t ldxdts(ldxctx *ctx, char *out, size_t outsz, const ldxdate *d, co
  * written only on success, its spare byte kept. Parts the text does not give
  * default to the current year and month (UTC), day 1 and midnight; "Y",
  * "YY", "YYY" replace the last digits of the current year; "RR" and a
- * two-digit "RRRR" use the century window around the current year. */
+ * two-digit "RRRR" use the century window around the current year.
+ *
+ * Matching, outside "FX": blanks (blank, tab, newline, carriage return) in
+ * the text are skipped before every element and every character of a
+ * literal. Each separator of the model (blank, tab, newline, "-", "/", ",",
+ * ".", ";", ":") matches any one separator character of the text, blanks
+ * counting as one, or none where the text has none, the same for every
+ * separator ("05-03-2024" reads with "DD/MM/YYYY" as "05/03/2024" does with
+ * "DD-MM-YYYY"; "05--03-2024" does not read); a "-" in the text is a minus
+ * sign only where the model reads a signed year ("SYYYY", "SY,YYY",
+ * "NYYYY", "SCC"). Quoted text must appear
+ * in the text as written, letters in either case, its separators matching as
+ * the model's own do. Numbers may have fewer digits than their element,
+ * names may be full or abbreviated, and the text may end before the model
+ * (the rest takes its defaults). After "FX" (until a second "FX") every literal must match byte
+ * for byte, numbers must have their full width unless in fill mode, and the
+ * text may not end early (1840). Where a read failed: ldxrerr. */
 KELAPI int32_t ldxsto(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, const char *fmt,
                       size_t fmtlen, uint32_t options);
+/* Where the calling thread's last read (ldxsto, ldxstd, ldxstou and the
+ * datetime readers of ldi.h: LdiDateFromString, LdiDateFromStringU) failed:
+ * returns its error number, or 0 when that read succeeded. *pos (may be
+ * null) gets the offset in the text at which the reader stopped (the element
+ * or literal that did not match, the text left over; 0 when the date as a
+ * whole is wrong, e.g. 31 April), and text (textsz bytes, may be null) the
+ * text from there, NUL-terminated, cut to textsz - 1 bytes and to at most 48.
+ * For the UTF-16 readers both refer to the text's UTF-8 form. An error
+ * callback may call it. Thread-safe: each thread has its own record. */
+KELAPI int32_t ldxrerr(size_t *pos, char *text, size_t textsz);
 /* As ldxsto with options 0: errors are raised through the callback. */
 KELAPI int32_t ldxstd(ldxctx *ctx, ldxdate *out, const char *txt, size_t txtlen, const char *fmt,
                       size_t fmtlen);

@@ -35,18 +35,33 @@
  * a heap of the memory manager, a caller's pair of callbacks, or the system
  * allocator. The table's own header always comes from the system allocator.
  *
- * Thread safety. Each table carries a mutex that guards its changes
- * (insert, remove, resize) and its count of open iterations; those calls, and
- * BeginIter / EndIter, may come from several threads at once. Reading takes
- * no lock: Search, Yield and the probe functions (Lht*GetIndex) may run in
- * any number of threads at once, and alongside open iterations. A read must
- * not overlap an insert, remove or resize of the same table, which can move
- * every entry and free the slot storage being read: a caller that mixes
- * reads with changes from several threads serialises them itself (for
- * example with a read-write lock of its own, readers shared). While any
- * iteration is open, inserts and removes are refused (-18), so a table held
- * in iteration is safe to read from everywhere. Destroy needs the table idle.
- * The hash functions are pure.
+ * Thread safety. Every call on a table but Destroy may come from any number
+ * of threads at once (Create is thread-safe too).
+ *   - Changes (Insert, Remove, Lht*Resize) and BeginIter / EndIter take the
+ *     table's mutex, one at a time.
+ *   - Reads (Search, Yield and the probe functions Lht*GetIndex) take no
+ *     lock and may overlap each other and any change, the resizes that
+ *     inserts and removes cause included. A read answers as the table was
+ *     either before or after each change it overlaps, never a mixture: a
+ *     search for a key being inserted finds it with its value or misses it,
+ *     one for a key being removed finds it with its value or misses it, and
+ *     keys that no change touches are found (or missed) as always. A read
+ *     never touches memory that a change freed: storage a resize replaced is
+ *     freed only once no read can still be in it. A table keeps at most
+ *     four replaced storages for reads still in them; once all four are
+ *     held, its next change waits until the reads in them end (reads are
+ *     short, but a hash or compare callback that blocks holds its read).
+ *   - A read that keeps meeting changes (a stream of them on one table)
+ *     waits for the mutex after a few tries, so it always ends.
+ *   - While any iteration is open, inserts, removes and resizes are refused
+ *     (-18), so an iteration sees every entry exactly once.
+ *   - Remove of a string or arbitrary key returns only when no read that
+ *     could still compare against the removed key is running, so the caller
+ *     may free the key as soon as Remove returns.
+ *   - Destroy needs the table idle: no call on it running or to come.
+ * A thread's first read takes a small record of the library's (given back
+ * when the thread ends); reads cost one locked store more than a lone
+ * thread's would. The hash functions are pure.
  */
 #ifndef LHT_H
 #define LHT_H
@@ -119,7 +134,9 @@ typedef struct LhtTable LhtTable;
  *                            `free` must then be given too
  *   both null (or no LhtMem) the system allocator (ss_mem_alc / ss_mem_fre)
  * The table calls the callbacks under its mutex, from whichever thread is
- * changing it; LhtqmAlloc/LhtqmFree call them directly (without the mutex).
+ * changing it (storage a resize replaced while another thread was reading is
+ * freed by a later change, or by Destroy); LhtqmAlloc/LhtqmFree call them
+ * directly (without the mutex).
  * `alloc` returns null when it cannot serve the request; blocks need the
  * alignment of a pointer. */
 typedef void *(*LhtAllocFn)(void *actx, size_t size);
@@ -186,8 +203,13 @@ KELAPI LhtTable *LhtStrCreate(lcorectx *ctx, void *errh, uint32_t size, const Lh
 
 /* Callbacks of the arbitrary kind, both called with the `uctx` of creation:
  * under the table's mutex by insert, remove and resize, and without it by
- * Search and LhtArqGetIndex, which may run in several threads at once (the
- * callbacks must then be safe to call concurrently):
+ * Search and LhtArqGetIndex, which may run in several threads at once and
+ * alongside a change (the callbacks must then be safe to call concurrently).
+ * A read may call them more than once for one key, and, when a change
+ * overlaps it, with stored keys it then does not answer with. They may search
+ * tables; they must not change any (a change from inside a search can find
+ * no room to retire storage and fail with -9, and a Remove from inside one
+ * does not wait for that search):
  *   hash(key, size, uctx)          the home slot of key, in [0, size) (a
  *                                  larger result is taken modulo size); equal
  *                                  keys must give equal results
@@ -217,7 +239,7 @@ KELAPI int32_t LhtArbDestroy(LhtTable *t);
  *   -24  the table already holds 33554467 entries
  *   -12  the key is present (recorded with the key); its value is unchanged
  *   -9   the insert filled the table and it could not grow (recorded with the
- *        bytes asked for); the insert is undone and the table is unchanged
+ *        bytes asked for); the table is unchanged (no search saw the key)
  * A string or arbitrary key is stored by pointer (see the top of the file). */
 KELAPI int32_t LhtIntInsert(LhtTable *t, uint32_t key, void *value);
 KELAPI int32_t LhtStrInsert(LhtTable *t, const char *key, void *value);
@@ -228,7 +250,10 @@ KELAPI int32_t LhtArbInsert(LhtTable *t, const void *key, void *value);
  * table is empty; recorded with the key). *value is untouched on failure.
  * When the entries drop below a quarter of the slots the table shrinks; a
  * shrink that finds no memory is skipped silently (the remove stands, the
- * table keeps its size and tries again on a later remove). */
+ * table keeps its size and tries again on a later remove).
+ * A string or arbitrary key: Remove returns once no search or probe that
+ * began before the key left the table is still running (on other threads),
+ * so the caller may free the key's memory at once. */
 KELAPI int32_t LhtIntRemove(LhtTable *t, uint32_t key, void **value);
 KELAPI int32_t LhtStrRemove(LhtTable *t, const char *key, void **value);
 KELAPI int32_t LhtArbRemove(LhtTable *t, const void *key, void **value);
@@ -238,12 +263,12 @@ KELAPI int32_t LhtArbRemove(LhtTable *t, const void *key, void **value);
  * an answer, not a failure; *value untouched), or -6 (as Insert; a null
  * string key is recorded, argument 2).
  * Takes no lock and writes nothing in the table: any number of threads may
- * search one table at once, also while iterations are open. A search must
- * not overlap an Insert, Remove or Resize of the same table (they can free
- * the storage it reads); callers that mix them serialise them themselves.
- * A table grows only when completely full, so the probe path to an empty
- * slot can be long; a search stops as soon as no entry of the key's home
- * slot can lie further on, and most misses end at the home slot itself. */
+ * search one table at once, alongside iterations and changes (see the top of
+ * the file: the answer is the key's state before or after each overlapping
+ * change). A table grows only when completely full, so the probe path to an
+ * empty slot can be long; a search stops as soon as no entry of the key's
+ * home slot can lie further on, and most misses end at the home slot
+ * itself. */
 KELAPI int32_t LhtIntSearch(LhtTable *t, uint32_t key, void **value);
 KELAPI int32_t LhtStrSearch(LhtTable *t, const char *key, void **value);
 KELAPI int32_t LhtArbSearch(LhtTable *t, const void *key, void **value);
@@ -274,7 +299,9 @@ KELAPI int32_t LhtArbBeginIter(LhtTable *t);
  * then untouched and nothing is recorded. -6 for a null table or wrong kind
  * (argument 1), a null key output (argument 2, recorded) or a null position
  * (argument 4, recorded). Takes no lock: call it between BeginIter and
- * EndIter. A string key is the stored pointer. */
+ * EndIter, where the table cannot change (outside an iteration it still
+ * answers from one consistent table, but a change between calls can move
+ * entries past or before *pos). A string key is the stored pointer. */
 KELAPI int32_t LhtIntYield(LhtTable *t, uint32_t *key, void **value, uint32_t *pos);
 KELAPI int32_t LhtStrYield(LhtTable *t, const char **key, void **value, uint32_t *pos);
 KELAPI int32_t LhtArbYield(LhtTable *t, const void **key, void **value, uint32_t *pos);
@@ -293,7 +320,8 @@ KELAPI int32_t LhtArbEndIter(LhtTable *t);
  * Returns 1, or -6 (null table or wrong kind: argument 1; index out of range:
  * argument 2), -18 (iteration open), -24 (the entries would not leave a slot
  * free at that size), -9 (no memory: recorded with the bytes asked for; the
- * table keeps its old storage and stays usable). Takes the mutex. */
+ * table keeps its old storage and stays usable). Takes the mutex; searches
+ * go on in the old storage while the new one is filled. */
 KELAPI int32_t LhtInqResize(LhtTable *t, uint32_t index);
 KELAPI int32_t LhtStqResize(LhtTable *t, uint32_t index);
 KELAPI int32_t LhtArqResize(LhtTable *t, uint32_t index);
@@ -304,9 +332,12 @@ KELAPI int32_t LhtArqResize(LhtTable *t, uint32_t index);
  * deleted slot on the probe path, else the empty slot that ended it), or
  * UINT32_MAX and null when the path holds neither. Either output may be null.
  * -6 for a null table or wrong kind (or a null string key). Takes no lock,
- * with the contract of Search: concurrent with other reads, never with a
- * change of the table. The slot pointer is for reading and valid until the
- * next change of the table (change entries only through Insert/Remove). */
+ * with the contract of Search: the answer is the key's state before or after
+ * each overlapping change. The slot pointer is for reading, and valid only
+ * while the table cannot change: until the next change on this thread, or
+ * for as long as an iteration is open when other threads may change the
+ * table (a resize frees the storage it points into). Change entries only
+ * through Insert/Remove. */
 KELAPI int32_t LhtInqGetIndex(LhtTable *t, uint32_t key, uint32_t *slotno, LhtIntSlot **slot);
 KELAPI int32_t LhtStqGetIndex(LhtTable *t, const char *key, uint32_t *slotno, LhtStrSlot **slot);
 KELAPI int32_t LhtArqGetIndex(LhtTable *t, const void *key, uint32_t *slotno, LhtArbSlot **slot);

@@ -14,6 +14,14 @@
  * primary name and aliases). IDs are stored in users' data and never change
  * between releases of the image.
  *
+ * Years covered: the image built with the library (tools/keltzc) holds every
+ * region's history for the same span of years, from 1970 to as far into the
+ * future as the 524288 bytes allow (2060 with tzdata 2025b), with the first
+ * and last year as 16-bit numbers at header offsets 4136 and 4138; some
+ * regions are carried further back, up to their whole history. Before a
+ * region's first record its first state holds, after its last record its
+ * last state.
+ *
  * Instants are LdiDateTime records (ldi.h) of kind LDI_KIND_TIMESTAMP; their
  * zone and region fields are ignored by the lookups.
  *
@@ -117,14 +125,15 @@ KELAPI int32_t ltzStep(const void *image, uint32_t i, char *buf, size_t buflen, 
 /* The state of region `id` at the UTC instant `utc` (kind LDI_KIND_TIMESTAMP):
  * *offset = UTC offset in seconds (local = UTC + offset), the abbreviation
  * copied into abbr (abbrlen bytes, NUL included; abbr may be null to skip it),
- * *dst = daylight-saving flag (may be null). Instants before the first
- * covered year give the region's first state, instants after its last
- * transition its last state. ltzGetIndex also stores in *index the number of
- * the transition found, counted from the region's first record (0).
- * Statuses: 0; 1 image, utc or offset null; 2 bad magic, damaged image, or
- * utc not of kind 3; 3 wrong format version; 4 id outside 1 ... 8191;
- * 5 empty slot; 6 abbr too small. On failure *offset, *dst and *index are
- * untouched; abbr is an empty string after status 6, else untouched. */
+ * *dst = daylight-saving flag (may be null). Instants before the region's
+ * first record give its first state, instants after its last transition its
+ * last state. ltzGetIndex also stores in *index the number of the transition
+ * found, counted from the region's first record (0). Statuses: 0; 1 image,
+ * utc or offset null; 2 bad magic, damaged image, or utc not of kind 3;
+ * 3 wrong format version; 4 id outside 1 ... 8191; 5 empty slot, or an
+ * alias the slot does not carry (its name list ends first); 6 abbr too
+ * small. On failure *offset, *dst and *index are untouched; abbr is an empty
+ * string after status 6, else untouched. */
 KELAPI int32_t ltzGet(const void *image, uint16_t id, const LdiDateTime *utc, int32_t *offset,
                       char *abbr, size_t abbrlen, uint8_t *dst);
 KELAPI int32_t ltzGetIndex(const void *image, uint16_t id, const LdiDateTime *utc, int32_t *offset,

@@ -20,8 +20,12 @@
 // not. At the end a table gives ours / peer for every case (below 1: ours
 // faster).
 #include <benchmark/benchmark.h>
+#if KEL_PEER_JEMALLOC
 #include <jemalloc/jemalloc.h>
+#endif
+#if KEL_PEER_MIMALLOC
 #include <mimalloc.h>
+#endif
 
 #include <cstdio>
 #include <map>
@@ -69,6 +73,7 @@ void Pair_glibc(benchmark::State &st) {
     __libc_free(p);
   }
 }
+#if KEL_PEER_MIMALLOC
 void Pair_mimalloc(benchmark::State &st) {
   size_t n = static_cast<size_t>(st.range(0));
   for (auto _ : st) {
@@ -77,6 +82,8 @@ void Pair_mimalloc(benchmark::State &st) {
     mi_free(p);
   }
 }
+#endif
+#if KEL_PEER_JEMALLOC
 void Pair_jemalloc(benchmark::State &st) {
   size_t n = static_cast<size_t>(st.range(0));
   for (auto _ : st) {
@@ -85,6 +92,7 @@ void Pair_jemalloc(benchmark::State &st) {
     dallocx(p, 0);
   }
 }
+#endif
 
 // ---------------------------------------------------------------- batches
 
@@ -135,24 +143,29 @@ void BatchPeer(benchmark::State &st) {
   }
   st.SetItemsProcessed(st.iterations() * kBatch);
 }
-void *je_a(size_t n) { return mallocx(n, 0); }
-void je_f(void *p) { dallocx(p, 0); }
 void Batch_glibc(benchmark::State &st) { BatchPeer<__libc_malloc, __libc_free>(st); }
-void Batch_mimalloc(benchmark::State &st) { BatchPeer<mi_malloc, mi_free>(st); }
-void Batch_jemalloc(benchmark::State &st) { BatchPeer<je_a, je_f>(st); }
 
 #define SIZES ->Arg(16)->Arg(64)->Arg(200)->Arg(1024)->Arg(8192)->Arg(100000)
 BENCHMARK(Pair_ours_std_nolock) SIZES;
 BENCHMARK(Pair_ours_std_lock) SIZES;
 BENCHMARK(Pair_glibc) SIZES;
-BENCHMARK(Pair_mimalloc) SIZES;
-BENCHMARK(Pair_jemalloc) SIZES;
 BENCHMARK(Batch_ours_std_nolock) SIZES;
 BENCHMARK(Batch_ours_std_lock) SIZES;
 BENCHMARK(Batch_ours_fast) SIZES;
 BENCHMARK(Batch_glibc) SIZES;
+
+#if KEL_PEER_MIMALLOC
+void Batch_mimalloc(benchmark::State &st) { BatchPeer<mi_malloc, mi_free>(st); }
+BENCHMARK(Pair_mimalloc) SIZES;
 BENCHMARK(Batch_mimalloc) SIZES;
+#endif
+#if KEL_PEER_JEMALLOC
+void *je_a(size_t n) { return mallocx(n, 0); }
+void je_f(void *p) { dallocx(p, 0); }
+void Batch_jemalloc(benchmark::State &st) { BatchPeer<je_a, je_f>(st); }
+BENCHMARK(Pair_jemalloc) SIZES;
 BENCHMARK(Batch_jemalloc) SIZES;
+#endif
 
 }  // namespace
 

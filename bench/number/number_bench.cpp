@@ -12,15 +12,19 @@
 #include <string>
 #include <vector>
 
+#if KEL_PEER_BOOST
 #include <boost/multiprecision/cpp_dec_float.hpp>
+#endif
 
 #include "lnx.h"
 #include "bench/support/ratio.h"
 
 namespace {
 
+#if KEL_PEER_BOOST
 using boost_dec = boost::multiprecision::number<boost::multiprecision::cpp_dec_float<38>,
                                                 boost::multiprecision::et_off>;
+#endif
 using std::decimal::decimal128;
 
 constexpr size_t kRing = 256;
@@ -36,7 +40,9 @@ struct Operand {
   uint8_t num[22];
   size_t len;
   decimal128 d128;
+#if KEL_PEER_BOOST
   boost_dec boost;
+#endif
   std::string text;
   double dbl;
 };
@@ -61,7 +67,9 @@ std::vector<Operand> make_ring(uint64_t seed, int ndig) {
     o.text = t;
     lnxcpn(t.data(), t.size(), o.num, &o.len, 0, 0, 0, 0, nullptr, nullptr);
     o.d128 = make_d128(sig.substr(0, 34 < sig.size() ? 34 : sig.size()), -point) * (t[0] == '-' ? -1 : 1);
+#if KEL_PEER_BOOST
     o.boost = boost_dec(t);
+#endif
     o.dbl = std::strtod(t.c_str(), nullptr);
   }
   return r;
@@ -96,6 +104,7 @@ void d128_bin(benchmark::State &st, Op op) {
   }
 }
 
+#if KEL_PEER_BOOST
 template <class Op>
 void boost_bin(benchmark::State &st, Op op) {
   const auto &A = ring_a(), &B = ring_b();
@@ -106,20 +115,23 @@ void boost_bin(benchmark::State &st, Op op) {
     ++i;
   }
 }
+#endif
 
 void register_all() {
   benchmark::RegisterBenchmark("add/lnx", lnx_bin, lnxadd);
   benchmark::RegisterBenchmark("add/dec128", d128_bin<std::plus<>>, std::plus<>());
-  benchmark::RegisterBenchmark("add/boost", boost_bin<std::plus<>>, std::plus<>());
   benchmark::RegisterBenchmark("sub/lnx", lnx_bin, lnxsub);
   benchmark::RegisterBenchmark("sub/dec128", d128_bin<std::minus<>>, std::minus<>());
-  benchmark::RegisterBenchmark("sub/boost", boost_bin<std::minus<>>, std::minus<>());
   benchmark::RegisterBenchmark("mul/lnx", lnx_bin, lnxmul);
   benchmark::RegisterBenchmark("mul/dec128", d128_bin<std::multiplies<>>, std::multiplies<>());
-  benchmark::RegisterBenchmark("mul/boost", boost_bin<std::multiplies<>>, std::multiplies<>());
   benchmark::RegisterBenchmark("div/lnx", lnx_bin, lnxdiv);
   benchmark::RegisterBenchmark("div/dec128", d128_bin<std::divides<>>, std::divides<>());
+#if KEL_PEER_BOOST
+  benchmark::RegisterBenchmark("add/boost", boost_bin<std::plus<>>, std::plus<>());
+  benchmark::RegisterBenchmark("sub/boost", boost_bin<std::minus<>>, std::minus<>());
+  benchmark::RegisterBenchmark("mul/boost", boost_bin<std::multiplies<>>, std::multiplies<>());
   benchmark::RegisterBenchmark("div/boost", boost_bin<std::divides<>>, std::divides<>());
+#endif
 
   benchmark::RegisterBenchmark("cmp/lnx", [](benchmark::State &st) {
     const auto &A = ring_a(), &B = ring_b();
@@ -142,6 +154,7 @@ void register_all() {
     }
   });
   benchmark::RegisterBenchmark("cmp/dec128", d128_bin<std::less<>>, std::less<>());
+#if KEL_PEER_BOOST
   benchmark::RegisterBenchmark("cmp/boost", [](benchmark::State &st) {
     const auto &A = ring_a(), &B = ring_b();
     size_t i = 0;
@@ -151,6 +164,7 @@ void register_all() {
       ++i;
     }
   });
+#endif
 
   benchmark::RegisterBenchmark("parse/lnx", [](benchmark::State &st) {
     const auto &A = ring_a();
@@ -163,6 +177,7 @@ void register_all() {
       benchmark::DoNotOptimize(out);
     }
   });
+#if KEL_PEER_BOOST
   benchmark::RegisterBenchmark("parse/boost", [](benchmark::State &st) {
     const auto &A = ring_a();
     size_t i = 0;
@@ -171,6 +186,8 @@ void register_all() {
       benchmark::DoNotOptimize(v);
     }
   });
+#endif
+
   benchmark::RegisterBenchmark("totext/lnx", [](benchmark::State &st) {
     const auto &A = ring_a();
     char buf[LNX_TEXT_MAX];
@@ -182,6 +199,7 @@ void register_all() {
       benchmark::DoNotOptimize(buf);
     }
   });
+#if KEL_PEER_BOOST
   benchmark::RegisterBenchmark("totext/boost", [](benchmark::State &st) {
     const auto &A = ring_a();
     size_t i = 0;
@@ -190,6 +208,8 @@ void register_all() {
       benchmark::DoNotOptimize(s);
     }
   });
+#endif
+
   benchmark::RegisterBenchmark("fromdouble/lnx", [](benchmark::State &st) {
     const auto &A = ring_a();
     uint8_t out[22];

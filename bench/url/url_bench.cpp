@@ -11,7 +11,9 @@
 // = ours faster).
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
+#if KEL_PEER_CURL
 #include <curl/curl.h>
+#endif
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <openssl/ssl.h>
@@ -19,7 +21,9 @@
 #include <unistd.h>
 
 #include <atomic>
+#if KEL_PEER_BOOST
 #include <boost/beast/core/detail/base64.hpp>
+#endif
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -33,7 +37,9 @@
 #include "lpu.h"
 #include "bench/support/ratio.h"
 
+#if KEL_PEER_BOOST
 namespace b64 = boost::beast::detail::base64;
+#endif
 
 namespace {
 
@@ -55,6 +61,7 @@ void parse_ours(benchmark::State &s) {
   s.SetItemsProcessed(static_cast<int64_t>(s.iterations() * 5));
 }
 
+#if KEL_PEER_CURL
 void parse_curl(benchmark::State &s) {
   CURLU *h = curl_url();
   for (auto _ : s)
@@ -65,6 +72,7 @@ void parse_curl(benchmark::State &s) {
   curl_url_cleanup(h);
   s.SetItemsProcessed(static_cast<int64_t>(s.iterations() * 5));
 }
+#endif
 
 std::vector<uint8_t> random_bytes(size_t n) {
   std::mt19937_64 g(1);
@@ -84,6 +92,7 @@ void b64enc_ours(benchmark::State &s) {
   s.SetBytesProcessed(static_cast<int64_t>(s.iterations() * in.size()));
 }
 
+#if KEL_PEER_BOOST
 void b64enc_beast(benchmark::State &s) {
   auto in = random_bytes(static_cast<size_t>(s.range(0)));
   std::vector<char> out(b64::encoded_size(in.size()) + 8);
@@ -93,11 +102,14 @@ void b64enc_beast(benchmark::State &s) {
   }
   s.SetBytesProcessed(static_cast<int64_t>(s.iterations() * in.size()));
 }
+#endif
 
 std::string encoded(size_t n) {
   auto in = random_bytes(n);
-  std::string out(b64::encoded_size(n), '\0');
-  out.resize(b64::encode(out.data(), in.data(), n));
+  std::string out(n * 4 / 3 + 8, '\0');
+  size_t len = 0;
+  lpub64enc(nullptr, in.data(), n, 0, out.data(), out.size(), &len);
+  out.resize(len);
   return out;
 }
 
@@ -112,6 +124,7 @@ void b64dec_ours(benchmark::State &s) {
   s.SetBytesProcessed(static_cast<int64_t>(s.iterations() * in.size()));
 }
 
+#if KEL_PEER_BOOST
 void b64dec_beast(benchmark::State &s) {
   std::string in = encoded(static_cast<size_t>(s.range(0)));
   std::vector<uint8_t> out(in.size());
@@ -121,6 +134,7 @@ void b64dec_beast(benchmark::State &s) {
   }
   s.SetBytesProcessed(static_cast<int64_t>(s.iterations() * in.size()));
 }
+#endif
 
 // ------------------------------------------------------------ the server
 // Answers every request on a connection with the same file, keeping the
@@ -255,6 +269,7 @@ void get_ours(benchmark::State &s, bool tls) {
   lpmterm(ctx);
 }
 
+#if KEL_PEER_CURL
 size_t sink(char *p, size_t sz, size_t n, void *ud) {
   static_cast<std::string *>(ud)->append(p, sz * n);
   return sz * n;
@@ -279,11 +294,14 @@ void get_curl(benchmark::State &s, bool tls) {
   }
   curl_easy_cleanup(h);
 }
+#endif
 
 }  // namespace
 
 int main(int argc, char **argv) {
+#if KEL_PEER_CURL
   curl_global_init(CURL_GLOBAL_DEFAULT);
+#endif
   Certificate cert;
   SSL_CTX *sctx = SSL_CTX_new(TLS_server_method());
   if (cert.cert.empty() || SSL_CTX_use_certificate_file(sctx, cert.cert.c_str(), SSL_FILETYPE_PEM) != 1 ||
@@ -296,17 +314,24 @@ int main(int argc, char **argv) {
   g_tls = &tlssrv;
   g_cert = &cert;
   benchmark::RegisterBenchmark("parse/ours", parse_ours);
+#if KEL_PEER_CURL
   benchmark::RegisterBenchmark("parse/peer", parse_curl);
+#endif
   struct {
     const char *name;
     void (*fn)(benchmark::State &);
-  } coders[] = {{"b64enc/ours", b64enc_ours}, {"b64enc/peer", b64enc_beast},
-                {"b64dec/ours", b64dec_ours}, {"b64dec/peer", b64dec_beast}};
+  } coders[] = {{"b64enc/ours", b64enc_ours}, {"b64dec/ours", b64dec_ours},
+#if KEL_PEER_BOOST
+                {"b64enc/peer", b64enc_beast}, {"b64dec/peer", b64dec_beast},
+#endif
+  };
   for (auto &c : coders) benchmark::RegisterBenchmark(c.name, c.fn)->Arg(64)->Arg(65536);
   for (bool tls : {false, true}) {
     std::string name = tls ? "tlsget" : "get";
     benchmark::RegisterBenchmark((name + "/ours").c_str(), get_ours, tls)->Arg(1)->Arg(64)->Unit(benchmark::kMicrosecond);
+#if KEL_PEER_CURL
     benchmark::RegisterBenchmark((name + "/peer").c_str(), get_curl, tls)->Arg(1)->Arg(64)->Unit(benchmark::kMicrosecond);
+#endif
   }
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
@@ -328,7 +353,9 @@ int main(int argc, char **argv) {
       if (r > 0) std::printf("%-8s %-6s %8.2f   %s\n", cases[i], a[0] ? a + 1 : "-", r, peers[i]);
     }
   rep.print_ratios();
+#if KEL_PEER_CURL
   curl_global_cleanup();
+#endif
   SSL_CTX_free(sctx);
   return 0;
 }

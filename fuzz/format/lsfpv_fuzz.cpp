@@ -14,10 +14,7 @@
 #include <vector>
 
 #include "lsf.h"
-
-#if !(defined(__x86_64__) && defined(__linux__))
-#error "this harness builds va_lists for System V x86-64"
-#endif
+#include "tests/format/oracle.h"
 
 namespace {
 
@@ -36,17 +33,8 @@ struct Area {
 };
 
 int32_t call(char *buf, size_t len, const char *fmt, void *area) {
-  struct Tag {
-    unsigned gp_offset, fp_offset;
-    void *overflow_arg_area, *reg_save_area;
-  };
   va_list ap;
-  static_assert(sizeof(va_list) == sizeof(Tag));
-  Tag *t = reinterpret_cast<Tag *>(ap);
-  t->gp_offset = 48;   // integer registers used up: read from the area
-  t->fp_offset = 176;  // vector registers used up: read from the area
-  t->overflow_arg_area = area;
-  t->reg_save_area = nullptr;
+  lsftest::va_list_at(ap, area);
   return lsfpv(nullptr, buf, len, fmt, ap);
 }
 

@@ -9,9 +9,10 @@
 
 #include "lem.h"
 #include "lnx.h"
-#include "lpm.h"
 #include "lsf.h"
+#include "support/library.h"
 #include "support/python.h"
+#include "tests/format/oracle.h"
 
 namespace {
 
@@ -65,9 +66,7 @@ TEST(FormatNumber, FormsAndFields) {
       {"%.0N", half.b, "-3"},
       {"%08.3N", half.b, "-002.500"},
   };
-  for (auto &r : rows) {
-    EXPECT_EQ(fmt1(r.f, r.n), r.want) << r.f;
-  }
+  for (auto &r : rows) EXPECT_EQ(fmt1(r.f, r.n), r.want) << r.f;
   char out[64];
   EXPECT_EQ(lsfp(nullptr, out, sizeof out, "[%*.*N]", 8, 1, pi.b), 10);
   EXPECT_STREQ(out, "[     3.1]");
@@ -75,23 +74,17 @@ TEST(FormatNumber, FormsAndFields) {
   EXPECT_STREQ(out, "-2.50");
 
   // A huge precision: exact digits, then zeros, no buffer of that size.
-  char *wide = new char[1200];
-  int32_t n = lsfp(nullptr, wide, 1200, "%.1000N", pi.b);
-  ASSERT_EQ(n, 1002);
-  EXPECT_EQ(std::string(wide, 7), "3.14159");
-  EXPECT_EQ(std::string(wide + 7, 995), std::string(995, '0'));
+  std::vector<char> wide(1200);
+  EXPECT_EQ(lsfp(nullptr, wide.data(), wide.size(), "%.1000N", pi.b), 1002);
+  EXPECT_EQ(std::string(wide.data()), "3.14159" + std::string(995, '0'));
   // Truncation counts the whole text, as snprintf does.
   EXPECT_EQ(lsfp(nullptr, out, 4, "%N", pi.b), 7);
   EXPECT_STREQ(out, "3.1");
-  delete[] wide;
 }
 
 TEST(FormatNumber, RowsMeetConversions) {
   Num pi("3.14159");
-  lsfarg rows[] = {{LSF_ARG_NUMBER, 0, {}}, {LSF_ARG_INT, 0, {}}, {LSF_ARG_TEXT, 0, {}}, {LSF_ARG_END, 0, {}}};
-  rows[0].v.p = pi.b;
-  rows[1].v.i = -42;
-  rows[2].v.s = "text";
+  const lsfarg rows[] = {lsftest::row_ptr(pi.b, LSF_ARG_NUMBER), lsftest::row_int(-42), lsftest::row_text("text"), {}};
   char out[128];
   ASSERT_GT(lsfpd(nullptr, out, sizeof out, "%.2N %N %.2N", rows), 0);
   EXPECT_STREQ(out, "3.14 -42 text");
@@ -99,34 +92,30 @@ TEST(FormatNumber, RowsMeetConversions) {
   EXPECT_STREQ(out, " 3.14159|-42|text");
 }
 
-TEST(FormatNumber, BadNumberFailsAndIsReported) {
-  const uint8_t bad_len[2] = {0, 0xC1};             // length byte 0
-  const uint8_t bad_digit[3] = {2, 0xC1, 0x00};     // digit byte 0 is no digit
+using FormatNumberReport = kel_test::StartedLibrary;
+
+TEST_F(FormatNumberReport, BadNumberFailsAndIsReported) {
+  const uint8_t bad_len[2] = {0, 0xC1};                    // length byte 0
+  const uint8_t bad_digit[3] = {2, 0xC1, 0x00};            // digit byte 0 is no digit
   const uint8_t trailing_zero[4] = {3, 0xC1, 0x02, 0x01};  // last digit zero
   char out[64];
   for (const uint8_t *b : {bad_len, bad_digit, trailing_zero, static_cast<const uint8_t *>(nullptr)}) {
     EXPECT_EQ(lsfp(nullptr, out, sizeof out, "x=%N;", b), -1);
     EXPECT_STREQ(out, "x=");
   }
-
-  lcorectx *ctx = lpminit();
-  ASSERT_NE(ctx, nullptr);
-  lemces(ctx->lemctx);
   EXPECT_EQ(lsfp(ctx, out, sizeof out, "v=%N and more", bad_digit), -1);
-  ASSERT_EQ(lemged(ctx->lemctx), 1);
-  EXPECT_EQ(lemgec(ctx->lemctx, 1), 10);
-  char text[256];
-  ASSERT_GT(lemgem(ctx->lemctx, 1, text, sizeof text), 0);
+  ASSERT_EQ(lemged(lem), 1);
+  EXPECT_EQ(lemgec(lem, 1), 10);
+  char text[256], fac[16];
+  ASSERT_GT(lemgem(lem, 1, text, sizeof text), 0);
   EXPECT_STREQ(text, "lsfpcon() failed due to bad keltar number");
-  char fac[16];
-  lemgef(ctx->lemctx, 1, fac, sizeof fac);
+  lemgef(lem, 1, fac, sizeof fac);
   EXPECT_STREQ(fac, "LSF");
   // A good number records nothing.
-  lemces(ctx->lemctx);
+  lemces(lem);
   Num one("1");
   EXPECT_EQ(lsfp(ctx, out, sizeof out, "%N", one.b), 1);
-  EXPECT_EQ(lemged(ctx->lemctx), 0);
-  lpmterm(ctx);
+  EXPECT_EQ(lemged(lem), 0);
 }
 
 }  // namespace

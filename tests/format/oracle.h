@@ -1,8 +1,10 @@
-// oracle.h - random conversions and their arguments, and a way to pass an
-// argument list chosen at run time to both snprintf and the formatter, so
-// that the C library's printf is the oracle for every case.
+// oracle.h - random conversions and their arguments, a way to pass an
+// argument list chosen at run time to both vsnprintf and the formatter (so
+// that the C library's printf is the oracle for every case), and builders of
+// lsfpd's argument rows.
 #pragma once
 
+#include <algorithm>
 #include <cfloat>
 #include <climits>
 #include <cmath>
@@ -51,12 +53,9 @@ template <class F>
 Out capture(size_t len, F call) {
   std::vector<char> buf(len + kGuard, '\x5a');
   Out o;
-  o.r = call(len ? buf.data() : buf.data(), len);
-  size_t upto = len;
-  o.text.assign(buf.data(), upto);
-  o.overrun = false;
-  for (size_t i = len; i < len + kGuard; ++i)
-    if (buf[i] != '\x5a') o.overrun = true;
+  o.r = call(buf.data(), len);
+  o.text.assign(buf.data(), len);
+  o.overrun = std::any_of(buf.begin() + static_cast<long>(len), buf.end(), [](char c) { return c != '\x5a'; });
   // Bytes after the NUL are not part of the contract; keep up to the NUL.
   if (len) {
     size_t n = o.r >= 0 && static_cast<size_t>(o.r) < len ? static_cast<size_t>(o.r) : len - 1;
@@ -73,6 +72,21 @@ Out capture(size_t len, F call) {
 #if !(defined(__x86_64__) && defined(__linux__))
 #error "the formatter's oracle tests build va_lists for System V x86-64"
 #endif
+// Makes ap read every argument from `area`, 8-byte slots (16 for a long
+// double) in order.
+inline void va_list_at(va_list ap, void *area) {
+  struct Tag {
+    unsigned gp_offset, fp_offset;
+    void *overflow_arg_area, *reg_save_area;
+  };
+  static_assert(sizeof(va_list) == sizeof(Tag));
+  Tag *t = reinterpret_cast<Tag *>(ap);
+  t->gp_offset = 48;   // all six integer registers taken
+  t->fp_offset = 176;  // all eight vector registers taken
+  t->overflow_arg_area = area;
+  t->reg_save_area = nullptr;
+}
+
 struct ArgBlock {
   alignas(16) unsigned char area[64 * 16];
   size_t used = 0;
@@ -99,56 +113,8 @@ struct ArgBlock {
     used += size;
   }
   // ap must be fresh for every call: va_arg advances it.
-  void start(va_list ap) {
-    struct Tag {
-      unsigned gp_offset, fp_offset;
-      void *overflow_arg_area, *reg_save_area;
-    };
-    static_assert(sizeof(va_list) == sizeof(Tag));
-    Tag *t = reinterpret_cast<Tag *>(ap);
-    t->gp_offset = 48;   // all six integer registers taken
-    t->fp_offset = 176;  // all eight vector registers taken
-    t->overflow_arg_area = area;
-    t->reg_save_area = nullptr;
-  }
+  void start(va_list ap) { va_list_at(ap, area); }
 };
-
-inline int vwrap(char *b, size_t n, const char *f, ...) {
-  va_list ap;
-  va_start(ap, f);
-  int r = lsfpv(nullptr, b, n, f, ap);
-  va_end(ap);
-  return r;
-}
-
-// snprintf and lsfp called directly, for argument lists of up to two.
-struct Results {
-  Out libc, ours;
-};
-
-template <class... T>
-Results call_both(const char *fmt, size_t len, T... v) {
-  Results r;
-  r.libc = capture(len, [&](char *b, size_t n) { return snprintf(b, n, fmt, v...); });
-  r.ours = capture(len, [&](char *b, size_t n) { return lsfp(nullptr, b, n, fmt, v...); });
-  return r;
-}
-
-template <int Depth, class... T>
-Results dispatch(const std::vector<Arg> &a, size_t i, const char *fmt, size_t len, T... v) {
-  if (i == a.size()) return call_both(fmt, len, v...);
-  if constexpr (Depth < 2) {
-    const Arg &x = a[i];
-    switch (x.kind) {
-      case kInt: return dispatch<Depth + 1>(a, i + 1, fmt, len, v..., x.i);
-      case kLong: return dispatch<Depth + 1>(a, i + 1, fmt, len, v..., x.ll);
-      case kDouble: return dispatch<Depth + 1>(a, i + 1, fmt, len, v..., x.d);
-      case kLongDouble: return dispatch<Depth + 1>(a, i + 1, fmt, len, v..., x.ld);
-      case kPtr: return dispatch<Depth + 1>(a, i + 1, fmt, len, v..., x.p);
-    }
-  }
-  return Results{{-2, "too many arguments", false}, {}};
-}
 
 inline std::string describe(const std::vector<Arg> &a) {
   std::string s;
@@ -195,9 +161,13 @@ struct Gen {
         return d;
       }
       case 1: {
+        // Where exact conversion matters most: the ends of the range, ties,
+        // the first integers a double cannot hold, nines that carry.
         static const double sp[] = {0.0, -0.0, INFINITY, -INFINITY, NAN, -NAN, DBL_MIN, DBL_MAX, DBL_TRUE_MIN,
-                                    -DBL_TRUE_MIN, DBL_EPSILON, 1.0, 0.1, 0.5, 1.5, 2.5, 9.5, 0.05, 0.95,
-                                    999999.5, 1e15, 1e16, 1e17, 1e22, 1e23, 5e-324, 2.2250738585072009e-308};
+                                    -DBL_TRUE_MIN, DBL_EPSILON, 1.0, 0.1, 0.3, 0.5, 0.125, 1.5, 2.5, 9.5, 0.05,
+                                    0.95, 999999.5, 1e15, 1e16, 1e17, 1e22, 1e23, 1e-300, 8.5e-5, 5e-324,
+                                    2.2250738585072009e-308, 0x1.fffffffffffffp-1022, 0x1.fffffffffffffp+0,
+                                    9007199254740993.0, 123456789012345678.0, 0.000099999995, 9.9999995};
         return sp[range(0, sizeof sp / sizeof *sp - 1)];
       }
       case 2: {  // a subnormal
@@ -231,7 +201,8 @@ struct Gen {
         return static_cast<long double>(double_value());
       case 1: {
         static const long double sp[] = {0.0L, -0.0L, LDBL_MIN, LDBL_MAX, LDBL_TRUE_MIN, LDBL_EPSILON, 0.5L,
-                                         1.5L, 2.5L, 0.1L, 1e4000L, 1e-4000L, 15.999999999999999999L};
+                                         1.5L, 2.5L, 0.1L, 1e4000L, 1e-4000L, 15.999999999999999999L,
+                                         0x1.fffffffffffffffep+0L};
         return sp[range(0, sizeof sp / sizeof *sp - 1)];
       }
       case 2: {  // any exponent, normal or subnormal
@@ -263,5 +234,42 @@ inline const char *const kTexts[] = {"", "a", "hello", "Hello, world", "caf\xc3\
                                      "a somewhat longer text that goes on for a while", "%d %s not a format",
                                      "tab\there"};
 inline const wchar_t *const kWideTexts[] = {L"", L"w", L"wide text", L"0123456789"};
+
+inline lsfarg row_int(int64_t v, int32_t type = LSF_ARG_INT) {
+  lsfarg r{};
+  r.type = type;
+  r.v.i = v;
+  return r;
+}
+inline lsfarg row_double(double d) {
+  lsfarg r{};
+  r.type = LSF_ARG_DOUBLE;
+  r.v.d = d;
+  return r;
+}
+inline lsfarg row_ptr(const void *p, int32_t type) {
+  lsfarg r{};
+  r.type = type;
+  r.v.p = p;
+  return r;
+}
+inline lsfarg row_text(const char *s) { return row_ptr(s, LSF_ARG_TEXT); }
+
+// What the C library prints for a format and its arguments.
+inline std::string with_libc(const char *fmt, ...) {
+  va_list ap, ap2;
+  va_start(ap, fmt);
+  va_copy(ap2, ap);
+  int n = vsnprintf(nullptr, 0, fmt, ap);
+  std::string out = "<libc failed>";
+  if (n >= 0) {
+    out.assign(static_cast<size_t>(n) + 1, '\0');
+    vsnprintf(out.data(), out.size(), fmt, ap2);
+    out.pop_back();
+  }
+  va_end(ap2);
+  va_end(ap);
+  return out;
+}
 
 }  // namespace lsftest

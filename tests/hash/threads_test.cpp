@@ -1,12 +1,25 @@
-// Hash tables under several threads. Changes (insert, remove, and the
-// resizes they cause) go through the table's mutex and may come from many
-// threads at once; reads (search, probe, iteration) take no lock and may run
-// together, but never alongside a change. Run under the tsan preset.
+// Hash tables under several threads, for every kind, on one chunk and on
+// many, on system memory and on a shared heap: writers insert and remove
+// (growing and shrinking the table many times) while readers search and
+// probe without a lock and an iterator walks the table now and then. Run
+// under the tsan and asan presets.
+//
+// Every answer a reader gets must be the key's state before or after the
+// changes that overlapped the read. Each toggled key has a version that its
+// one writer moves to odd before a change and to the next even number after
+// it; at an even version v the key is present (with value val(k, v)) when
+// v % 4 == 2 and absent when v % 4 == 0. A reader notes the version before
+// and after its read: the answer must be a state whose version lies between.
+// String and arbitrary keys are heap copies that the writer frees as soon as
+// Remove returns, so a search still comparing against one is caught.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <map>
+#include <memory>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,258 +30,268 @@ using namespace lht_test;
 
 namespace {
 
-void *val(uint32_t k) { return reinterpret_cast<void *>(static_cast<uintptr_t>(k) * 2 + 1); }
+enum class K { Int, Str, Arb };
 
-// Each worker owns the keys k with k % workers == id, so it knows exactly
-// which of its keys are in the table; the iterating thread checks that what
-// it sees is consistent (no key twice, every value the key's own). The
-// workers do not search: a search must not overlap another thread's change.
-TEST(LhtThreads, InsertRemoveAndIterate) {
-  constexpr uint32_t kWorkers = 4, kOps = 20000, kKeysPerWorker = 3000;
-  LhtTable *t = LhtIntCreate(nullptr, nullptr, 1, nullptr);
-  ASSERT_NE(t, nullptr);
-  std::atomic<bool> stop{false};
-  std::atomic<int> refused{0}, iterations{0};
-  std::vector<std::vector<uint8_t>> present(kWorkers, std::vector<uint8_t>(kKeysPerWorker, 0));
-  std::vector<int> errors(kWorkers + 1, 0);
+constexpr uint32_t kToggled = 1500, kStable = 300, kNever = 300;
+constexpr uint32_t kWriters = 2, kReaders = 2, kPhases = 6, kOpsPerPhase = 1500;
 
-  auto worker = [&](uint32_t id) {
-    uint32_t x = id * 2654435761u + 1;
-    for (uint32_t op = 0; op < kOps; ++op) {
-      x = x * 1664525u + 1013904223u;
-      uint32_t slot = (x >> 8) % kKeysPerWorker;
-      uint32_t key = slot * kWorkers + id;
-      bool in = present[id][slot] != 0;
-      // Grow for the first half, then drain: the table resizes both ways
-      // while the others work on it.
-      bool want_insert = ((x >> 4) % 10) < (op < kOps / 2 ? 7u : 3u);
-      void *v = nullptr;
-      int32_t rc;
-      if (want_insert) {
-        while ((rc = LhtIntInsert(t, key, val(key))) == -LHT_ERR_ITER) {
-          refused.fetch_add(1, std::memory_order_relaxed);
-          std::this_thread::yield();
-        }
-        if (rc != (in ? -LHT_ERR_DUP : 1)) ++errors[id];
-        present[id][slot] = 1;
-      } else {
-        while ((rc = LhtIntRemove(t, key, &v)) == -LHT_ERR_ITER) {
-          refused.fetch_add(1, std::memory_order_relaxed);
-          std::this_thread::yield();
-        }
-        if (rc != (in ? 1 : -LHT_ERR_NOKEY) || (in && v != val(key))) ++errors[id];
-        present[id][slot] = 0;
-      }
-    }
-  };
-  auto iterator = [&] {
-    // A bounded number of walks, spread over the run: while one is open the
-    // workers can change nothing, so many walks would starve them.
-    for (int walk = 0; walk < 40 && !stop.load(std::memory_order_relaxed); ++walk) {
-      if (LhtIntBeginIter(t) != 0) {
-        ++errors[kWorkers];
-        return;
-      }
-      std::map<uint32_t, void *> seen;
-      uint32_t pos = 0, k;
-      void *v;
-      while (LhtIntYield(t, &k, &v, &pos) == 1)
-        if (!seen.emplace(k, v).second || v != val(k)) ++errors[kWorkers];
-      LhtIntEndIter(t);
-      iterations.fetch_add(1, std::memory_order_relaxed);
-      // Leave the workers room: an open iteration stops all their changes.
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-  };
+void *val(uint32_t k, uint32_t v) { return reinterpret_cast<void *>((uintptr_t{k} << 32) | v); }
 
-  std::vector<std::thread> threads;
-  for (uint32_t id = 0; id < kWorkers; ++id) threads.emplace_back(worker, id);
-  std::thread it(iterator);
-  for (auto &th : threads) th.join();
-  stop = true;
-  it.join();
-
-  for (uint32_t i = 0; i <= kWorkers; ++i) EXPECT_EQ(errors[i], 0) << "thread " << i;
-  EXPECT_GT(iterations.load(), 0);
-  // The final content is exactly what the workers believe is present.
-  std::map<uint32_t, void *> want;
-  for (uint32_t id = 0; id < kWorkers; ++id)
-    for (uint32_t s = 0; s < kKeysPerWorker; ++s)
-      if (present[id][s]) want[s * kWorkers + id] = val(s * kWorkers + id);
-  ASSERT_EQ(LhtIntBeginIter(t), 0);
-  std::map<uint32_t, void *> got;
-  uint32_t pos = 0, k;
-  void *v;
-  while (LhtIntYield(t, &k, &v, &pos) == 1) got[k] = v;
-  ASSERT_EQ(LhtIntEndIter(t), 1);
-  EXPECT_EQ(got, want);
-  EXPECT_EQ(LhtIntDestroy(t), 1);
-}
-
-// String keys through a memory-manager heap shared by the threads.
-TEST(LhtThreads, StringTableOnAHeap) {
-  constexpr uint32_t kWorkers = 3, kKeys = 2000;
-  lcorectx *ctx = lib();
-  lmmheap *heap = nullptr;
-  ASSERT_EQ(lmmhpinit(ctx->lmmctx, &heap, lmmtophp(ctx->lmmctx), 0, nullptr, "lht threads", __LINE__, nullptr), 0);
-  LhtMem mem{heap, nullptr, nullptr, nullptr};
-  LhtTable *t = LhtStrCreate(ctx, nullptr, 0, &mem);
-  ASSERT_NE(t, nullptr);
-  std::vector<std::vector<std::string>> names(kWorkers);
-  for (uint32_t id = 0; id < kWorkers; ++id)
-    for (uint32_t k = 0; k < kKeys; ++k) names[id].push_back("w" + std::to_string(id) + "-" + std::to_string(k));
-  std::vector<int> errors(kWorkers, 0);
-  auto worker = [&](uint32_t id) {
-    for (int round = 0; round < 3; ++round) {
-      for (uint32_t k = 0; k < kKeys; ++k)
-        if (LhtStrInsert(t, names[id][k].c_str(), val(k)) != 1) ++errors[id];
-      for (uint32_t k = 0; k < kKeys; ++k) {
-        std::string copy = names[id][k];
-        void *v = nullptr;
-        if (LhtStrRemove(t, copy.c_str(), &v) != 1 || v != val(k)) ++errors[id];
-      }
-    }
-  };
-  std::vector<std::thread> threads;
-  for (uint32_t id = 0; id < kWorkers; ++id) threads.emplace_back(worker, id);
-  for (auto &th : threads) th.join();
-  for (uint32_t id = 0; id < kWorkers; ++id) EXPECT_EQ(errors[id], 0) << id;
-  EXPECT_EQ(lht_internal::table_count(t), 0u);
-  EXPECT_EQ(lht_internal::table_size(t), 11u);
-  EXPECT_EQ(LhtStrDestroy(t), 1);
-  EXPECT_EQ(lmmhpfree(ctx->lmmctx, heap, 0), 0);
-}
-
-// Reads share a table: phases of changes (several writers, each under the
-// table's mutex) alternate with phases of reads (several searching threads
-// and an iterating one, no writer). Every reader checks every key of the
-// universe against what the writers left, so a read that saw a half-made
-// change, or a data race that ThreadSanitizer sees, fails the test.
-enum class Kind { Int, Str, Arb };
-
-struct Shared {
-  Kind kind;
+struct Race {
+  K kind;
   LhtTable *t;
-  std::vector<std::string> names;  // the stored string keys (stable)
+  std::vector<std::atomic<uint32_t>> ver = std::vector<std::atomic<uint32_t>>(kToggled);
+  std::vector<std::unique_ptr<char[]>> stored = std::vector<std::unique_ptr<char[]>>(kToggled + kStable);
 
-  int32_t insert(uint32_t k) {
-    if (kind == Kind::Int) return LhtIntInsert(t, k, val(k));
-    if (kind == Kind::Str) return LhtStrInsert(t, names[k].c_str(), val(k));
-    return LhtArbInsert(t, names[k].c_str(), val(k));
+  static void text(uint32_t k, char (&buf)[16]) { std::snprintf(buf, sizeof buf, "k%u", k); }
+  // A fresh heap copy of key k's text, kept while the key is in the table.
+  const char *keep(uint32_t k) {
+    char b[16];
+    text(k, b);
+    stored[k].reset(new char[16]);
+    std::snprintf(stored[k].get(), 16, "%s", b);
+    return stored[k].get();
   }
-  int32_t remove(uint32_t k) {
-    void *v = nullptr;
-    int32_t rc = kind == Kind::Int   ? LhtIntRemove(t, k, &v)
-                 : kind == Kind::Str ? LhtStrRemove(t, names[k].c_str(), &v)
-                                     : LhtArbRemove(t, names[k].c_str(), &v);
-    return rc == 1 && v != val(k) ? -1000 : rc;
+  uint32_t version(uint32_t k) const {
+    return k < kToggled ? ver[k].load(std::memory_order_acquire) : k < kToggled + kStable ? 2 : 0;
   }
-  // Searches with a copy of the key, so that strings are compared by content;
-  // the probe function must agree with the search.
-  bool search_agrees(uint32_t k, bool in) {
-    void *v = nullptr;
-    int32_t rc, probe;
-    if (kind == Kind::Int) {
-      rc = LhtIntSearch(t, k, &v);
-      probe = LhtInqGetIndex(t, k, nullptr, nullptr);
-    } else {
-      std::string copy = names[k];
-      if (kind == Kind::Str) {
-        rc = LhtStrSearch(t, copy.c_str(), &v);
-        probe = LhtStqGetIndex(t, copy.c_str(), nullptr, nullptr);
-      } else {
-        rc = LhtArbSearch(t, copy.c_str(), &v);
-        probe = LhtArqGetIndex(t, copy.c_str(), nullptr, nullptr);
-      }
+
+  // Inserts key k; `dup`: it is present, so the key passed is a temporary.
+  int32_t insert(uint32_t k, void *v, bool dup = false) {
+    if (kind == K::Int) return LhtIntInsert(t, k, v);
+    char b[16];
+    text(k, b);
+    const char *s = dup ? b : keep(k);
+    return kind == K::Str ? LhtStrInsert(t, s, v) : LhtArbInsert(t, s, v);
+  }
+  int32_t remove(uint32_t k, void **v) {
+    char b[16];
+    text(k, b);
+    return kind == K::Int ? LhtIntRemove(t, k, v) : kind == K::Str ? LhtStrRemove(t, b, v) : LhtArbRemove(t, b, v);
+  }
+  // Search (or the probe function): 1 found, 0 not found, -1 anything else.
+  int read(uint32_t k, bool probe, void **v) {
+    char b[16];
+    text(k, b);
+    int32_t rc;
+    if (probe) {
+      rc = kind == K::Int   ? LhtInqGetIndex(t, k, nullptr, nullptr)
+           : kind == K::Str ? LhtStqGetIndex(t, b, nullptr, nullptr)
+                            : LhtArqGetIndex(t, b, nullptr, nullptr);
+      return rc == LHT_FOUND ? 1 : rc == LHT_NOTFOUND ? 0 : -1;
     }
-    if (in) return rc == 1 && v == val(k) && probe == LHT_FOUND;
-    return rc == -LHT_ERR_NOKEY && probe == LHT_NOTFOUND;
+    rc = kind == K::Int ? LhtIntSearch(t, k, v) : kind == K::Str ? LhtStrSearch(t, b, v) : LhtArbSearch(t, b, v);
+    return rc == 1 ? 1 : rc == -LHT_ERR_NOKEY ? 0 : -1;
   }
-  int32_t walk(std::map<uint32_t, void *> &seen) {
-    int32_t rc = kind == Kind::Int ? LhtIntBeginIter(t) : kind == Kind::Str ? LhtStrBeginIter(t) : LhtArbBeginIter(t);
-    if (rc != 0) return rc;
-    uint32_t pos = 0;
+  // Every entry, by an iteration (writers are refused meanwhile); -1 on a
+  // key seen twice. `more` counts further errors before the iteration ends.
+  template <class More>
+  int walk(std::map<uint32_t, void *> &out, More more) {
+    if ((kind == K::Int ? LhtIntBeginIter(t) : kind == K::Str ? LhtStrBeginIter(t) : LhtArbBeginIter(t)) != 0) return -1;
+    uint32_t pos = 0, k;
     void *v;
-    int dups = 0;
+    int bad = 0;
     for (;;) {
-      uint32_t k;
-      if (kind == Kind::Int) {
-        if (LhtIntYield(t, &k, &v, &pos) != 1) break;
-      } else {
-        const char *s = nullptr;
-        const void *a = nullptr;
-        if ((kind == Kind::Str ? LhtStrYield(t, &s, &v, &pos) : LhtArbYield(t, &a, &v, &pos)) != 1) break;
-        if (kind == Kind::Arb) s = static_cast<const char *>(a);
-        k = static_cast<uint32_t>(std::stoul(s + 1));
-      }
-      dups += !seen.emplace(k, v).second;
+      const char *s = nullptr;
+      const void *a = nullptr;
+      int32_t rc = kind == K::Int   ? LhtIntYield(t, &k, &v, &pos)
+                   : kind == K::Str ? LhtStrYield(t, &s, &v, &pos)
+                                    : LhtArbYield(t, &a, &v, &pos);
+      if (rc != 1) break;
+      if (kind == K::Arb) s = static_cast<const char *>(a);
+      if (s != nullptr) k = static_cast<uint32_t>(std::stoul(s + 1));
+      bad += !out.emplace(k, v).second;
     }
-    int32_t end = kind == Kind::Int ? LhtIntEndIter(t) : kind == Kind::Str ? LhtStrEndIter(t) : LhtArbEndIter(t);
-    return dups == 0 && end == 1 ? 0 : -1;
+    bad += more(out);
+    int32_t end = kind == K::Int ? LhtIntEndIter(t) : kind == K::Str ? LhtStrEndIter(t) : LhtArbEndIter(t);
+    return bad == 0 && end == 1 ? 0 : -1;
   }
 };
 
-TEST(LhtThreads, ReadersShareATableBetweenChangePhases) {
-  constexpr uint32_t kWriters = 3, kReaders = 3, kUniverse = 3000, kPhases = 6;
-  for (Kind kind : {Kind::Int, Kind::Str, Kind::Arb}) {
-    SCOPED_TRACE(static_cast<int>(kind));
-    Shared sh{kind, nullptr, {}};
-    for (uint32_t k = 0; k < kUniverse; ++k) sh.names.push_back("k" + std::to_string(k));
-    sh.t = kind == Kind::Int   ? LhtIntCreate(nullptr, nullptr, 0, nullptr)
-           : kind == Kind::Str ? LhtStrCreate(nullptr, nullptr, 0, nullptr)
-                               : LhtArbCreate(nullptr, nullptr, 0, nullptr, fnv_hash, str_cmp, nullptr);
-    ASSERT_NE(sh.t, nullptr);
-    std::vector<uint8_t> in(kUniverse, 0);  // writer w owns the keys k % kWriters == w
-    for (uint32_t phase = 0; phase < kPhases; ++phase) {
-      // Changes: fill up in even phases, drain in odd ones, so that the
-      // table grows and shrinks while several threads change it.
-      std::vector<int> werr(kWriters, 0);
-      std::vector<std::thread> writers;
-      for (uint32_t w = 0; w < kWriters; ++w)
-        writers.emplace_back([&, w] {
-          uint32_t x = phase * 7919u + w * 104729u + 1;
-          for (uint32_t op = 0; op < 2500; ++op) {
-            x = x * 1664525u + 1013904223u;
-            uint32_t k = ((x >> 8) % (kUniverse / kWriters)) * kWriters + w;
-            bool add = (x >> 4) % 10 < (phase % 2 == 0 ? 8u : 2u);
-            if (add) {
-              if (sh.insert(k) != (in[k] ? -LHT_ERR_DUP : 1)) ++werr[w];
-              in[k] = 1;
-            } else {
-              if (sh.remove(k) != (in[k] ? 1 : -LHT_ERR_NOKEY)) ++werr[w];
-              in[k] = 0;
-            }
-          }
-        });
-      for (auto &th : writers) th.join();
-      for (uint32_t w = 0; w < kWriters; ++w) ASSERT_EQ(werr[w], 0) << "phase " << phase << " writer " << w;
+// The hash of the arbitrary keys: now and then it gives up the processor,
+// so that reads are caught in the middle by resizes.
+uint32_t slow_hash(const void *key, uint32_t size, void *uctx) {
+  thread_local uint32_t calls = 0;
+  if (++calls % 16 == 0) std::this_thread::yield();
+  return fnv_hash(key, size, uctx);
+}
 
-      // Reads: every reader checks every key, starting at a different one;
-      // an iterator walks the table at the same time.
-      std::vector<int> rerr(kReaders + 1, 0);
-      std::vector<std::thread> readers;
-      for (uint32_t r = 0; r < kReaders; ++r)
-        readers.emplace_back([&, r] {
-          for (uint32_t j = 0; j < kUniverse; ++j) {
-            uint32_t k = (j + r * (kUniverse / kReaders)) % kUniverse;
-            if (!sh.search_agrees(k, in[k] != 0)) ++rerr[r];
+// The answer (found, with value v) is that of a state between versions v1
+// and v2 of key k.
+bool plausible(uint32_t k, uint32_t v1, uint32_t v2, int found, const void *v, bool probe) {
+  for (uint32_t w = v1 & ~1u; w <= ((v2 + 1) & ~1u); w += 2)
+    if (found == 1 ? w % 4 == 2 && (probe || v == val(k, w)) : found == 0 && w % 4 == 0) return true;
+  return false;
+}
+
+TEST(LhtThreads, ReadsRaceChangesAndResizes) {
+  struct Row {
+    K kind;
+    uint32_t chunk;  // slots per chunk (0: one chunk)
+    bool heap;       // slot storage on a memory-manager heap shared by the threads
+  };
+  const Row rows[] = {{K::Int, 0, false}, {K::Str, 0, true},   {K::Arb, 0, false},
+                      {K::Int, 40, true}, {K::Str, 40, false}, {K::Arb, 40, false}};
+  lcorectx *ctx = lib();
+  for (const Row &row : rows) {
+    SCOPED_TRACE(std::to_string(static_cast<int>(row.kind)) + " chunk " + std::to_string(row.chunk) +
+                 (row.heap ? " heap" : ""));
+    lmmheap *heap = nullptr;
+    if (row.heap)
+      ASSERT_EQ(lmmhpinit(ctx->lmmctx, &heap, lmmtophp(ctx->lmmctx), 0, nullptr, "lht race", __LINE__, nullptr), 0);
+    LhtMem mem{heap, nullptr, nullptr, nullptr};
+    auto kind = row.kind == K::Int ? lht_internal::Kind::Int : row.kind == K::Str ? lht_internal::Kind::Str
+                                                                                   : lht_internal::Kind::Arb;
+    Race race{row.kind, static_cast<LhtTable *>(lht_internal::create(
+                            kind, ctx, nullptr, 1, &mem, row.kind == K::Arb ? slow_hash : nullptr,
+                            row.kind == K::Arb ? str_cmp : nullptr, nullptr, row.chunk))};
+    ASSERT_NE(race.t, nullptr);
+    for (uint32_t k = kToggled; k < kToggled + kStable; ++k) ASSERT_EQ(race.insert(k, val(k, 2)), 1);
+
+    std::atomic<uint32_t> writing{kWriters};
+    std::vector<int> errors(kWriters + kReaders + 1, 0);
+    // Writers wait at the end of each phase until every reader has read a
+    // while, so that reads overlap every phase however the threads are run.
+    std::vector<std::atomic<uint32_t>> reads(kReaders);
+    auto readers_reached = [&](uint32_t n) {
+      for (auto &r : reads)
+        while (r.load(std::memory_order_relaxed) < n) std::this_thread::yield();
+    };
+    std::vector<std::thread> threads;
+    for (uint32_t w = 0; w < kWriters; ++w)
+      threads.emplace_back([&, w] {
+        std::mt19937 rng(w + 1);
+        for (uint32_t phase = 0; phase < kPhases; readers_reached(++phase * 200))
+          for (uint32_t op = 0; op < kOpsPerPhase; ++op) {
+            // Fill in even phases, drain in odd ones: the table grows and
+            // shrinks through several sizes while the readers read.
+            bool add = rng() % 10 < (phase % 2 == 0 ? 8u : 2u);
+            uint32_t k = rng() % (kToggled / kWriters) * kWriters + w;
+            uint32_t v = race.ver[k].load(std::memory_order_relaxed);
+            bool present = v % 4 == 2;
+            void *out = nullptr;
+            int32_t rc;
+            if (add != present) race.ver[k].store(v + 1, std::memory_order_release);
+            while ((rc = add ? race.insert(k, val(k, v + 2), present) : race.remove(k, &out)) == -LHT_ERR_ITER)
+              std::this_thread::yield();
+            if (add != present) {
+              race.ver[k].store(v + 2, std::memory_order_release);
+              if (!add) race.stored[k].reset();  // the key's memory goes at once
+            }
+            if (add)
+              errors[w] += rc != (present ? -LHT_ERR_DUP : 1);
+            else
+              errors[w] += rc != (present ? 1 : -LHT_ERR_NOKEY) || (present && out != val(k, v));
           }
-        });
-      readers.emplace_back([&] {
-        std::map<uint32_t, void *> seen;
-        if (sh.walk(seen) != 0) ++rerr[kReaders];
-        size_t want = 0;
-        for (uint32_t k = 0; k < kUniverse; ++k) want += in[k];
-        if (seen.size() != want) ++rerr[kReaders];
-        for (auto &[k, v] : seen)
-          if (!in[k] || v != val(k)) ++rerr[kReaders];
+        writing.fetch_sub(1);
       });
-      for (auto &th : readers) th.join();
-      for (uint32_t r = 0; r <= kReaders; ++r) EXPECT_EQ(rerr[r], 0) << "phase " << phase << " reader " << r;
+    for (uint32_t r = 0; r < kReaders; ++r)
+      threads.emplace_back([&, r] {
+        std::mt19937 rng(100 + r);
+        while (writing.load() != 0) {
+          uint32_t k = rng() % (kToggled + kStable + kNever);
+          bool probe = rng() % 4 == 0;
+          uint32_t v1 = race.version(k);
+          void *v = nullptr;
+          int found = race.read(k, probe, &v);
+          uint32_t v2 = race.version(k);
+          errors[kWriters + r] += !plausible(k, v1, v2, found, v, probe);
+          reads[r].fetch_add(1, std::memory_order_relaxed);
+        }
+      });
+    threads.emplace_back([&] {
+      for (int n = 0; n < 15 && writing.load() != 0; ++n) {
+        // No change can finish during the iteration: a key whose version
+        // is even now is in exactly that state, one whose version is odd
+        // in the state before or after.
+        std::map<uint32_t, void *> seen;
+        errors[kWriters + kReaders] += race.walk(seen, [&](const std::map<uint32_t, void *> &in) {
+          int bad = 0;
+          for (uint32_t k = 0; k < kToggled + kStable; ++k) {
+            uint32_t ver = race.version(k);
+            auto it = in.find(k);
+            bad += !plausible(k, ver, ver, it != in.end(), it != in.end() ? it->second : nullptr, false);
+          }
+          return bad + static_cast<int>(in.size() > kToggled + kStable);
+        }) != 0;
+        std::this_thread::sleep_for(std::chrono::milliseconds(3));
+      }
+    });
+    for (auto &th : threads) th.join();
+
+    for (size_t i = 0; i < errors.size(); ++i) EXPECT_EQ(errors[i], 0) << "thread " << i;
+    // What is left is what the writers' versions say, and the table drains
+    // back to its smallest size.
+    std::map<uint32_t, void *> want, got;
+    for (uint32_t k = 0; k < kToggled + kStable; ++k)
+      if (race.version(k) % 4 == 2) want[k] = val(k, race.version(k));
+    ASSERT_EQ(race.walk(got, [](auto &) { return 0; }), 0);
+    EXPECT_EQ(got, want);
+    for (auto &[k, v] : want) {
+      void *out = nullptr;
+      EXPECT_EQ(race.remove(k, &out), 1);
+      EXPECT_EQ(out, v);
     }
-    EXPECT_EQ(kind == Kind::Int ? LhtIntDestroy(sh.t) : kind == Kind::Str ? LhtStrDestroy(sh.t) : LhtArbDestroy(sh.t),
+    EXPECT_EQ(lht_internal::table_count(race.t), 0u);
+    EXPECT_EQ(lht_internal::table_size(race.t), 11u);
+    EXPECT_EQ(row.kind == K::Int ? LhtIntDestroy(race.t) : row.kind == K::Str ? LhtStrDestroy(race.t)
+                                                                               : LhtArbDestroy(race.t),
               1);
+    if (heap != nullptr) EXPECT_EQ(lmmhpfree(ctx->lmmctx, heap, 0), 0);
   }
+}
+
+// A read held open (its hash callback waits) while another thread grows the
+// table: the storage the read began in is kept and the read goes on in it,
+// inserts go on until all the room for kept storage is used, and the next
+// change then waits for the read to end. The check that the writer waits is
+// one-sided: with the read held, no load can let the writer get further.
+TEST(LhtThreads, HeldReadKeepsItsStorage) {
+  static std::atomic<int> gate;  // 1: the read is inside; 2: let it go
+  static const char *held;
+  gate.store(0);
+  auto hash = [](const void *key, uint32_t size, void *) -> uint32_t {
+    if (key == held && gate.load() == 0) {
+      gate.store(1);
+      while (gate.load() != 2) std::this_thread::yield();
+    }
+    return fnv_hash(key, size, nullptr);
+  };
+  LhtTable *t = LhtArbCreate(nullptr, nullptr, 1, nullptr, hash, str_cmp, nullptr);
+  ASSERT_NE(t, nullptr);
+  std::vector<std::string> keys;
+  for (uint32_t k = 0; k < 140; ++k) keys.push_back("k" + std::to_string(k));
+  for (uint32_t k = 0; k < 10; ++k) ASSERT_EQ(LhtArbInsert(t, keys[k].c_str(), val(k, 2)), 1);
+  ASSERT_EQ(lht_internal::table_size(t), 11u);
+  std::string copy = keys[5];  // its own address: only the held search stops
+  held = copy.c_str();
+  int32_t found = 0;
+  void *v = nullptr;
+  std::thread reader([&] { found = LhtArbSearch(t, held, &v); });
+  while (gate.load() != 1) std::this_thread::yield();
+  // 11 -> 17 -> 37 -> 67 -> 131 slots: four storages kept, all the room;
+  // the insert after the 67th entry waits.
+  std::atomic<uint32_t> inserted{10};
+  std::thread writer([&] {
+    for (uint32_t k = 10; k < 140; ++k) {
+      EXPECT_EQ(LhtArbInsert(t, keys[k].c_str(), val(k, 2)), 1);
+      inserted.fetch_add(1);
+    }
+  });
+  const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(120);
+  while (inserted.load() < 67 && std::chrono::steady_clock::now() < give_up) std::this_thread::yield();
+  EXPECT_EQ(inserted.load(), 67u) << "the inserts stopped before the room for kept storage was used";
+  EXPECT_EQ(lht_internal::table_size(t), 131u);
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(inserted.load(), 67u) << "a change went on while every kept storage could still be read";
+  gate.store(2);
+  reader.join();
+  writer.join();
+  EXPECT_EQ(found, 1);
+  EXPECT_EQ(v, val(5, 2));
+  EXPECT_EQ(lht_internal::table_size(t), 257u);
+  EXPECT_EQ(lht_internal::table_count(t), 140u);
+  EXPECT_EQ(LhtArbDestroy(t), 1);
 }
 
 }  // namespace

@@ -1,30 +1,31 @@
-// Helpers shared by the number tests: building numbers from their parts
+// Helpers shared by the number tests: numbers built from their parts
 // (written from the byte format, independently of the library's encoder),
-// random operands that reach every exponent range and rounding boundary, hex
-// rendering, and running the Python oracle over a file of cases.
-#ifndef KEL_TESTS_NUMBER_LNX_TEST_UTIL_H
-#define KEL_TESTS_NUMBER_LNX_TEST_UTIL_H
+// random operands that reach every exponent range, word boundary and
+// rounding place, hex rendering, and the Python oracle over a list of cases.
+#pragma once
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <cstdint>
-#include <cstdio>
+#include <fstream>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "lnx.h"
+#include "support/python.h"
 
 namespace lnxtest {
 
 using Bytes = std::vector<uint8_t>;
 
+// The number (-1)^neg * d0.d1 d2 ... * 100^exp, digits base 100.
 inline Bytes make(bool neg, int exp, const std::vector<int> &digits) {
-  Bytes b;
-  if (!neg) {
-    b.push_back(static_cast<uint8_t>(193 + exp));
-    for (int d : digits) b.push_back(static_cast<uint8_t>(d + 1));
-  } else {
-    b.push_back(static_cast<uint8_t>(255 - (193 + exp)));
-    for (int d : digits) b.push_back(static_cast<uint8_t>(101 - d));
-    if (b.size() < 21) b.push_back(102);
-  }
+  Bytes b{static_cast<uint8_t>(neg ? 255 - (193 + exp) : 193 + exp)};
+  for (int d : digits) b.push_back(static_cast<uint8_t>(neg ? 101 - d : d + 1));
+  if (neg && b.size() < 21) b.push_back(102);
   return b;
 }
 
@@ -37,10 +38,7 @@ inline Bytes hexbytes(const std::string &h) {
 inline std::string hex(const uint8_t *p, size_t n) {
   static const char *x = "0123456789abcdef";
   std::string s;
-  for (size_t i = 0; i < n; ++i) {
-    s += x[p[i] >> 4];
-    s += x[p[i] & 15];
-  }
+  for (size_t i = 0; i < n; ++i) s += {x[p[i] >> 4], x[p[i] & 15]};
   return s;
 }
 inline std::string hex(const Bytes &b) { return hex(b.data(), b.size()); }
@@ -60,55 +58,57 @@ struct Gen {
       default: return uni(0, 99);
     }
   }
-  Bytes finite(int exp) {
-    int n = uni(0, 3) == 0 ? uni(15, 20) : uni(1, 20);
-    int style = uni(0, 4);
+  std::vector<int> digits(int n, int style) {
     std::vector<int> d(static_cast<size_t>(n));
     for (auto &x : d) x = digit(style);
     if (d[0] == 0) d[0] = uni(1, 99);
     if (d.back() == 0) d.back() = uni(1, 99);
-    return make(uni(0, 1) == 1, exp, d);
+    return d;
   }
+  Bytes finite(int exp) { return make(uni(0, 1) == 1, exp, digits(uni(0, 3) == 0 ? uni(15, 20) : uni(1, 20), uni(0, 4))); }
   Bytes any() {
     int k = uni(0, 99);
     if (k == 0) return {0x80};
     if (k == 1) return {0xFF, 101};
     if (k == 2) return {0x00};
-    if (k < 40) return finite(uni(-64, 62));
-    return finite(uni(-6, 6));
+    return finite(k < 40 ? uni(-64, 62) : uni(-6, 6));
   }
   Bytes near(const Bytes &other) {
-    int e = other[0] >= 0x80 ? other[0] - 193 : (255 - other[0]) - 193;
-    if (other.size() <= 2 && (other[0] == 0x80 || other[0] == 0 || other[0] == 0xFF)) e = 0;
-    int k = uni(0, 9);
-    if (k == 0) return any();
-    int ne = e + uni(-25, 25);
-    if (ne < -64) ne = -64;
-    if (ne > 62) ne = 62;
-    return finite(ne);
+    bool special = other.size() <= 2 && (other[0] == 0x80 || other[0] == 0 || other[0] == 0xFF);
+    int e = special ? 0 : (other[0] >= 0x80 ? other[0] - 193 : 62 - other[0]);
+    if (uni(0, 9) == 0) return any();
+    return finite(std::clamp(e + uni(-25, 25), -64, 62));
+  }
+  // A pair for the arithmetic, shaped to the word boundaries of the fast
+  // paths: often full 20-digit mantissas, exponents equal or a few words
+  // apart (now and then at the ends of the range), a shared digit prefix
+  // (cancellation), or the same magnitude of either sign.
+  std::pair<Bytes, Bytes> pair() {
+    if (uni(0, 9) == 0) return {any(), any()};
+    const int k = uni(0, 9);
+    const int ea = k == 0 ? uni(-64, 62) : k == 1 ? uni(56, 62) : k == 2 ? uni(-64, -58) : uni(-8, 8);
+    const int eb = std::clamp(uni(0, 2) == 0 ? ea : ea + uni(-32, 32), -64, 62);
+    const int style = uni(0, 4);
+    std::vector<int> da = digits(uni(0, 2) == 0 ? 20 : uni(1, 20), style);
+    std::vector<int> db = digits(uni(0, 2) == 0 ? 20 : uni(1, 20), uni(0, 1) ? style : uni(0, 4));
+    if (uni(0, 3) == 0) std::copy_n(da.begin(), uni(0, static_cast<int>(std::min(da.size(), db.size())) - 1), db.begin());
+    Bytes a = make(uni(0, 1) == 1, ea, da), b = make(uni(0, 1) == 1, eb, db);
+    if (uni(0, 7) == 0) b = make(uni(0, 1) == 1, ea, da);
+    return {a, b};
   }
 };
 
-// Runs the oracle over `lines` and returns its report; `ok` is its verdict.
-inline std::string run_oracle(const std::string &name, const std::vector<std::string> &lines, bool &ok) {
-  std::string path = std::string(KEL_BINARY_DIR) + "/lnx_cases_" + name + ".txt";
-  FILE *f = std::fopen(path.c_str(), "w");
-  if (!f) {
-    ok = false;
-    return "cannot write " + path;
+// Writes `lines` to a file and has tests/number/lnx_oracle.py check them.
+inline ::testing::AssertionResult oracle_agrees(const std::string &name, const std::vector<std::string> &lines) {
+  const std::string path = std::string(KEL_BINARY_DIR) + "/lnx_cases_" + name + ".txt";
+  {
+    std::ofstream f(path);
+    for (const auto &l : lines) f << l << '\n';
   }
-  for (const auto &l : lines) std::fprintf(f, "%s\n", l.c_str());
-  std::fclose(f);
-  std::string cmd = std::string(KEL_PYTHON) + " " + KEL_SOURCE_DIR + "/tests/number/lnx_oracle.py " + path + " 2>&1";
-  FILE *p = popen(cmd.c_str(), "r");
-  std::string out;
-  char buf[512];
-  while (p && std::fgets(buf, sizeof buf, p)) out += buf;
-  int rc = p ? pclose(p) : -1;
-  ok = rc == 0;
-  return out;
+  std::string report;
+  if (kel_test::run_python("tests/number/lnx_oracle.py", path + " 2>&1", report))
+    return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << report;
 }
 
 }  // namespace lnxtest
-
-#endif

@@ -1,6 +1,6 @@
-// Packed and zoned decimal against hand-written fields, and round trips of
-// random numbers through both with the value compared by the oracle's rule
-// (rounding to the scale).
+// Packed and zoned decimal against hand-written fields: signs, rounding,
+// negative scales, and the fields a reader refuses (random fields go to the
+// oracle with the other differential cases).
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -72,43 +72,6 @@ TEST(NumberPacked, Fields) {
   const uint8_t zascii[] = {0x31, 0x32, 0xD3};
   ASSERT_EQ(lnxzd2n(zascii, 3, 0, r, &rl), 0);
   EXPECT_EQ(hex(r, rl), hex(num("-123")));
-}
-
-TEST(NumberPacked, RandomRoundTrips) {
-  Gen g(31337);
-  for (int i = 0; i < 20000; ++i) {
-    Bytes n = g.finite(g.uni(-10, 10));
-    int32_t scale = g.uni(-5, 25);
-    size_t size = static_cast<size_t>(g.uni(1, 32));
-    uint8_t pd[32], zd[64];
-    int st = lnxn2pd(n.data(), n.size(), scale, pd, size);
-    int stz = lnxn2zd(n.data(), n.size(), scale, zd, 2 * size - 1);
-    ASSERT_EQ(st, stz);
-    uint8_t ref[22];
-    size_t refl;
-    lnxrou(n.data(), n.size(), ref, &refl, scale);
-    // Digits needed for the rounded value, from its plain text.
-    char t[200];
-    size_t tl;
-    ASSERT_EQ(lnxn2t(ref, refl, LNX_TEXT_FIXED, scale > 0 ? scale : 0, t, sizeof t, &tl), 0);
-    size_t digits = 0;
-    bool lead = true;
-    for (size_t k = 0; k < tl; ++k) {
-      if (t[k] < '0' || t[k] > '9') continue;
-      if (lead && t[k] == '0') continue;
-      lead = false;
-      ++digits;
-    }
-    if (scale < 0 && digits) digits -= static_cast<size_t>(-scale);
-    ASSERT_EQ(st, digits > 2 * size - 1 ? 1 : 0) << hex(n) << " " << scale << " " << size;
-    if (st) continue;
-    uint8_t r[22];
-    size_t rl;
-    ASSERT_EQ(lnxpd2n(pd, size, scale, r, &rl), 0);
-    EXPECT_EQ(hex(r, rl), hex(ref, refl));
-    ASSERT_EQ(lnxzd2n(zd, 2 * size - 1, scale, r, &rl), 0);
-    EXPECT_EQ(hex(r, rl), hex(ref, refl));
-  }
 }
 
 }  // namespace

@@ -1,0 +1,146 @@
+// datetime_test.h - what the date family's tests share: a date context that
+// records what its callback is told, record builders and printers, a pinned
+// "now", the time-zone image of this build, files in the build tree and the
+// Python oracles.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "datetime/calendar/ldx_impl.h"
+#include "ldi.h"
+#include "ldx.h"
+#include "ltz.h"
+#include "sl.h"
+
+namespace dttest {
+
+// ------------------------------------------------------------ the date kernel
+
+// Collects the error numbers the date functions report through the
+// context's callback.
+struct Recorder {
+  std::vector<int32_t> errs;
+};
+inline void record(ldxctx *ctx, int32_t err) { static_cast<Recorder *>(ctx->cbarg)->errs.push_back(err); }
+
+// A started context reporting into its own recorder.
+struct Ctx {
+  ldxctx c{};
+  Recorder rec;
+  Ctx() { EXPECT_EQ(ldxbegin(&c, nullptr, record, &rec), 0); }
+  int32_t last() const { return rec.errs.empty() ? 0 : rec.errs.back(); }
+};
+
+inline ldxdate D(int y, int m, int d, int hh = 0, int mi = 0, int ss = 0) {
+  return ldxdate{static_cast<int16_t>(y), static_cast<int8_t>(m), static_cast<int8_t>(d),
+                 static_cast<int8_t>(hh), static_cast<int8_t>(mi), static_cast<int8_t>(ss), 0};
+}
+
+inline std::string str(const ldxdate &d) {
+  char b[64];
+  std::snprintf(b, sizeof b, "%d-%02d-%02d %02d:%02d:%02d", d.year, d.month, d.day, d.hour, d.minute, d.second);
+  return b;
+}
+
+// "now" pinned for the elements that take the current year or month; by
+// default 2024-07-15 10:20:30 UTC.
+constexpr int64_t kPinned = 1721038830LL * 1000000;
+struct PinNow {
+  explicit PinNow(int64_t us = kPinned) { ldx_internal::pin_now_for_test(us); }
+  ~PinNow() { ldx_internal::pin_now_for_test(0); }
+  PinNow(const PinNow &) = delete;
+  PinNow &operator=(const PinNow &) = delete;
+};
+
+// ----------------------------------------------------------- the records
+
+inline LdiDateTime dt(int kind, int y, int mo, int d, int h = 0, int mi = 0, int s = 0, uint32_t ns = 0,
+                      int tzh = 0, int tzm = 0, uint16_t region = 0) {
+  LdiDateTime v{};
+  v.kind = static_cast<uint8_t>(kind);
+  v.year = static_cast<int16_t>(y);
+  v.month = static_cast<uint8_t>(mo);
+  v.day = static_cast<uint8_t>(d);
+  v.hour = static_cast<uint8_t>(h);
+  v.minute = static_cast<uint8_t>(mi);
+  v.second = static_cast<uint8_t>(s);
+  v.fraction = ns;
+  v.tzhour = static_cast<int8_t>(tzh);
+  v.tzminute = static_cast<int8_t>(tzm);
+  v.region = region;
+  return v;
+}
+// A timestamp (kind 3), the form the time-zone lookups take.
+inline LdiDateTime stamp(int y, int mo, int d, int h = 0, int mi = 0, int s = 0) {
+  return dt(LDI_KIND_TIMESTAMP, y, mo, d, h, mi, s);
+}
+
+inline LdiInterval iv(int kind, int32_t f1, int32_t f2 = 0, int32_t f3 = 0, int32_t f4 = 0, int32_t frac = 0) {
+  LdiInterval v{};
+  v.kind = static_cast<uint8_t>(kind);
+  v.f1 = f1;
+  v.f2 = f2;
+  v.f3 = f3;
+  v.f4 = f4;
+  v.fraction = frac;
+  return v;
+}
+
+inline std::string fields(const LdiDateTime &v) {
+  return std::to_string(v.year) + " " + std::to_string(v.month) + " " + std::to_string(v.day) + " " +
+         std::to_string(v.hour) + " " + std::to_string(v.minute) + " " + std::to_string(v.second);
+}
+
+// ------------------------------------------------- the image and the files
+
+// The image of this build, loaded through the library's own loader.
+inline const void *image() {
+  slsetenv("KEL_TZFILE", KEL_TZFILE, 1);
+  const void *img = nullptr;
+  EXPECT_EQ(ltzGetImage(&img), LTZ_OK) << KEL_TZFILE;
+  return img;
+}
+
+inline std::string temp_path(const std::string &tag) {
+  return std::string(KEL_BINARY_DIR) + "/tests/datetime/" + tag;
+}
+
+inline std::vector<std::string> read_lines(const std::string &path) {
+  std::vector<std::string> out;
+  std::ifstream in(path);
+  for (std::string l; std::getline(in, l);) out.push_back(l);
+  return out;
+}
+
+// ------------------------------------------------------------ the oracles
+
+// Runs tests/datetime/<script> with `args`; true when it succeeded.
+inline bool run_script(const std::string &script, const std::string &args) {
+  std::string cmd = std::string(KEL_PYTHON) + " " + KEL_SOURCE_DIR + "/tests/datetime/" + script + " " + args;
+  return std::system(cmd.c_str()) == 0;
+}
+
+// The time-zone oracle (timezone/tz_oracle.py).
+inline bool run_tz_oracle(const std::string &args) { return run_script("timezone/tz_oracle.py", args); }
+
+// The datetime oracle (types/ldi_oracle.py) over a list of queries: one
+// answer per query.
+inline std::vector<std::string> oracle(const std::string &tag, const std::vector<std::string> &queries) {
+  const std::string q = temp_path(tag + ".q"), a = temp_path(tag + ".a");
+  {
+    std::ofstream out(q);
+    for (const auto &l : queries) out << l << "\n";
+  }
+  EXPECT_TRUE(run_script("types/ldi_oracle.py", q + " " + a)) << tag;
+  std::vector<std::string> out = read_lines(a);
+  EXPECT_EQ(out.size(), queries.size());
+  return out;
+}
+
+}  // namespace dttest
