@@ -23,6 +23,7 @@
 #include "sl.h"
 #include "slt.h"
 #include "tests/support/library.h"
+#include "tests/support/python.h"
 
 namespace fs = std::filesystem;
 
@@ -100,18 +101,17 @@ TEST(FilePaths, AgreeWithPosixPathHandling) {
     std::ofstream o(in);
     for (auto &c : cases) o << c.first << '\t' << c.second << '\n';
   }
-  std::string cmd = std::string(KEL_PYTHON) + " " + KEL_SOURCE_DIR + "/tests/file/path_oracle.py " + in;
-  FILE *p = popen(cmd.c_str(), "r");
-  ASSERT_NE(p, nullptr);
-  char line[8192];
+  std::string out;
+  ASSERT_TRUE(kel_test::run_python("tests/file/path_oracle.py", in, out));
+  fs::remove(in);
+  std::istringstream lines(out);
   for (auto &c : cases) {
-    ASSERT_NE(fgets(line, sizeof line, p), nullptr);
-    std::string l(line);
-    l.pop_back();
+    std::string l;
+    ASSERT_TRUE(std::getline(lines, l));
     std::vector<std::string> want;
     std::stringstream ss(l);
     for (std::string f; std::getline(ss, f, '\t');) want.push_back(f);
-    while (want.size() < 6) want.push_back("");
+    want.resize(6);
     char buf[512];
     const char *a = c.first.c_str();
     ASSERT_GE(lfipjoin(a, c.second.c_str(), buf, sizeof buf), 0);
@@ -133,8 +133,6 @@ TEST(FilePaths, AgreeWithPosixPathHandling) {
     lfipnorm(copy.data(), copy.data(), copy.size());
     EXPECT_STREQ(copy.c_str(), want[5].c_str()) << "norm in place " << a;
   }
-  pclose(p);
-  fs::remove(in);
 }
 
 TEST(FilePaths, ShortBuffersAreRefusedWhole) {
@@ -241,7 +239,8 @@ TEST_F(Files, LinesMatchGetline) {
 }
 
 // Random reads, writes, seeks and tells on one file, the same operations on a
-// copy through std::fstream; results and final contents must agree.
+// copy through std::fstream; results and final contents must agree, through
+// buffers smaller and larger than the transfers.
 TEST_F(Files, SeekPatternsMatchFstream) {
   std::mt19937_64 rng(99);
   for (size_t bs : {1, 16, 4096}) {
@@ -294,10 +293,14 @@ TEST_F(Files, SeekPatternsMatchFstream) {
       }
       ASSERT_EQ(lfitell(fctx, f), static_cast<int64_t>(g.tellg())) << "step " << step << " op " << op;
     }
-    ASSERT_EQ(lfisize(fctx, f), static_cast<int64_t>(fs::file_size(a)));
+    ASSERT_EQ(lfiseek(fctx, f, 0, LFI_SEEK_END), lfisize(fctx, f));
+    char c;
+    EXPECT_EQ(lfiread(fctx, f, &c, 1), 0);
+    EXPECT_EQ(lfieof(fctx, f), 1);
     ASSERT_EQ(lficlose(fctx, f), 0);
     g.close();
     ASSERT_EQ(slurp(a), slurp(b)) << "bufsize " << bs;
+    EXPECT_EQ(lfifsize(fctx, a.c_str()), static_cast<int64_t>(fs::file_size(b)));
   }
 }
 
@@ -528,6 +531,10 @@ TEST_F(Files, EveryFailureLeavesItsRecordAndNothingOpen) {
       {"size of missing", 0, kelmsg::LFI_NOTFOUND, path("missing"),
        [&, this] { return lfifsize(fctx, path("missing").c_str()) == -1; }},
       {"null name", 0, kelmsg::LFI_BADARG, "lfiexists", [&, this] { return lfiexists(fctx, nullptr) == -1; }},
+      {"null buffer", 0, kelmsg::LFI_BADARG, "lfiread",
+       with_open(LFI_READ, [&, this](lfifile *f) { return lfiread(fctx, f, nullptr, 1) == -1; })},
+      {"null text", 0, kelmsg::LFI_BADARG, "lfiputs",
+       with_open(LFI_READ | LFI_WRITE, [&, this](lfifile *f) { return lfiputs(fctx, f, nullptr) == -1; })},
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(c.what);

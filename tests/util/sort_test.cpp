@@ -179,34 +179,6 @@ TEST(Sort, ShortArraysAreNotTouched) {
   }
 }
 
-TEST(Sort, ContextReachesEveryComparison) {
-  std::mt19937 rng(5);
-  for (size_t size : {1u, 8u, 13u}) {
-    Bytes v = make(500, size, Shape::Random, rng);
-    Bytes in = v;
-    Ctx c = ctx_for(v, size);
-    c.descending = true;
-    lsrsrx(v.data(), 500, size, cmp_ctx, &c);
-    EXPECT_GT(c.calls, 0);
-    std::vector<unsigned> want = keys(in, size);
-    std::sort(want.begin(), want.end(), std::greater<>());
-    EXPECT_EQ(keys(v, size), want) << "the context's order was not applied";
-  }
-}
-
-TEST(Sort, ComparisonsStayWithinNLogN) {
-  // No quadratic case whatever the input: building by insertion costs at most
-  // log2 n comparisons per element, taking apart at most 2 log2 n.
-  std::mt19937 rng(11);
-  for (Shape shape : {Shape::Sorted, Shape::Reversed, Shape::AllEqual, Shape::OrganPipe, Shape::Random}) {
-    const size_t n = 20000;
-    Bytes v = make(n, 4, shape, rng);
-    Ctx c = ctx_for(v, 4);
-    lsrsrx(v.data(), n, 4, cmp_ctx, &c);
-    EXPECT_LE(c.calls, static_cast<long>(3 * n * std::log2(double(n)) + n)) << int(shape);
-  }
-}
-
 // ------------------------------------------------------------ binary search
 
 struct Rec {
