@@ -11,6 +11,7 @@
 # Further steps used by CI: asan, tsan, fuzz (each builds and tests that
 # preset), bench (builds the bench preset: the benchmarks, beside whichever
 # peer libraries are installed; bench/ratios.py runs them).
+# windows: the cross build for 64-bit Windows (MinGW-w64).
 # Optional: docs (API reference from the header comments into build/docs/html);
 # coverage (the suite in the coverage preset, then line and branch coverage
 # per family from gcovr).
@@ -24,6 +25,7 @@ PKGS_BENCH="libbenchmark-dev libmimalloc-dev libjemalloc-dev libboost-dev libabs
 PKGS_FUZZ="clang libclang-rt-dev"
 PKGS_DOCS="doxygen"
 PKGS_COVERAGE="gcovr"
+PKGS_WINDOWS="g++-mingw-w64-x86-64-posix wine64"
 
 install_missing() {
   local missing=()
@@ -80,6 +82,13 @@ case "${1:-}" in
     ctest --preset coverage
     python3 tools/coverage.py build/coverage
     ;;
+  windows)
+    # The cross build for 64-bit Windows (MinGW-w64); its data-making
+    # programs run from a host build under build/windows/host.
+    install_missing $PKGS_BUILD $PKGS_WINDOWS
+    cmake --preset windows >/dev/null
+    cmake --build --preset windows
+    ;;
   docs)
     install_missing python3 $PKGS_DOCS
     mkdir -p build/docs
@@ -87,7 +96,7 @@ case "${1:-}" in
     echo "build.sh: API reference in build/docs/html/index.html"
     ;;
   *)
-    echo "usage: ./build.sh run|test   (also: asan, tsan, fuzz, bench, coverage, docs)" >&2
+    echo "usage: ./build.sh run|test   (also: asan, tsan, fuzz, bench, coverage, windows, docs)" >&2
     exit 2
     ;;
 esac

@@ -4,12 +4,22 @@
  *
  * The libraries are built with hidden visibility; only declarations marked
  * KELAPI are exported, so `nm -D` of the libraries shows the interface and
- * nothing else. A Windows port turns KELAPI into __declspec(dllexport/dllimport).
+ * nothing else. On Windows the libraries' own objects mark the interface
+ * __declspec(dllexport); callers need no dllimport, since the MinGW linker
+ * imports functions from a DLL's import library without it, and the test
+ * programs link the same objects statically.
  */
 #ifndef KELAPI_H
 #define KELAPI_H
 
-#if defined(__GNUC__) || defined(__clang__)
+#if defined(_WIN32) && (defined(__GNUC__) || defined(__clang__))
+#if defined(KEL_BUILDING_CORE) || defined(KEL_BUILDING_NLS)
+#define KELAPI __declspec(dllexport)
+#else
+#define KELAPI
+#endif
+#define KEL_NORETURN __attribute__((noreturn))
+#elif defined(__GNUC__) || defined(__clang__)
 #define KELAPI __attribute__((visibility("default")))
 #define KEL_NORETURN __attribute__((noreturn))
 #else

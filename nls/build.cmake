@@ -31,9 +31,19 @@ target_include_directories(kelcore10_static PUBLIC ${KEL_MSG_DIR})
 # number symbols come from ICU's locale data, read by a small generator at
 # build time. Without ICU's development files the library still builds, with
 # only the hand-kept American territory.
-find_package(ICU COMPONENTS uc i18n)
 set(KEL_TERR_INC ${PROJECT_BINARY_DIR}/nls/gen/territories.inc)
-if(ICU_FOUND)
+if(NOT CMAKE_CROSSCOMPILING)
+  find_package(ICU COMPONENTS uc i18n)
+endif()
+if(CMAKE_CROSSCOMPILING)
+  # The host build made them (cmake/KelHostTools.cmake).
+  add_custom_command(
+    OUTPUT ${KEL_TERR_INC}
+    COMMAND ${CMAKE_COMMAND} -E copy ${KEL_HOST_TERR_INC} ${KEL_TERR_INC}
+    DEPENDS kel_host ${KEL_HOST_TERR_INC}
+    COMMENT "Taking the territory data from the host build"
+    VERBATIM)
+elseif(ICU_FOUND)
   add_executable(kel_gen_territories ${PROJECT_SOURCE_DIR}/nls/gen_territories.cc)
   target_link_libraries(kel_gen_territories PRIVATE ICU::i18n ICU::uc)
   # ICU keeps its caches until exit; a sanitizer build must not fail the
