@@ -23,4 +23,14 @@ find_program(KEL_WINE NAMES wine64 wine)
 if(KEL_WINE)
   set(CMAKE_CROSSCOMPILING_EMULATOR ${KEL_WINE})
 endif()
+
+# The MinGW runtime (libgcc, libstdc++, winpthreads) goes into each DLL and
+# program rather than beside them: what the build makes runs anywhere,
+# under Wine too, without copying the cross compiler's DLLs around. Nothing
+# C++ crosses the libraries' C interface, so each may keep its own copy.
+set(CMAKE_SHARED_LINKER_FLAGS_INIT "-static")
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-static")
+set(CMAKE_MODULE_LINKER_FLAGS_INIT "-static")
+
+# Tells CMakeLists.txt that Windows is built the supported way.
 set(KEL_MINGW_TOOLCHAIN ON)

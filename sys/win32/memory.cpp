@@ -1,21 +1,30 @@
-// Memory on Windows (memory_impl.h): the C runtime's allocator for records,
+// Memory on Windows (memory_impl.h): the process heap for records,
 // VirtualAlloc for extents (reserved and committed at once, released whole).
 #include <windows.h>
-
-#include <cstdlib>
 
 #include "sys/memory_impl.h"
 
 namespace {
 
-// The 64-bit C runtime aligns its blocks to 16 bytes, which the contract of
-// ss_mem_alc promises.
-static_assert(alignof(max_align_t) >= 16, "malloc does not align to 16 here");
+// The heap's blocks are aligned to 16 bytes on 64-bit Windows, which the
+// contract of ss_mem_alc promises. The heap does not set the system error
+// when it fails (short of raising exceptions), so that is done here.
+void *heap_result(void *p) noexcept {
+  if (p == nullptr) SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+  return p;
+}
 
-void *m_alloc(size_t size) { return malloc(size); }
-void *m_zalloc(size_t size) { return calloc(1, size); }
-void *m_resize(void *p, size_t size) { return realloc(p, size); }
-void m_release(void *p) { free(p); }
+void *m_alloc(size_t size) { return heap_result(HeapAlloc(GetProcessHeap(), 0, size)); }
+void *m_zalloc(size_t size) { return heap_result(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, size)); }
+
+void *m_resize(void *p, size_t size) {
+  if (p == nullptr) return m_alloc(size);
+  return heap_result(HeapReAlloc(GetProcessHeap(), 0, p, size));
+}
+
+void m_release(void *p) {
+  if (p != nullptr) HeapFree(GetProcessHeap(), 0, p);
+}
 
 // Fresh committed pages read as zero.
 void *m_map(size_t size) { return VirtualAlloc(nullptr, size, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE); }

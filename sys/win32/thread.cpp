@@ -30,6 +30,7 @@ int32_t t_start(void *record, size_t stack, uint64_t *os) {
   }
   // STACK_SIZE_PARAM_IS_A_RESERVATION: the size is the stack's reach, as
   // with pthreads, not memory committed up front.
+  SetLastError(ERROR_SUCCESS);
   uintptr_t h = _beginthreadex(nullptr, static_cast<unsigned>(stack), trampoline, record,
                                stack > 0 ? STACK_SIZE_PARAM_IS_A_RESERVATION : 0, nullptr);
   if (h == 0) {
