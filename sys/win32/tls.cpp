@@ -10,12 +10,13 @@
 //
 // Sections: reasons; trust; moving records; sessions.
 #define SECURITY_WIN32
+#include <winsock2.h>
+#include <ws2tcpip.h>
 #include <windows.h>
 #include <wincrypt.h>
 #include <schannel.h>
 #include <security.h>
 #include <sspi.h>
-#include <ws2tcpip.h>
 
 #include <climits>
 #include <cstdio>
