@@ -17,6 +17,7 @@
 #include "ldx.h"
 #include "ltz.h"
 #include "sl.h"
+#include "tests/support/python.h"
 
 namespace dttest {
 
@@ -122,8 +123,8 @@ inline std::vector<std::string> read_lines(const std::string &path) {
 
 // Runs tests/datetime/<script> with `args`; true when it succeeded.
 inline bool run_script(const std::string &script, const std::string &args) {
-  std::string cmd = std::string(KEL_PYTHON) + " " + KEL_SOURCE_DIR + "/tests/datetime/" + script + " " + args;
-  return std::system(cmd.c_str()) == 0;
+  std::string printed;
+  return kel_test::run_python("tests/datetime/" + script, args, printed);
 }
 
 // The time-zone oracle (timezone/tz_oracle.py).
