@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -117,6 +119,20 @@ inline std::vector<std::string> read_lines(const std::string &path) {
   std::ifstream in(path);
   for (std::string l; std::getline(in, l);) out.push_back(l);
   return out;
+}
+
+// A region-id list ("id name" lines, # comments), as ids.txt keeps it.
+inline std::map<std::string, unsigned> read_ids(const std::string &path) {
+  std::map<std::string, unsigned> ids;
+  for (const auto &l : read_lines(path)) {
+    if (l.empty() || l[0] == '#') continue;
+    std::istringstream s(l);
+    unsigned id = 0;
+    std::string name;
+    s >> id >> name;
+    ids[name] = id;
+  }
+  return ids;
 }
 
 // ------------------------------------------------------------ the oracles
