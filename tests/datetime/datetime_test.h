@@ -99,6 +99,11 @@ inline std::string fields(const LdiDateTime &v) {
   return std::to_string(v.year) + " " + std::to_string(v.month) + " " + std::to_string(v.day) + " " +
          std::to_string(v.hour) + " " + std::to_string(v.minute) + " " + std::to_string(v.second);
 }
+// The fields with the kind, the fraction and the zone.
+inline std::string whole(const LdiDateTime &v) {
+  return std::to_string(v.kind) + ": " + fields(v) + "." + std::to_string(v.fraction) + " " + std::to_string(v.tzhour) +
+         ":" + std::to_string(v.tzminute) + " r" + std::to_string(v.region);
+}
 
 // ------------------------------------------------- the image and the files
 
