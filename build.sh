@@ -77,7 +77,9 @@ case "${1:-}" in
     # Counts of an earlier run would add up with this one's.
     find build/coverage -name '*.gcda' -delete
     cmake --build --preset coverage
-    ctest --preset coverage
+    # An instrumented library names its build tree (where its counts go), so
+    # the installation checks are left to the other builds.
+    ctest --preset coverage -LE '^install$'
     python3 tools/coverage.py build/coverage
     ;;
   docs)
