@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,6 +19,7 @@
 #include "ldx.h"
 #include "ltz.h"
 #include "sl.h"
+#include "tests/support/python.h"
 
 namespace dttest {
 
@@ -96,6 +99,11 @@ inline std::string fields(const LdiDateTime &v) {
   return std::to_string(v.year) + " " + std::to_string(v.month) + " " + std::to_string(v.day) + " " +
          std::to_string(v.hour) + " " + std::to_string(v.minute) + " " + std::to_string(v.second);
 }
+// The fields with the kind, the fraction and the zone.
+inline std::string whole(const LdiDateTime &v) {
+  return std::to_string(v.kind) + ": " + fields(v) + "." + std::to_string(v.fraction) + " " + std::to_string(v.tzhour) +
+         ":" + std::to_string(v.tzminute) + " r" + std::to_string(v.region);
+}
 
 // ------------------------------------------------- the image and the files
 
@@ -118,12 +126,26 @@ inline std::vector<std::string> read_lines(const std::string &path) {
   return out;
 }
 
+// A region-id list ("id name" lines, # comments), as ids.txt keeps it.
+inline std::map<std::string, unsigned> read_ids(const std::string &path) {
+  std::map<std::string, unsigned> ids;
+  for (const auto &l : read_lines(path)) {
+    if (l.empty() || l[0] == '#') continue;
+    std::istringstream s(l);
+    unsigned id = 0;
+    std::string name;
+    s >> id >> name;
+    ids[name] = id;
+  }
+  return ids;
+}
+
 // ------------------------------------------------------------ the oracles
 
 // Runs tests/datetime/<script> with `args`; true when it succeeded.
 inline bool run_script(const std::string &script, const std::string &args) {
-  std::string cmd = std::string(KEL_PYTHON) + " " + KEL_SOURCE_DIR + "/tests/datetime/" + script + " " + args;
-  return std::system(cmd.c_str()) == 0;
+  std::string printed;
+  return kel_test::run_python("tests/datetime/" + script, args, printed);
 }
 
 // The time-zone oracle (timezone/tz_oracle.py).

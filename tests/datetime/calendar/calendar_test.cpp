@@ -110,9 +110,8 @@ TEST(DateKernel, LeapRuleAndDayOfYear) {
 const std::vector<uint16_t> &oracle() {
   static std::vector<uint16_t> data = [] {
     std::string path = std::string(KEL_BINARY_DIR) + "/datetime_oracle.bin";
-    std::string cmd = std::string(KEL_PYTHON) + " " + KEL_SOURCE_DIR + "/tests/datetime/calendar/calendar_oracle.py " + path;
     std::vector<uint16_t> v;
-    if (std::system(cmd.c_str()) != 0) return v;
+    if (!run_script("calendar/calendar_oracle.py", path)) return v;
     FILE *f = std::fopen(path.c_str(), "rb");
     if (!f) return v;
     std::fseek(f, 0, SEEK_END);

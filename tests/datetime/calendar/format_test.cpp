@@ -457,34 +457,10 @@ TEST(DateFormat, ReadErrorsAndOptionBits) {
   EXPECT_EQ(ldxdtsu(&x.c, wout, 3, &d, reinterpret_cast<const uint16_t *>(qm.data()), qm.size()), -1);  // too small
 }
 
-TEST(DateFormat, TerritoryFormatsReadBackWhatTheyWrite) {
-  Ctx x;
-  PinNow pin;
-  std::mt19937 rng(17);
-  for (const char *model : {"DL", "DS TS", "DL TS", "DS"}) {
-    SCOPED_TRACE(model);
-    for (int i = 0; i < 500; ++i) {
-      int32_t y, m, d;
-      jtc(ctj(1, 1, 1) + static_cast<int32_t>(rng() % (kMaxJday - ctj(1, 1, 1))), &y, &m, &d);
-      bool time = std::strstr(model, "TS") != nullptr;
-      ldxdate dt = time ? D(y, m, d, static_cast<int>(rng() % 24), static_cast<int>(rng() % 60), static_cast<int>(rng() % 60))
-                        : D(y, m, d);
-      char text[128];
-      int32_t n = ldxdts(&x.c, text, sizeof text, &dt, model, std::strlen(model));
-      ASSERT_GT(n, 0);
-      ldxdate back{};
-      ASSERT_EQ(ldxsto(&x.c, &back, text, static_cast<size_t>(n), model, std::strlen(model), LDX_OPT_ERRNUM), 0)
-          << std::string(text, static_cast<size_t>(n));
-      ASSERT_EQ(str(back), str(dt)) << std::string(text, static_cast<size_t>(n));
-    }
-  }
-}
-
 // ----------------------------------------------------------- round trips
 
 struct Gen {
   std::mt19937 rng;
-  bool fill = false;
   explicit Gen(uint32_t seed) : rng(seed) {}
   uint32_t pick(uint32_t n) { return rng() % n; }
   std::string cased(std::string e) {

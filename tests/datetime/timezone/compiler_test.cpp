@@ -2,26 +2,11 @@
 // the way users' data needs, and an image that cannot fit is refused.
 #ifdef KEL_KELTZC
 #include <cstring>
-#include <map>
 #include <set>
-#include <sstream>
 
 #include "tests/datetime/datetime_test.h"
 
 namespace {
-
-std::map<std::string, unsigned> read_ids(const std::string &path) {
-  std::map<std::string, unsigned> ids;
-  for (const auto &l : dttest::read_lines(path)) {
-    if (l.empty() || l[0] == '#') continue;
-    std::istringstream s(l);
-    unsigned id = 0;
-    std::string name;
-    s >> id >> name;
-    ids[name] = id;
-  }
-  return ids;
-}
 
 int run(const std::string &args, const std::string &err_file) {
   std::string cmd = std::string(KEL_KELTZC) + " " + args + " 2>" + err_file;
@@ -30,7 +15,7 @@ int run(const std::string &args, const std::string &err_file) {
 
 TEST(TimezoneCompiler, IdsNeverChangeAndNewNamesGetFreeOnes) {
   const std::string table = std::string(KEL_SOURCE_DIR) + "/datetime/timezone/ids.txt";
-  auto full = read_ids(table);
+  auto full = dttest::read_ids(table);
   ASSERT_GT(full.size(), 500u);
   // As if these names had appeared in a later data release.
   const std::set<std::string> fresh = {"Europe/Paris", "Asia/Tokyo", "US/Eastern", "Japan"};
@@ -41,8 +26,8 @@ TEST(TimezoneCompiler, IdsNeverChangeAndNewNamesGetFreeOnes) {
       if (!fresh.count(name)) f << id << ' ' << name << '\n';
   }
   ASSERT_EQ(run("--ids " + trimmed + " --write-ids " + out, dttest::temp_path("ids_err.txt")), 0);
-  auto kept = read_ids(trimmed);
-  auto now = read_ids(out);
+  auto kept = dttest::read_ids(trimmed);
+  auto now = dttest::read_ids(out);
   EXPECT_EQ(now.size(), full.size());
   for (const auto &[name, id] : kept) EXPECT_EQ(now[name], id) << name;
 
@@ -61,7 +46,7 @@ TEST(TimezoneCompiler, IdsNeverChangeAndNewNamesGetFreeOnes) {
 
   // Nothing new: the table comes back as it was.
   ASSERT_EQ(run("--ids " + table + " --write-ids " + out, dttest::temp_path("ids_err.txt")), 0);
-  EXPECT_EQ(read_ids(out), full);
+  EXPECT_EQ(dttest::read_ids(out), full);
 }
 
 // The compiler reports the years it covers, as the image's header holds
