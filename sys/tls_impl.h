@@ -31,7 +31,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
+#include "sl.h"
 #include "sys/socket_impl.h"
 
 constexpr int64_t SL_SSL_VERIFY = -5;  // the server's certificate or name was not accepted
@@ -74,5 +76,26 @@ int32_t slsslversion(const SlTls *tls) noexcept;
 // Ends the session (a closing alert when it can go at once) and frees it;
 // null is ignored. The socket stays open.
 void slsslclose(SlTls *tls) noexcept;
+
+namespace sl_internal {
+
+// Writes "a" or "a: b" into the caller's reason buffer (none when null).
+inline void tls_say(char *why, size_t whyl, const char *a, const char *b = nullptr) {
+  if (why == nullptr || whyl == 0) return;
+  if (b != nullptr)
+    snprintf(why, whyl, "%s: %s", a, b);
+  else
+    snprintf(why, whyl, "%s", a);
+}
+
+// What is left of a wait of `ms` (negative: no limit) begun at `start`
+// (slmonons), never below 0.
+inline int32_t tls_left_ms(int32_t ms, uint64_t start) {
+  if (ms < 0) return -1;
+  int64_t gone = static_cast<int64_t>((slmonons() - start) / 1000000u);
+  return gone >= ms ? 0 : static_cast<int32_t>(ms - gone);
+}
+
+}  // namespace sl_internal
 
 #endif

@@ -27,6 +27,9 @@
 #include "sys/fault_impl.h"
 #include "sys/tls_impl.h"
 
+using sl_internal::tls_left_ms;
+using sl_internal::tls_say;
+
 struct SlTlsTrust {
   SSL_CTX *ctx;
 };
@@ -41,20 +44,12 @@ struct SlTls {
 namespace {
 
 // --------------------------------------------------------------- reasons
-void say(char *why, size_t whyl, const char *a, const char *b = nullptr) {
-  if (why == nullptr || whyl == 0) return;
-  if (b != nullptr)
-    snprintf(why, whyl, "%s: %s", a, b);
-  else
-    snprintf(why, whyl, "%s", a);
-}
-
 // The reason of OpenSSL's first queued error after `what`, then an empty
 // queue.
 void say_queue(char *why, size_t whyl, const char *what) {
   unsigned long e = ERR_get_error();
   const char *r = e != 0 ? ERR_reason_error_string(e) : nullptr;
-  say(why, whyl, what, r);
+  tls_say(why, whyl, what, r);
   ERR_clear_error();
 }
 
@@ -138,12 +133,6 @@ int64_t settle(SlTls *t, int r, int32_t ms, char *why, size_t whyl) {
   return SL_SSL_PROTO;
 }
 
-int32_t left_ms(int32_t ms, uint64_t start) {
-  if (ms < 0) return -1;
-  int64_t gone = static_cast<int64_t>((slmonons() - start) / 1000000u);
-  return gone >= ms ? 0 : static_cast<int32_t>(ms - gone);
-}
-
 void free_session(SlTls *t) {
   SSL_free(t->ssl);  // frees the BIO with it
   ss_mem_fre(t);
@@ -154,7 +143,7 @@ void free_session(SlTls *t) {
 // ----------------------------------------------------------------- trust
 SlTlsTrust *slssltrust(const char *cafile, uint32_t flags, char *why, size_t whyl) noexcept {
   if (SL_FAULT(SL_FAULT_SSL_TRUST)) {
-    say(why, whyl, "refused by a fault point");
+    tls_say(why, whyl, "refused by a fault point");
     return nullptr;
   }
   ERR_clear_error();
@@ -204,7 +193,7 @@ int64_t slsslopen(SlTlsTrust *trust, int64_t s, const char *host, int32_t ms, Sl
                   size_t whyl) noexcept {
   *out = nullptr;
   if (SL_FAULT(SL_FAULT_SSL_OPEN)) {
-    say(why, whyl, "refused by a fault point");
+    tls_say(why, whyl, "refused by a fault point");
     return SL_SCK_ERR;
   }
   ERR_clear_error();
@@ -241,11 +230,11 @@ int64_t slsslopen(SlTlsTrust *trust, int64_t s, const char *host, int32_t ms, Sl
   for (;;) {
     int r = SSL_connect(ssl);
     if (r == 1) break;
-    int64_t st = settle(t, r, left_ms(ms, start), why, whyl);
+    int64_t st = settle(t, r, tls_left_ms(ms, start), why, whyl);
     if (st == kAgain) continue;
     long v = SSL_get_verify_result(ssl);
     if (st == SL_SSL_PROTO && v != X509_V_OK) {
-      say(why, whyl, X509_verify_cert_error_string(v));
+      tls_say(why, whyl, X509_verify_cert_error_string(v));
       st = SL_SSL_VERIFY;
     }
     free_session(t);

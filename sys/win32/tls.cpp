@@ -27,6 +27,9 @@
 #include "sys/fault_impl.h"
 #include "sys/tls_impl.h"
 
+using sl_internal::tls_left_ms;
+using sl_internal::tls_say;
+
 #ifndef SP_PROT_TLS1_3_CLIENT
 #define SP_PROT_TLS1_3_CLIENT 0x00002000
 #endif
@@ -54,18 +57,10 @@ struct SlTls {
 namespace {
 
 // --------------------------------------------------------------- reasons
-void say(char *why, size_t whyl, const char *a, const char *b = nullptr) {
-  if (why == nullptr || whyl == 0) return;
-  if (b != nullptr)
-    snprintf(why, whyl, "%s: %s", a, b);
-  else
-    snprintf(why, whyl, "%s", a);
-}
-
 void say_status(char *why, size_t whyl, const char *what, SECURITY_STATUS st) {
   char text[200];
   slcgems(static_cast<int32_t>(st), text, sizeof text);
-  say(why, whyl, what, text);
+  tls_say(why, whyl, what, text);
 }
 
 // ----------------------------------------------------------------- trust
@@ -74,7 +69,7 @@ void say_status(char *why, size_t whyl, const char *what, SECURITY_STATUS st) {
 HCERTSTORE load_pem(const char *path, char *why, size_t whyl) {
   int64_t h = -1;
   if (slfopen(path, SLF_READ, &h) != 0) {
-    say(why, whyl, "cannot use the CA file", "cannot open it");
+    tls_say(why, whyl, "cannot use the CA file", "cannot open it");
     return nullptr;
   }
   slfinfo fi;
@@ -90,7 +85,7 @@ HCERTSTORE load_pem(const char *path, char *why, size_t whyl) {
   }
   slfclose(h);
   if (text == nullptr) {
-    say(why, whyl, "cannot use the CA file", "cannot read it");
+    tls_say(why, whyl, "cannot use the CA file", "cannot read it");
     return nullptr;
   }
   text[got] = '\0';
@@ -116,7 +111,7 @@ HCERTSTORE load_pem(const char *path, char *why, size_t whyl) {
   ss_mem_fre(text);
   if (count == 0) {
     if (store) CertCloseStore(store, 0);
-    say(why, whyl, "cannot use the CA file", "it holds no certificate");
+    tls_say(why, whyl, "cannot use the CA file", "it holds no certificate");
     return nullptr;
   }
   return store;
@@ -185,19 +180,13 @@ constexpr DWORD kIscFlags = ISC_REQ_SEQUENCE_DETECT | ISC_REQ_REPLAY_DETECT | IS
 // in TLS 1.3) until Schannel is done with the input: 0, or a result.
 int64_t handshake(SlTls *t, const char *target, bool first, int32_t ms, uint64_t start, char *why, size_t whyl);
 
-int32_t left_ms(int32_t ms, uint64_t start) {
-  if (ms < 0) return -1;
-  int64_t gone = static_cast<int64_t>((slmonons() - start) / 1000000u);
-  return gone >= ms ? 0 : static_cast<int32_t>(ms - gone);
-}
-
 int64_t handshake(SlTls *t, const char *target, bool first, int32_t ms, uint64_t start, char *why, size_t whyl) {
   // After the handshake Schannel is given what it left over first, even
   // nothing: it says when it needs more.
   bool need_input = false;
   for (;;) {
     if (need_input) {
-      int64_t k = fill(t, left_ms(ms, start));
+      int64_t k = fill(t, tls_left_ms(ms, start));
       if (k <= 0) return k == SL_SCK_EOF ? SL_SCK_EOF : k;
     }
     SecBuffer in[2] = {{static_cast<unsigned long>(t->inlen), SECBUFFER_TOKEN, t->in}, {0, SECBUFFER_EMPTY, nullptr}};
@@ -213,7 +202,7 @@ int64_t handshake(SlTls *t, const char *target, bool first, int32_t ms, uint64_t
       need_input = true;
       continue;
     }
-    int64_t sent = send_tokens(t, out, 1, left_ms(ms, start));
+    int64_t sent = send_tokens(t, out, 1, tls_left_ms(ms, start));
     if (st != SEC_E_OK && st != SEC_I_CONTINUE_NEEDED && st != SEC_I_INCOMPLETE_CREDENTIALS) {
       t->broken = true;
       say_status(why, whyl, "TLS handshake failed", st);
@@ -230,7 +219,7 @@ int64_t handshake(SlTls *t, const char *target, bool first, int32_t ms, uint64_t
 bool verify_peer(SlTls *t, const char *host, char *why, size_t whyl) {
   PCCERT_CONTEXT cert = nullptr;
   if (QueryContextAttributesA(&t->ctx, SECPKG_ATTR_REMOTE_CERT_CONTEXT, &cert) != SEC_E_OK || cert == nullptr) {
-    say(why, whyl, "the server sent no certificate");
+    tls_say(why, whyl, "the server sent no certificate");
     return false;
   }
   CERT_CHAIN_PARA para{};
@@ -280,10 +269,10 @@ bool verify_peer(SlTls *t, const char *host, char *why, size_t whyl) {
       ok = false;
       char text[200];
       slcgems(static_cast<int32_t>(ps.dwError), text, sizeof text);
-      say(why, whyl, "certificate not accepted", text);
+      tls_say(why, whyl, "certificate not accepted", text);
     }
   } else if (bad != nullptr) {
-    say(why, whyl, bad);
+    tls_say(why, whyl, bad);
   }
   if (chain != nullptr) CertFreeCertificateChain(chain);
   if (coll != nullptr) CertCloseStore(coll, 0);
@@ -340,7 +329,7 @@ int64_t pump(SlTls *t, int32_t ms, char *why, size_t whyl) {
         if (st == SEC_I_RENEGOTIATE) {
           // Post-handshake messages of TLS 1.3 (session tickets, key
           // updates) go back through the handshake.
-          int64_t r = handshake(t, nullptr, false, left_ms(ms, start), slmonons(), why, whyl);
+          int64_t r = handshake(t, nullptr, false, tls_left_ms(ms, start), slmonons(), why, whyl);
           if (r != 0 && r != SL_SCK_TIMEOUT) return r;
         }
         continue;
@@ -351,7 +340,7 @@ int64_t pump(SlTls *t, int32_t ms, char *why, size_t whyl) {
         return SL_SSL_PROTO;
       }
     }
-    int64_t k = fill(t, left_ms(ms, start));
+    int64_t k = fill(t, tls_left_ms(ms, start));
     if (k <= 0) return k;
   }
 }
@@ -361,12 +350,12 @@ int64_t pump(SlTls *t, int32_t ms, char *why, size_t whyl) {
 // ----------------------------------------------------------------- trust
 SlTlsTrust *slssltrust(const char *cafile, uint32_t flags, char *why, size_t whyl) noexcept {
   if (SL_FAULT(SL_FAULT_SSL_TRUST)) {
-    say(why, whyl, "refused by a fault point");
+    tls_say(why, whyl, "refused by a fault point");
     return nullptr;
   }
   auto *t = static_cast<SlTlsTrust *>(ss_mem_calc(sizeof(SlTlsTrust)));
   if (t == nullptr) {
-    say(why, whyl, "out of memory");
+    tls_say(why, whyl, "out of memory");
     return nullptr;
   }
   t->verify = (flags & SL_SSL_NOVERIFY) == 0;
@@ -401,12 +390,12 @@ int64_t slsslopen(SlTlsTrust *trust, int64_t s, const char *host, int32_t ms, Sl
                   size_t whyl) noexcept {
   *out = nullptr;
   if (SL_FAULT(SL_FAULT_SSL_OPEN)) {
-    say(why, whyl, "refused by a fault point");
+    tls_say(why, whyl, "refused by a fault point");
     return SL_SCK_ERR;
   }
   auto *t = static_cast<SlTls *>(ss_mem_calc(sizeof(SlTls)));
   if (t == nullptr || !grow(&t->in, &t->incap, 1 << 16)) {
-    say(why, whyl, "out of memory");
+    tls_say(why, whyl, "out of memory");
     ss_mem_fre(t);
     return SL_SCK_ERR;
   }
@@ -419,7 +408,7 @@ int64_t slsslopen(SlTlsTrust *trust, int64_t s, const char *host, int32_t ms, Sl
   int64_t st = handshake(t, target, true, ms, start, why, whyl);
   if (st == 0 && trust->verify && !verify_peer(t, host, why, whyl)) st = SL_SSL_VERIFY;
   if (st == 0 && QueryContextAttributesA(&t->ctx, SECPKG_ATTR_STREAM_SIZES, &t->sizes) != SEC_E_OK) {
-    say(why, whyl, "TLS failure", "no stream sizes");
+    tls_say(why, whyl, "TLS failure", "no stream sizes");
     st = SL_SSL_PROTO;
   }
   if (st != 0) {
