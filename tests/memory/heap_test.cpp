@@ -144,47 +144,30 @@ TEST_F(Heaps, SizeBoundaries) {
   EXPECT_EQ(lmmhpfree(mctx, h, 0), 0);
 }
 
-// A free block is handed out whole when cutting would leave less than 296
-// bytes behind.
-TEST_F(Heaps, CutRule) {
-  struct Case {
-    size_t request;
-    size_t usable;
+// A freed block (kept from the top by a guard block) is the first fit. It is
+// handed out whole when cutting would leave less than 296 bytes behind; a
+// small-block chunk taken from it is cut to 8192 bytes when it has 16385 or
+// more.
+TEST_F(Heaps, CutAndChunkRules) {
+  const struct {
+    size_t freed, request, usable;  // usable: of the block, or of the chunk for a small request
   } cases[] = {
-      {768, 1024},  // 1024 < 768 + 296: whole
-      {704, 704},   // 1024 >= 704 + 296: cut
-      {729, 1024},  // rounds to 768
+      {1024, 768, 1024},  // 1024 < 768 + 296: whole
+      {1024, 704, 704},   // 1024 >= 704 + 296: cut
+      {1024, 729, 1024},  // rounds to 768
+      {16384, 16, 16384}, {16448, 16, 8192}, {2048, 16, 2048},
   };
-  for (const Case &c : cases) {
-    lmmheap *h = make(nullptr, LMM_HP_NOLOCK);
-    void *a = lmmmalloc(mctx, h, 1024, 0, "t", 1);
-    void *guard = lmmmalloc(mctx, h, 256, 0, "t", 2);
-    ASSERT_NE(a, nullptr);
-    ASSERT_NE(guard, nullptr);
-    ASSERT_EQ(lmmfree(mctx, h, a, 0), 0);
-    void *b = lmmmalloc(mctx, h, c.request, 0, "t", 3);
-    EXPECT_EQ(b, a) << "the freed block is the first fit";
-    EXPECT_EQ(lmm_internal::st_usable(b), c.usable) << "request " << c.request;
-    EXPECT_EQ(lmmhpfree(mctx, h, 0), 0);
-  }
-}
-
-// A chunk taken from a free block of 16385 bytes or more is cut to 8192.
-TEST_F(Heaps, ChunkRule) {
-  struct Case {
-    size_t freed;
-    size_t chunk;
-  } cases[] = {{16384, 16384}, {16448, 8192}, {2048, 2048}};
-  for (const Case &c : cases) {
+  for (const auto &c : cases) {
     lmmheap *h = make(nullptr, LMM_HP_NOLOCK);
     void *a = lmmmalloc(mctx, h, c.freed, 0, "t", 1);
     void *guard = lmmmalloc(mctx, h, 256, 0, "t", 2);
-    ASSERT_NE(a, nullptr);
-    ASSERT_NE(guard, nullptr);
+    ASSERT_TRUE(a && guard);
     ASSERT_EQ(lmmfree(mctx, h, a, 0), 0);
-    void *s = lmmmalloc(mctx, h, 16, 0, "t", 3);
-    ASSERT_NE(s, nullptr);
-    EXPECT_EQ(lmm_internal::st_chunk_usable(s), c.chunk) << "freed " << c.freed;
+    void *b = lmmmalloc(mctx, h, c.request, 0, "t", 3);
+    ASSERT_NE(b, nullptr);
+    if (c.request > 247) EXPECT_EQ(b, a) << "the freed block is the first fit";
+    EXPECT_EQ(c.request > 247 ? lmm_internal::st_usable(b) : lmm_internal::st_chunk_usable(b), c.usable)
+        << "freed " << c.freed << " request " << c.request;
     EXPECT_EQ(lmmhpfree(mctx, h, 0), 0);
   }
 }
@@ -258,23 +241,12 @@ TEST_F(Heaps, MisuseIsRecorded) {
   EXPECT_EQ(lmmhpfree(mctx, h, 0), 0);
 }
 
-TEST_F(Heaps, FastModelFreeDoesNothing) {
-  lmmheap *h = make(lmmgetfsmfp(), 0);
-  auto *p = static_cast<char *>(lmmmalloc(mctx, h, 100, 0, "t", 1));
-  ASSERT_NE(p, nullptr);
-  fill(p, 100, 7);
-  EXPECT_EQ(lmmfree(mctx, h, p, 0), 0);
-  EXPECT_TRUE(check(p, 100, 7)) << "a fast free must not touch the block";
-  auto *q = static_cast<char *>(lmmmalloc(mctx, h, 100, 0, "t", 2));
-  EXPECT_NE(q, p) << "nothing is reused";
-  EXPECT_EQ(lemged(lem), 0);
-  EXPECT_EQ(lmmhpfree(mctx, h, 0), 0);
-}
-
-TEST_F(Heaps, VallocAlignedOnBothModels) {
+// On both models: valloc is page-aligned and keeps its contents through a
+// realloc, calloc clears memory that was in use; a fast free touches nothing
+// and nothing is reused.
+TEST_F(Heaps, VallocCallocAndFastFree) {
   for (const lmmmfp *model : {lmmgetstmfp(), lmmgetfsmfp()}) {
     lmmheap *h = make(model, 0);
-    std::vector<void *> ps;
     for (size_t n : {1, 100, 4096, 5000, 70000}) {
       void *p = lmmvalloc(mctx, h, n, 0, "t", 1);
       ASSERT_NE(p, nullptr);
@@ -283,25 +255,20 @@ TEST_F(Heaps, VallocAlignedOnBothModels) {
       void *q = lmmrealloc(mctx, h, p, n + 10000, 0, "t", 2);
       ASSERT_NE(q, nullptr);
       EXPECT_EQ(static_cast<uint8_t *>(q)[n - 1], 0xAB);
-      ps.push_back(q);
+      EXPECT_EQ(lmmfree(mctx, h, q, 0), 0);
     }
-    for (void *p : ps) EXPECT_EQ(lmmfree(mctx, h, p, 0), 0);
-    EXPECT_EQ(lmmhpfree(mctx, h, 0), 0);
-  }
-}
-
-TEST_F(Heaps, CallocClearsReusedMemory) {
-  for (const lmmmfp *model : {lmmgetstmfp(), lmmgetfsmfp()}) {
-    lmmheap *h = make(model, 0);
     for (size_t n : {16, 200, 3000, 90000}) {
       void *p = lmmmalloc(mctx, h, n, 0, "t", 1);
-      memset(p, 0xFF, n);
+      fill(p, n, 7);
       lmmfree(mctx, h, p, 0);
+      if (model == lmmgetfsmfp()) EXPECT_TRUE(check(p, n, 7)) << "a fast free must not touch the block";
       auto *q = static_cast<uint8_t *>(lmmcalloc(mctx, h, n, 0, "t", 2));
       ASSERT_NE(q, nullptr);
+      if (model == lmmgetfsmfp()) EXPECT_NE(q, p) << "nothing is reused";
       EXPECT_TRUE(std::all_of(q, q + n, [](uint8_t b) { return b == 0; })) << n;
       lmmfree(mctx, h, q, 0);
     }
+    EXPECT_EQ(lemged(lem), 0);
     EXPECT_EQ(lmmhpfree(mctx, h, 0), 0);
   }
 }

@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <deque>
 #include <map>
 #include <random>
@@ -34,48 +35,30 @@ namespace {
 
 using namespace lmm_model;
 
-// Numbers things by first appearance.
-class Names {
- public:
-  long of(const void *p) {
-    auto [it, added] = ids_.try_emplace(p, static_cast<long>(ids_.size()));
-    return it->second;
-  }
-
- private:
-  std::map<const void *, long> ids_;
-};
-
 // What one heap showed for a request, with its own addresses replaced by
-// names, so that the records of two heaps can be compared.
+// names (numbers by first appearance), so that the records of two heaps can
+// be compared.
 struct Observer {
-  Names blocks, places;
+  std::map<const void *, long> ids;
+  long of(const void *p) { return ids.try_emplace(p, static_cast<long>(ids.size())).first->second; }
 
-  std::string small_block(void *p) {
-    chunk *ch = chunk_of(p);
-    return "small tag=" + std::to_string(tag_of(p)) + " block=" + std::to_string(blocks.of(p)) +
-           " chunk=" + std::to_string(places.of(ch)) +
-           " at=" + std::to_string(static_cast<char *>(p) - reinterpret_cast<char *>(ch)) +
-           " inuse=" + std::to_string(ch->inuse) + " room=" + std::to_string(ch->room);
-  }
-
-  std::string standard(lmmheap *h, void *p) {
+  std::string show(bool fast, lmmheap *h, void *p) {
+    char b[200];
     if (p == nullptr) return "null";
-    uint8_t t = tag_of(p);
-    if ((t & 7) <= 3) return small_block(p);
-    return "large tag=" + std::to_string(t) + " block=" + std::to_string(blocks.of(p)) +
-           " size=" + std::to_string(hdr_of(p)->size);
-  }
-
-  std::string fast(lmmheap *h, void *p) {
-    if (p == nullptr) return "null";
-    fsvrt *v = static_cast<fsmodel *>(h->model)->cur;
-    auto *hdr = reinterpret_cast<size_t *>(static_cast<char *>(p) - kFsHdr);
-    return "fast hdr={" + std::to_string(hdr[0]) + "," + std::to_string(hdr[1]) +
-           "} extent=" + std::to_string(places.of(v)) +
-           " at=" + std::to_string(static_cast<char *>(p) - reinterpret_cast<char *>(v)) +
-           " count=" + std::to_string(v->count) + " left=" + std::to_string(v->end - v->free) +
-           " total=" + std::to_string(v->total);
+    const auto at = [](const void *x, const void *base) { return static_cast<const char *>(x) - static_cast<const char *>(base); };
+    if (fast) {
+      fsvrt *v = static_cast<fsmodel *>(h->model)->cur;
+      auto *hdr = reinterpret_cast<size_t *>(static_cast<char *>(p) - kFsHdr);
+      snprintf(b, sizeof b, "fast hdr={%zu,%zu} extent=%ld at=%td count=%zu left=%td total=%zu", hdr[0], hdr[1], of(v),
+               at(p, v), v->count, v->end - v->free, v->total);
+    } else if ((tag_of(p) & 7) <= 3) {
+      chunk *ch = chunk_of(p);
+      snprintf(b, sizeof b, "small tag=%d block=%ld chunk=%ld at=%td inuse=%zu room=%zu", tag_of(p), of(p), of(ch),
+               at(p, ch), ch->inuse, ch->room);
+    } else {
+      snprintf(b, sizeof b, "large tag=%d block=%ld size=%zu", tag_of(p), of(p), hdr_of(p)->size);
+    }
+    return b;
   }
 
   // The class lists, head first, as block names.
@@ -84,7 +67,7 @@ struct Observer {
     std::string s;
     for (int k = 0; k < 4; k++) {
       s += "|";
-      for (sfree *f = m->cls[k]; f != nullptr; f = f->next) s += std::to_string(blocks.of(f)) + ",";
+      for (sfree *f = m->cls[k]; f != nullptr; f = f->next) s += std::to_string(of(f)) + ",";
     }
     return s;
   }
@@ -124,7 +107,6 @@ TEST_F(QuickPaths, SameBlocksAsTheModelTable) {
       ASSERT_NE(plain, nullptr);
       bool fast = c.model == lmmgetfsmfp();
       Observer oq, op;
-      auto show = [&](Observer &o, lmmheap *h, void *p) { return fast ? o.fast(h, p) : o.standard(h, p); };
       std::mt19937_64 rng(seed);
       std::vector<std::pair<void *, void *>> live;
       for (int step = 0; step < 6000; step++) {
@@ -136,7 +118,7 @@ TEST_F(QuickPaths, SameBlocksAsTheModelTable) {
           void *pq = lmmmalloc(mctx, quick, n, 0, "t", 1);
           void *pp = lmmmalloc(mctx, plain, n, 0, "t", 1);
           ASSERT_NE(pq, nullptr);
-          ASSERT_EQ(show(oq, quick, pq), show(op, plain, pp)) << "malloc of " << n << " at step " << step;
+          ASSERT_EQ(oq.show(fast, quick, pq), op.show(fast, plain, pp)) << "malloc of " << n << " at step " << step;
           live.emplace_back(pq, pp);
         } else {
           size_t i = rng() % live.size();
