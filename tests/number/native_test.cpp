@@ -206,6 +206,25 @@ TEST(NumberFloat, ListedAndCanonical) {
   EXPECT_TRUE(std::isinf(slfplnx2f(huge, 2)));
 }
 
+// Packed and zoned fields beyond the oracle's round trips (differential_test):
+// refusals (infinity, no room, bad sign or digit nibbles, a bad zone) and the
+// forms only a reader meets, an F sign and ASCII zones.
+TEST(NumberPacked, FieldsAReaderRefusesOrAccepts) {
+  const uint8_t inf[] = {0xFF, 0x65}, badsign[] = {0x12, 0x34}, baddigit[] = {0x1A, 0x3C}, pf[] = {0x12, 0x3F},
+                zbad[] = {0xF1, 0x42}, zascii[] = {0x31, 0x32, 0xD3};
+  uint8_t f[8], r[22];
+  size_t rl;
+  EXPECT_EQ(lnxn2pd(inf, 2, 0, f, 4), 2);
+  EXPECT_EQ(lnxn2pd(inf, 2, 0, f, 0), 3);
+  EXPECT_EQ(lnxpd2n(badsign, 2, 0, r, &rl), 1);
+  EXPECT_EQ(lnxpd2n(baddigit, 2, 0, r, &rl), 1);
+  EXPECT_EQ(lnxzd2n(zbad, 2, 0, r, &rl), 1);
+  ASSERT_EQ(lnxpd2n(pf, 2, 1, r, &rl), 0);
+  EXPECT_EQ(hex(r, rl), hex(make(false, 0, {12, 30})));
+  ASSERT_EQ(lnxzd2n(zascii, 3, 0, r, &rl), 0);
+  EXPECT_EQ(hex(r, rl), hex(make(true, 1, {1, 23})));
+}
+
 double random_double(Gen &g) {
   int k = g.uni(0, 9);
   if (k == 0) {  // any bit pattern (NaN excluded by the caller)
