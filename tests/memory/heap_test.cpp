@@ -291,6 +291,7 @@ TEST_F(Heaps, NestedHeapsAndObjectLists) {
   EXPECT_EQ(static_cast<uint8_t *>(b)[4999], 0);
   void *plain = lmmmalloc(mctx, mine, 64, 0, "t", 3);
   EXPECT_EQ(lmmofreeblklist(mctx, mine, plain, 0), 1) << "not a listed block";
+  EXPECT_EQ(lmmofreeblklist(mctx, mine, nullptr, 0), -1);
   EXPECT_EQ(lmmfree(mctx, mine, a, 0), 0) << "lmmfree releases listed blocks";
   EXPECT_EQ(lmmofreeblklist(mctx, mine, a, 0), 1) << "gone from the list";
   a = lmmoreallocblklist(mctx, mine, b, 9000, 0);
