@@ -55,7 +55,7 @@ std::string gem(void *lem, int i) {
   return buf;
 }
 
-TEST_F(Errors, FacilityAndRecordArgumentsAreChecked) {
+TEST_F(Errors, FacilityArguments) {
   struct Case {
     const char *product, *facility;
     int32_t a, b;
@@ -70,14 +70,6 @@ TEST_F(Errors, FacilityAndRecordArgumentsAreChecked) {
     if (f) EXPECT_EQ(lemfaf(lem, f), 0);
   }
   EXPECT_EQ(lemfaa(nullptr, nullptr, "KELCORE", "XYZ", 3, 4), nullptr);
-  // Records without a number, internal ones without a sub-code, and records
-  // without a context or a facility are refused.
-  lemrec(lem, fac, 0, 1, LEM_ARG_END);
-  lemric(lem, fac, 0, 1, LEM_ARG_TEXT, "x", LEM_ARG_END);
-  lemrec(lem, fac, 3, 1, LEM_ARG_END);
-  lemrec(nullptr, fac, 31, 1, LEM_ARG_END);
-  lemrec(lem, nullptr, 31, 1, LEM_ARG_END);
-  EXPECT_EQ(lemged(lem), 0);
 }
 
 TEST_F(Errors, RecordAndReadBack) {
@@ -127,6 +119,15 @@ TEST_F(Errors, RecordAndReadBack) {
   EXPECT_EQ(lemged(lem), 3);
   EXPECT_EQ(lemgec(lem, 2), 3);
   lemces(lem);
+  EXPECT_EQ(lemged(lem), 0);
+}
+
+TEST_F(Errors, RefusedRecords) {
+  lemrec(lem, fac, 0, 1, LEM_ARG_END);
+  lemric(lem, fac, 0, 1, LEM_ARG_TEXT, "x", LEM_ARG_END);
+  lemrec(lem, fac, 3, 1, LEM_ARG_END);  // internal message with sub-code 0
+  lemrec(nullptr, fac, 31, 1, LEM_ARG_END);
+  lemrec(lem, nullptr, 31, 1, LEM_ARG_END);
   EXPECT_EQ(lemged(lem), 0);
 }
 
@@ -232,53 +233,6 @@ TEST_F(Errors, ThreadsHaveStacksOfTheirOwn) {
   EXPECT_EQ(lemged(lem), 1) << "the main thread's record stays";
   EXPECT_EQ(lemgec(lem, 1), 31);
   EXPECT_EQ(lemgdr(nullptr), 0);
-}
-
-// Free-standing error contexts (lemini, leminit, lemfre): their own stacks or
-// the library's, formatting through their own catalogue handles and a clean
-// stop. (Allocation failures of the start: tests/robust.)
-TEST_F(Errors, StandaloneContextsOwnStackOrTheLibrarys) {
-  void *core = lem;
-  alignas(16) unsigned char own_store[lemctxsz], shared_store[lemctxsz];
-  EXPECT_EQ(lemini(nullptr, own_store), nullptr);
-  EXPECT_EQ(lemini(ctx, nullptr), nullptr);
-  void *own = lemini(ctx, own_store);
-  void *shared = leminit(ctx, shared_store, ctx->lwemctx);
-  ASSERT_EQ(own, static_cast<void *>(own_store));
-  ASSERT_EQ(shared, static_cast<void *>(shared_store));
-  const int32_t base = lemged(core);
-
-  // A record on the own stack is not on the library's, and the reverse.
-  lemfac *f = lemfaa(own, nullptr, "KELCORE", "LPM", 3, 4);
-  ASSERT_NE(f, nullptr);
-  lemrec(own, f, 2, 1, LEM_ARG_TEXT, "standalone()", LEM_ARG_END);
-  EXPECT_EQ(lemged(own), 1);
-  EXPECT_EQ(lemged(core), base);
-  EXPECT_EQ(lemgec(own, 1), 2);
-  const std::string own_text = gem(own, 1);
-  EXPECT_NE(own_text.find("standalone()"), std::string::npos) << own_text;
-
-  // leminit over the library's low-level context shares its stack.
-  lemfac *g = lemfaa(shared, nullptr, "KELCORE", "LPM", 3, 4);
-  ASSERT_NE(g, nullptr);
-  lemrec(shared, g, 2, 1, LEM_ARG_TEXT, "shared()", LEM_ARG_END);
-  EXPECT_EQ(lemged(core), base + 1);
-  EXPECT_EQ(lemgec(core, 1), 2);
-  EXPECT_EQ(gem(shared, 1), gem(core, 1));
-  EXPECT_EQ(lemged(own), 1);
-
-  // Stop: the shared one leaves the library's stack in place, the own one
-  // takes its records with it. A stopped handle is refused.
-  EXPECT_EQ(lemfaf(own, f), 0);
-  EXPECT_EQ(lemfaf(shared, g), 0);
-  EXPECT_EQ(lemfre(own), 0);
-  EXPECT_EQ(lemfre(own), -1);
-  EXPECT_EQ(lemged(own), 0);
-  EXPECT_EQ(lemfre(shared), 0);
-  EXPECT_EQ(lemged(core), base + 1);
-  EXPECT_EQ(lemgec(core, 1), 2);
-  lemces(core);
-  EXPECT_EQ(lemfre(nullptr), -1);
 }
 
 // ------------------------------------------------------------------ frames
