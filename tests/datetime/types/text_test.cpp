@@ -46,10 +46,8 @@ TEST(LdiText, FixedCases) {
       {dt(4, 0, 0, 0, 23, 59, 1, 0, 14, 0), "HH24:MI:SS TZR", 0, "23:59:01 +14:00"},
       {dt(5, 2024, 7, 1, 8, 0, 0, 0, 0, 0), "\"at\" HH24 \"UTC\"TZH", 0, "at 08 UTC+00"},
       // A date element of a time and a zone element of a timestamp are refused.
-      {dt(2, 0, 0, 0, 1, 2, 3), "YYYY HH24", 0, "ERR1870"},
-      {dt(3, 2024, 1, 1), "TZH", 0, "ERR1870"},
-      {dt(3, 2024, 1, 1), "GG", 0, "ERR1821"},
-      {dt(9, 2024, 1, 1), "YYYY", 0, "ERR1866"},
+      {dt(2, 0, 0, 0, 1, 2, 3), "YYYY HH24", 0, "ERR1870"}, {dt(3, 2024, 1, 1), "TZH", 0, "ERR1870"},
+      {dt(3, 2024, 1, 1), "GG", 0, "ERR1821"}, {dt(9, 2024, 1, 1), "YYYY", 0, "ERR1866"},
   };
   for (const auto &c : cases) EXPECT_EQ(to_text(c.v, c.model, c.fsprec, img), c.want) << c.model;
   // Default models by kind.
@@ -100,15 +98,11 @@ TEST(LdiText, RandomRoundTrips) {
     int digits;  // fraction digits kept
     bool region, negative_years;
   } models[] = {
-      {"YYYY-MM-DD HH24:MI:SS.FF9", 3, 9, false, false},
-      {"DD-MON-YYYY HH:MI:SS.FF6 AM", 3, 6, false, false},
+      {"YYYY-MM-DD HH24:MI:SS.FF9", 3, 9, false, false}, {"DD-MON-YYYY HH:MI:SS.FF6 AM", 3, 6, false, false},
       {"YYYY/MM/DD\"T\"HH24:MI:SSXFF3 TZH:TZM", 5, 3, false, false},
-      {"SYYYY-MM-DD HH24.MI.SS TZR", 5, 0, false, true},
-      {"J SSSSS FF", 3, 9, false, false},
-      {"HH24:MI:SSXFF4 TZH:TZM", 4, 4, false, false},
-      {"Month DD, YYYY", 1, 0, false, false},
-      {"FMDD/MM/YYYY HH24:MI:SS FF1", 7, 1, false, false},
-      {"YYYY-MM-DD\"T\"HH24:MI:SS.FF TZR", 5, 9, true, false},
+      {"SYYYY-MM-DD HH24.MI.SS TZR", 5, 0, false, true}, {"J SSSSS FF", 3, 9, false, false},
+      {"HH24:MI:SSXFF4 TZH:TZM", 4, 4, false, false}, {"Month DD, YYYY", 1, 0, false, false},
+      {"FMDD/MM/YYYY HH24:MI:SS FF1", 7, 1, false, false}, {"YYYY-MM-DD\"T\"HH24:MI:SS.FF TZR", 5, 9, true, false},
       {"FF2 SS MI HH24 DD MM YYYY", 3, 2, false, false},
   };
   std::mt19937 rng(42);
@@ -154,19 +148,14 @@ TEST(LdiText, Literals) {
     int32_t st;
     const char *back;  // written again with 3 fraction digits
   } cases[] = {
-      {"DATE '2024-02-29'", 0, "DATE '2024-02-29'"},
-      {"  date '-4712-01-01' ", 0, "DATE '-4712-01-01'"},
+      {"DATE '2024-02-29'", 0, "DATE '2024-02-29'"}, {"  date '-4712-01-01' ", 0, "DATE '-4712-01-01'"},
       {"TIMESTAMP '1999-12-31 23:59:59.9999'", 0, "TIMESTAMP '1999-12-31 23:59:59.999'"},
       {"TIMESTAMP '2000-01-01 00:00:00 +05:30'", 0, "TIMESTAMP '2000-01-01 00:00:00.000 +05:30'"},
       {"TIMESTAMP '2000-07-01 12:00:00 Europe/Paris'", 0, "TIMESTAMP '2000-07-01 12:00:00.000 Europe/Paris'"},
-      {"TIME '07:08:09.5 -08:00'", 0, "TIME '07:08:09.500 -08:00'"},
-      {"TIME '24:00:00'", 1863, nullptr},
-      {"DATE '2023-02-29'", 1863, nullptr},
-      {"DATE '0000-01-01'", 1841, nullptr},
-      {"DATE '2024-01-01 +01:00'", 1877, nullptr},
-      {"DATE 2024-01-01", 1877, nullptr},
-      {"STAMP '2024-01-01'", 1877, nullptr},
-      {"TIMESTAMP '2024-01-01 10:00:00' x", 1877, nullptr},
+      {"TIME '07:08:09.5 -08:00'", 0, "TIME '07:08:09.500 -08:00'"}, {"TIME '24:00:00'", 1863, nullptr},
+      {"DATE '2023-02-29'", 1863, nullptr}, {"DATE '0000-01-01'", 1841, nullptr},
+      {"DATE '2024-01-01 +01:00'", 1877, nullptr}, {"DATE 2024-01-01", 1877, nullptr},
+      {"STAMP '2024-01-01'", 1877, nullptr}, {"TIMESTAMP '2024-01-01 10:00:00' x", 1877, nullptr},
       {"TIMESTAMP '2024-01-01 10:00:00 Nowhere'", 1882, nullptr},
   };
   for (const auto &c : cases) {
@@ -203,16 +192,9 @@ TEST(LdiText, ModelChecksAndSizes) {
     uint8_t kind;
     int32_t in, out;
   } cases[] = {
-      {"YYYY-MM-DD HH24:MI:SS.FF3 TZH:TZM", 5, 0, 0},
-      {"YYYY-MM-DD HH24:MI:SS.FF3 TZH:TZM", 3, 1870, 1870},
-      {"HH24:MI:SSXFF", 2, 0, 0},
-      {"DD HH24", 2, 1870, 1870},
-      {"FF FF3", 3, 1810, 1810},
-      {"TZR TZH", 5, 1810, 0},
-      {"YYYY YYYY FF", 3, 1810, 0},
-      {"IW FF", 3, 1820, 0},
-      {"HH24 AM FF", 3, 1818, 0},
-      {"GG", 3, 1821, 1821},
+      {"YYYY-MM-DD HH24:MI:SS.FF3 TZH:TZM", 5, 0, 0}, {"YYYY-MM-DD HH24:MI:SS.FF3 TZH:TZM", 3, 1870, 1870},
+      {"HH24:MI:SSXFF", 2, 0, 0}, {"DD HH24", 2, 1870, 1870}, {"FF FF3", 3, 1810, 1810}, {"TZR TZH", 5, 1810, 0},
+      {"YYYY YYYY FF", 3, 1810, 0}, {"IW FF", 3, 1820, 0}, {"HH24 AM FF", 3, 1818, 0}, {"GG", 3, 1821, 1821},
       {"YYYY", 9, 1866, 1866},
   };
   for (const auto &c : cases) {
@@ -264,8 +246,7 @@ TEST(LdiText, Unparse) {
       {"yyyy-mm-dd hh24:mi:ss.ff3 tzh:tzm", "yyyy-mm-dd hh24:mi:ss.FF3 TZH:TZM"},
       {"Month DDth, YYYY", "Month DDth, YYYY"},
       {"FMDay fmDD \"of\" MONTH", "FMDay FMDD \"of\" MONTH"},  // the second FM switches fill off
-      {"HH12 P.M. Ddspth", "HH A.M. DdSPTH"},
-      {"DL", "FMDay, Month DD, YYYY"},
+      {"HH12 P.M. Ddspth", "HH A.M. DdSPTH"}, {"DL", "FMDay, Month DD, YYYY"},
   };
   char buf[256];
   size_t n = 0;
@@ -295,18 +276,13 @@ TEST(LdiIntervalText, FixedCases) {
     int lead, frac;
     const char *sql, *iso;
   } writes[] = {
-      {iv(7, 1, 6), 2, 0, "+01-06", "P1Y6M"},
-      {iv(7, -123, -11), 2, 0, "ERR1873", "-P123Y11M"},
-      {iv(2, 0, 18), 2, 0, "+18", "P1Y6M"},
-      {iv(2, 0, 0), 2, 0, "+00", "P0M"},
-      {iv(1, 0), 2, 0, "+00", "P0Y"},
+      {iv(7, 1, 6), 2, 0, "+01-06", "P1Y6M"}, {iv(7, -123, -11), 2, 0, "ERR1873", "-P123Y11M"},
+      {iv(2, 0, 18), 2, 0, "+18", "P1Y6M"}, {iv(2, 0, 0), 2, 0, "+00", "P0M"}, {iv(1, 0), 2, 0, "+00", "P0Y"},
       {iv(10, 3, 4, 5, 6, 500000000), 2, 3, "+03 04:05:06.500", "P3DT4H5M6.5S"},
       {iv(10, -1, 0, 0, 0, -1), 1, 9, "-1 00:00:00.000000001", "-P1DT0.000000001S"},
       {iv(10, 0, 0, 0, 0, 0), 2, 2, "+00 00:00:00.00", "PT0S"},
-      {iv(6, 0, 0, 0, 59, 999999999), 2, 2, "+60.00", "PT1M"},
-      {iv(12, 0, 100, 0, 1), 3, 0, "+100:00:01", "P4DT4H1S"},
-      {iv(3, 7), 1, 0, "+7", "P7D"},
-      {iv(13, 0, 0, -5, -7, -250000000), 2, 1, "-05:07.3", "-PT5M7.3S"},
+      {iv(6, 0, 0, 0, 59, 999999999), 2, 2, "+60.00", "PT1M"}, {iv(12, 0, 100, 0, 1), 3, 0, "+100:00:01", "P4DT4H1S"},
+      {iv(3, 7), 1, 0, "+7", "P7D"}, {iv(13, 0, 0, -5, -7, -250000000), 2, 1, "-05:07.3", "-PT5M7.3S"},
   };
   for (const auto &w : writes) {
     char buf[64];
@@ -322,27 +298,13 @@ TEST(LdiIntervalText, FixedCases) {
     int32_t st;
     LdiInterval want;
   } reads[] = {
-      {"+01-06", 7, 0, iv(7, 1, 6)},
-      {" -1-11 ", 7, 0, iv(7, -1, -11)},
-      {"1-12", 7, 1864, {}},
-      {"3 04:05:06.5", 10, 0, iv(10, 3, 4, 5, 6, 500000000)},
-      {"3 24:05:06", 10, 1864, {}},
-      {"3 4:5:6", 10, 0, iv(10, 3, 4, 5, 6)},
-      {"P1Y6M", 7, 0, iv(7, 1, 6)},
-      {"P18M", 7, 0, iv(7, 1, 6)},
-      {"-P1Y", 2, 0, iv(2, 0, -12)},
-      {"PT36H", 8, 0, iv(8, 1, 12)},
-      {"P1W", 3, 0, iv(3, 7)},
-      {"P1DT0.5S", 6, 0, iv(6, 0, 0, 0, 86400, 500000000)},
-      {"P1D", 7, 1874, {}},
-      {"P1Y", 10, 1874, {}},
-      {"PT1H2H", 10, 1874, {}},
-      {"PT", 10, 1874, {}},
-      {"P1H", 10, 1874, {}},
-      {"12:30", 11, 0, iv(11, 0, 12, 30)},
-      {"12:30:", 11, 1874, {}},
-      {"99999999999 00:00:00", 10, 1868, {}},
-      {"100", 3, 0, iv(3, 100)},
+      {"+01-06", 7, 0, iv(7, 1, 6)}, {" -1-11 ", 7, 0, iv(7, -1, -11)}, {"1-12", 7, 1864, {}},
+      {"3 04:05:06.5", 10, 0, iv(10, 3, 4, 5, 6, 500000000)}, {"3 24:05:06", 10, 1864, {}},
+      {"3 4:5:6", 10, 0, iv(10, 3, 4, 5, 6)}, {"P1Y6M", 7, 0, iv(7, 1, 6)}, {"P18M", 7, 0, iv(7, 1, 6)},
+      {"-P1Y", 2, 0, iv(2, 0, -12)}, {"PT36H", 8, 0, iv(8, 1, 12)}, {"P1W", 3, 0, iv(3, 7)},
+      {"P1DT0.5S", 6, 0, iv(6, 0, 0, 0, 86400, 500000000)}, {"P1D", 7, 1874, {}}, {"P1Y", 10, 1874, {}},
+      {"PT1H2H", 10, 1874, {}}, {"PT", 10, 1874, {}}, {"P1H", 10, 1874, {}}, {"12:30", 11, 0, iv(11, 0, 12, 30)},
+      {"12:30:", 11, 1874, {}}, {"99999999999 00:00:00", 10, 1868, {}}, {"100", 3, 0, iv(3, 100)},
   };
   for (const auto &r : reads) {
     LdiInterval got{};
