@@ -86,30 +86,17 @@ TEST(LdiArray, EdgeForms) {
 
 TEST(LdiArray, RandomRoundTrips) {
   std::mt19937 rng(7);
-  const uint8_t kinds[] = {1, 2, 3, 4, 5, 7};
   uint8_t b[16];
   for (int i = 0; i < 3000; ++i) {
-    uint8_t kind = kinds[rng() % 6];
-    int y = static_cast<int>(rng() % 14712) - 4712;
-    if (y == 0) y = 1;
-    int mo = 1 + rng() % 12;
-    int d = 1 + rng() % 28;
-    int tzh = static_cast<int>(rng() % 27) - 12;
-    int tzm = tzh < 0 ? -static_cast<int>(rng() % 60) : static_cast<int>(rng() % 60);
-    uint16_t region = rng() % 4 == 0 ? static_cast<uint16_t>(1 + rng() % 8191) : 0;
-    LdiDateTime v = dt(kind, y, mo, d, rng() % 24, rng() % 60, rng() % 60, rng() % 1000000000, tzh, tzm, region);
-    if (region) v.tzhour = v.tzminute = 0;
-    if (kind == 1) v.hour = v.minute = v.second = 0, v.fraction = 0;
-    if (kind == 2 || kind == 4) v.year = 0, v.month = v.day = 0;
-    if (kind < 4 || kind == 7) v.tzhour = v.tzminute = 0, v.region = 0;  // kind 7 keeps no zone
-    if (y == 1582 && mo == 10) v.day = 1;
+    const uint8_t kind = "\1\2\3\4\5\7"[rng() % 6];
+    LdiDateTime v = random_dt(rng, kind);
+    if (kind == LDI_KIND_TSTZ && rng() % 4 == 0) v.tzhour = v.tzminute = 0, v.region = 1 + rng() % 8191;
     size_t n = 0;
     ASSERT_EQ(LdiDateToArray(&v, 9, nullptr, b, sizeof b, &n, nullptr), 0);
     EXPECT_EQ(LdiDateCheck(b, 2, kind), 0u);
     LdiDateTime back{};
     ASSERT_EQ(LdiDateFromArray(b, n, kind, &back), 0) << i;
-    if (kind == 1) back.fraction = v.fraction;
-    EXPECT_EQ(std::memcmp(&back, &v, sizeof v), 0) << i << " kind " << int(kind);
+    EXPECT_EQ(std::memcmp(&back, &v, sizeof v), 0) << whole(back) << " from " << whole(v);
   }
 }
 
@@ -187,35 +174,25 @@ TEST(LdiCompare, KindsAndOrder) {
 TEST(LdiCompare, RandomAgainstTupleOrder) {
   std::mt19937 rng(21);
   for (int i = 0; i < 20000; ++i) {
-    uint8_t kind = static_cast<uint8_t>(i % 3 == 0 ? 5 : i % 3 == 1 ? 3 : 1 + rng() % 3);
-    auto pick = [&](const LdiDateTime *base) {
-      LdiDateTime v = dt(kind, static_cast<int>(rng() % 14712) - 4712, 1 + rng() % 12, 1 + rng() % 28, rng() % 24,
-                         rng() % 60, rng() % 60, rng() % 1000000000);
-      if (base && rng() % 2) {
-        // Share a prefix of fields with the other value.
-        LdiDateTime w = *base;
-        switch (rng() % 6) {
-          case 0: w.fraction = v.fraction; break;
-          case 1: w.second = v.second; break;
-          case 2: w.minute = v.minute; break;
-          case 3: w.hour = v.hour; break;
-          case 4: w.day = v.day; break;
-          default: break;
-        }
-        return w;
-      }
-      return v;
+    const uint8_t kind = static_cast<uint8_t>(i % 3 == 0 ? 5 : i % 3 == 1 ? 3 : 1 + rng() % 3);
+    LdiDateTime a = random_dt(rng, kind), b = random_dt(rng, kind);
+    a.tzhour = b.tzhour, a.tzminute = b.tzminute;  // wall clocks only
+    // Often sharing all fields down to one, where the order is decided late.
+    switch (rng() % 8) {
+      case 0: b.fraction = a.fraction; [[fallthrough]];
+      case 1: b.second = a.second; [[fallthrough]];
+      case 2: b.minute = a.minute; [[fallthrough]];
+      case 3: b.hour = a.hour; [[fallthrough]];
+      case 4: b.day = a.day, b.month = a.month, b.year = a.year; break;
+      default: break;
+    }
+    auto key = [](const LdiDateTime &v) {
+      return std::make_tuple(v.year, v.month, v.day, v.hour, v.minute, v.second, v.fraction);
     };
-    LdiDateTime a = pick(nullptr), b = pick(&a);
-    auto key = [&](const LdiDateTime &v) {
-      return kind == 1 ? std::make_tuple(v.year, v.month, v.day, uint8_t{0}, uint8_t{0}, uint8_t{0}, 0u)
-                       : kind == 2 ? std::make_tuple(int16_t{0}, uint8_t{0}, uint8_t{0}, v.hour, v.minute, v.second, v.fraction)
-                                   : std::make_tuple(v.year, v.month, v.day, v.hour, v.minute, v.second, v.fraction);
-    };
-    int want = key(a) < key(b) ? -1 : key(b) < key(a) ? 1 : 0;
+    const int want = key(a) < key(b) ? -1 : key(b) < key(a) ? 1 : 0;
     int32_t r = 9;
     ASSERT_EQ(LdiDateCompare(&a, &b, &r, nullptr), 0);
-    EXPECT_EQ(r, want) << fields(a) << "." << a.fraction << " vs " << fields(b) << "." << b.fraction;
+    EXPECT_EQ(r, want) << whole(a) << " vs " << whole(b);
   }
 }
 
@@ -388,9 +365,7 @@ TEST(LdiConvert, KernelRecordsAndDays) {
   const struct {
     int32_t j;
     int y, m, d;
-  } refs[] = {{1, -4712, 1, 1},          {365, -4712, 12, 31},    {366, -4711, 1, 1},
-              {1721424, 1, 1, 1},        {1721058, 0, 1, 1},      {2299160, 1582, 10, 4},
-              {2299161, 1582, 10, 15},   {2440588, 1970, 1, 1},   {5373484, 9999, 12, 31}};
+  } refs[] = {{1, -4712, 1, 1}, {1721058, 0, 1, 1}, {2299161, 1582, 10, 15}, {5373484, 9999, 12, 31}};
   for (const auto &r : refs) {
     ASSERT_EQ(LdiJDaysToDate(r.j, &out), 0);
     EXPECT_EQ(out.year, r.y);

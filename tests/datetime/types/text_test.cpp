@@ -108,18 +108,7 @@ TEST(LdiText, RandomRoundTrips) {
   std::mt19937 rng(42);
   for (int i = 0; i < 3000; ++i) {
     const Model &m = models[i % (sizeof models / sizeof models[0])];
-    int y = m.negative_years ? static_cast<int>(rng() % 14711) - 4712 : 1 + static_cast<int>(rng() % 9999);
-    if (y == 0) y = 1;
-    if (m.region) y = 1900 + static_cast<int>(rng() % 137);
-    int mo = 1 + rng() % 12, d = 1 + rng() % 28;
-    if (y == 1582 && mo == 10) d = 1;
-    LdiDateTime v = dt(m.kind, y, mo, d, rng() % 24, rng() % 60, rng() % 60, rng() % 1000000000);
-    int z = static_cast<int>(rng() % (26 * 60 + 1)) - 12 * 60;
-    v.tzhour = static_cast<int8_t>(z / 60);
-    v.tzminute = static_cast<int8_t>(z % 60);
-    if (m.kind == 1) v.hour = v.minute = v.second = 0, v.fraction = 0;
-    if (m.kind == 4) v.year = 0, v.month = v.day = 0;
-    if (m.kind != 4 && m.kind != 5) v.tzhour = v.tzminute = 0;
+    LdiDateTime v = random_dt(rng, m.kind, m.region ? 1900 : m.negative_years ? -4712 : 1, m.region ? 2036 : 9999);
     if (m.region) {
       v.region = ids[rng() % 4];
       int32_t off = 0;
@@ -129,15 +118,12 @@ TEST(LdiText, RandomRoundTrips) {
       v.tzhour = static_cast<int8_t>(off / 3600);
       v.tzminute = static_cast<int8_t>(off / 60 % 60);
     }
-    std::string text = to_text(v, m.text, 9, img);
-    ASSERT_EQ(text.rfind("ERR", 0), std::string::npos) << text << " " << m.text;
+    const std::string text = to_text(v, m.text, 9, img);
     LdiDateTime back{};
     ASSERT_EQ(from_text(text, m.text, m.kind, &back, img), 0) << text << " / " << m.text;
     LdiDateTime want = v;
     want.fraction = v.fraction - v.fraction % static_cast<uint32_t>(ldi_internal::kPow10[9 - m.digits]);
-    EXPECT_EQ(std::memcmp(&back, &want, sizeof want), 0) << text << " / " << m.text << " -> " << fields(back) << "."
-                                                          << back.fraction << " " << int(back.tzhour) << ":"
-                                                          << int(back.tzminute);
+    EXPECT_EQ(std::memcmp(&back, &want, sizeof want), 0) << text << " / " << m.text << " -> " << whole(back);
   }
 }
 
