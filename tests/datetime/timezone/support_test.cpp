@@ -69,6 +69,12 @@ TEST(TimezoneSupport, EbcdicTablesMatchCodePage037) {
   char unmapped = static_cast<char>(0xFF);
   ltzAscEbcConvertR(&out, &unmapped, 1);
   EXPECT_EQ(out, 0x1A);
+  // Either side missing: nothing is written.
+  ltzAscEbcConvert(nullptr, s, 1);
+  ltzAscEbcConvert(s, nullptr, 1);
+  ltzAscEbcConvertR(nullptr, s, 1);
+  ltzAscEbcConvertR(s, nullptr, 1);
+  EXPECT_STREQ(s, "Europe/Paris");
 }
 
 struct EnvGuard {

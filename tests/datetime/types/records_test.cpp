@@ -398,6 +398,9 @@ TEST(LdiConvert, KernelRecordsAndDays) {
   EXPECT_EQ(LdiInterExtract(&i, LDI_FIELD_DAY, &v), LDI_ERR_FIELD);
   ASSERT_EQ(LdiInterExtract(&i, LDI_FIELD_MINUTE, &v), 0);
   EXPECT_EQ(v, 6);
+  const LdiInterval ym = iv(7, 3, 4);
+  ASSERT_EQ(LdiInterExtract(&ym, LDI_FIELD_YEAR, &v), 0);
+  EXPECT_EQ(v, 3);
   // Units: the kernel's truncation and rounding, the fraction dropped.
   LdiDateTime ts = dt(3, 2000, 6, 15, 13, 45, 30, 999);
   ASSERT_EQ(LdiTruncate(nullptr, &ts, 1 /* CC */, &out), 0);
