@@ -13,8 +13,7 @@ namespace {
 using namespace dttest;
 
 // An image built byte by byte from the published layout, independent of
-// keltzc: header, directory, name lists, index, records, map, types (one per
-// record), abbreviations, flags.
+// keltzc.
 struct SynthRegion {
   uint16_t slot;
   std::vector<std::string> names;
@@ -29,96 +28,72 @@ struct SynthRegion {
 
 struct SynthImage {
   std::vector<uint8_t> b;
-  uint32_t off_index = 0, off_trans = 0, off_map = 0, off_types = 0, off_dst = 0;
-
-  void put16(size_t at, uint16_t v) {
-    b[at] = static_cast<uint8_t>(v);
-    b[at + 1] = static_cast<uint8_t>(v >> 8);
+  uint32_t off_index = 0, off_map = 0, off_types = 0;
+  void put(size_t at, uint32_t v, int bytes) {
+    for (int i = 0; i < bytes; ++i) b[at + static_cast<size_t>(i)] = static_cast<uint8_t>(v >> (8 * i));
   }
-  void put32(size_t at, uint32_t v) {
-    for (int i = 0; i < 4; ++i) b[at + i] = static_cast<uint8_t>(v >> (8 * i));
+  void put16(size_t at, uint16_t v) { put(at, v, 2); }
+  void put32(size_t at, uint32_t v) { put(at, v, 4); }
+  // Appends `bytes` bytes of v (or a string and its NUL); returns where.
+  uint32_t add(uint32_t v, int bytes) {
+    b.resize(b.size() + static_cast<size_t>(bytes));
+    put(b.size() - static_cast<size_t>(bytes), v, bytes);
+    return static_cast<uint32_t>(b.size()) - static_cast<uint32_t>(bytes);
+  }
+  uint32_t add(const std::string &s) {
+    b.insert(b.end(), s.c_str(), s.c_str() + s.size() + 1);
+    return static_cast<uint32_t>(b.size() - s.size() - 1);
   }
   const void *data() const { return b.data(); }
 };
 
-// Names in the index are given sorted by the caller (ltzCmp order).
-inline SynthImage build_synthetic(const std::vector<SynthRegion> &regions) {
+// The header, then the name lists, the index (in ltzCmp order), the
+// records, the map, one type per record, the abbreviations and the flags.
+SynthImage build_synthetic(const std::vector<SynthRegion> &regions) {
   SynthImage im;
-  std::vector<uint8_t> names;
-  struct Ent {
-    std::string name;
-    uint32_t off;
-    uint16_t id;
-  };
-  std::vector<Ent> index;
-  std::vector<uint32_t> list_off;
+  im.b.assign(LTZ_HEADER_SIZE, 0);
+  std::vector<std::pair<std::string, uint32_t>> index;  // a name and where it lies
+  std::vector<uint16_t> ids;                             // its ID
   for (const auto &r : regions) {
-    list_off.push_back(4148 + static_cast<uint32_t>(names.size()));
-    for (size_t k = 0; k < r.names.size(); ++k) {
-      index.push_back({r.names[k], 4148 + static_cast<uint32_t>(names.size()),
-                       static_cast<uint16_t>(r.slot | (k << 9))});
-      names.insert(names.end(), r.names[k].begin(), r.names[k].end());
-      names.push_back(0);
-    }
-    names.push_back(0);
+    im.put32(40 + 8 * r.slot + 4, static_cast<uint32_t>(im.b.size()));
+    for (size_t k = 0; k < r.names.size(); ++k)
+      index.push_back({r.names[k], im.add(r.names[k])}), ids.push_back(static_cast<uint16_t>(r.slot | k << 9));
+    im.add(0, 1);
   }
-  std::sort(index.begin(), index.end(),
-            [](const Ent &a, const Ent &b) { return ltzCmp(a.name.c_str(), b.name.c_str()) < 0; });
-  size_t nrec = 0;
-  for (const auto &r : regions) nrec += r.trans.size();
-  im.off_index = 4148 + static_cast<uint32_t>(names.size());
-  im.off_trans = im.off_index + static_cast<uint32_t>(index.size() * 8);
-  im.off_map = im.off_trans + static_cast<uint32_t>(nrec * 20);
-  im.off_types = im.off_map + static_cast<uint32_t>(nrec * 2);
-  // One type per record, abbreviations right after the types.
-  uint32_t off_abbr = im.off_types + static_cast<uint32_t>(nrec * 8);
-  std::vector<uint8_t> abbrs;
-  std::vector<uint32_t> abbr_at;
+  std::vector<size_t> order(index.size());
+  for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::sort(order.begin(), order.end(),
+            [&](size_t x, size_t y) { return ltzCmp(index[x].first.c_str(), index[y].first.c_str()) < 0; });
+  im.off_index = static_cast<uint32_t>(im.b.size());
+  for (size_t i : order) im.add(index[i].second, 4), im.add(ids[i], 4);
+  const uint32_t off_trans = static_cast<uint32_t>(im.b.size());
+  uint16_t rec = 0;
+  for (const auto &r : regions) {
+    im.put16(40 + 8 * r.slot, static_cast<uint16_t>(r.trans.size()));
+    im.put16(40 + 8 * r.slot + 2, rec);
+    for (const auto &t : r.trans) {
+      const auto *at = reinterpret_cast<const uint8_t *>(&t.at);
+      im.b.insert(im.b.end(), at, at + 20), ++rec;
+    }
+  }
+  im.off_map = static_cast<uint32_t>(im.b.size());
+  for (uint16_t i = 0; i < rec; ++i) im.add(i, 2);
+  im.off_types = static_cast<uint32_t>(im.b.size());
   for (const auto &r : regions)
-    for (const auto &t : r.trans) {
-      abbr_at.push_back(off_abbr + static_cast<uint32_t>(abbrs.size()));
-      abbrs.insert(abbrs.end(), t.abbr.begin(), t.abbr.end());
-      abbrs.push_back(0);
-    }
-  im.off_dst = off_abbr + static_cast<uint32_t>(abbrs.size());
-  uint32_t total = im.off_dst + static_cast<uint32_t>(nrec);
-  im.b.assign(total, 0);
-  im.put32(0, LTZ_MAGIC);
-  im.put32(4, total);
-  im.put16(8, 2);
-  im.put16(10, 1234);
-  im.put16(12, 4321);
-  im.put16(14, static_cast<uint16_t>(index.size()));
-  im.put32(20, im.off_index);
-  im.put32(24, im.off_trans);
-  im.put32(28, im.off_types);
-  im.put32(32, im.off_map);
-  im.put32(36, im.off_dst);
-  std::memcpy(&im.b[4148], names.data(), names.size());
-  for (size_t i = 0; i < index.size(); ++i) {
-    im.put32(im.off_index + 8 * i, index[i].off);
-    im.put16(im.off_index + 8 * i + 4, index[i].id);
-  }
-  size_t rec = 0;
-  for (size_t ri = 0; ri < regions.size(); ++ri) {
-    const auto &r = regions[ri];
-    size_t slot = 40 + 8 * static_cast<size_t>(r.slot);
-    im.put16(slot, static_cast<uint16_t>(r.trans.size()));
-    im.put16(slot + 2, static_cast<uint16_t>(rec));
-    im.put32(slot + 4, list_off[ri]);
-    for (const auto &t : r.trans) {
-      std::memcpy(&im.b[im.off_trans + 20 * rec], &t.at, 20);
-      im.put16(im.off_map + 2 * rec, static_cast<uint16_t>(rec));
-      im.put32(im.off_types + 8 * rec, static_cast<uint32_t>(t.offset));
-      im.put32(im.off_types + 8 * rec + 4, abbr_at[rec]);
-      im.b[im.off_dst + rec] = t.dst;
-      ++rec;
-    }
-  }
-  std::memcpy(&im.b[off_abbr], abbrs.data(), abbrs.size());
+    for (const auto &t : r.trans) im.add(static_cast<uint32_t>(t.offset), 4), im.add(0, 4);
+  uint32_t type = im.off_types + 4;
+  for (const auto &r : regions)
+    for (const auto &t : r.trans) im.put32(type, im.add(t.abbr)), type += 8;
+  const uint32_t off_dst = static_cast<uint32_t>(im.b.size());
+  for (const auto &r : regions)
+    for (const auto &t : r.trans) im.add(t.dst, 1);
+  // Format 2, content version 1234, file ID 4321.
+  const uint32_t head[] = {LTZ_MAGIC,    static_cast<uint32_t>(im.b.size()), 2 | 1234u << 16,
+                           4321 | static_cast<uint32_t>(index.size()) << 16, 0, im.off_index, off_trans,
+                           im.off_types, im.off_map, off_dst};
+  for (size_t i = 0; i < std::size(head); ++i) im.put32(4 * i, head[i]);
   return im;
 }
-
 
 // A New York-like region (slot 5: "Test/West", alias "Test/West-Alias"), a
 // Sydney-like one east of UTC (slot 6) and a 300-change region (slot 7).

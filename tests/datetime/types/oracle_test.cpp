@@ -15,12 +15,7 @@ using namespace dttest;
 namespace {
 
 LdiDateTime random_stamp(std::mt19937 &rng, int ylo = 1583, int yhi = 9999) {
-  int y = ylo + static_cast<int>(rng() % static_cast<uint32_t>(yhi - ylo + 1));
-  int m = 1 + rng() % 12;
-  int dim[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  int last = dim[m - 1] + (m == 2 && (y % 4 == 0 && (y % 100 != 0 || y % 400 == 0)));
-  int d = 1 + static_cast<int>(rng() % static_cast<uint32_t>(last));
-  return dt(3, y, m, d, rng() % 24, rng() % 60, rng() % 60, rng() % 1000000000);
+  return random_dt(rng, LDI_KIND_TIMESTAMP, ylo, yhi);
 }
 
 TEST(LdiOracle, SubtractionAndAddition) {

@@ -328,6 +328,10 @@ TEST(LdiInter, ConstructCheckAndArithmetic) {
   EXPECT_EQ(out.f1, 2);
   EXPECT_EQ(out.f2, 1);
   EXPECT_EQ(LdiInterInterAdd(&y, &a, &out), LDI_ERR_KINDS);
+  const LdiInterval mi = iv(5, 0, 0, 2), sec = iv(6, 0, 0, 0, 3);
+  ASSERT_EQ(LdiInterInterAdd(&mi, &sec, &out), 0);
+  EXPECT_EQ(out.kind, LDI_IKIND_MINUTE_SECOND);
+  EXPECT_EQ(out.f3 * 100 + out.f4, 203);
   int32_t r = 0;
   ASSERT_EQ(LdiInterCompare(&m, &y, &r), 0);
   EXPECT_EQ(r, 1);
