@@ -62,8 +62,8 @@ TEST(DateTerritory, EachTerritoryRoundTripsItsFormats) {
         const char *model;
         bool window, time;
       } models[] = {
-          {nullptr, true, false}, {"DL", false, false},          {"DS", true, false},
-          {"DS TS", true, true},  {"DL HH24:MI:SS", false, true}, {"Dy DD Mon YYYY HH:MI:SS AM", false, true},
+          {nullptr, true, false}, {"DL", false, false}, {"DS", true, false},
+          {"DS TS", true, true}, {"DL HH24:MI:SS", false, true}, {"Dy DD Mon YYYY HH:MI:SS AM", false, true},
       };
       int checked = 0;
       for (int32_t j = ldxctj(&c, 1850, 1, 1); j < ldxctj(&c, 2150, 1, 1); j += 7 * 3 + 2) {

@@ -24,11 +24,11 @@ int32_t unit(Ctx &x, const char *u) { return ldxgpc(&x.c, u, std::strlen(u)); }
 TEST(DateUnits, UnitLookup) {
   Ctx x;
   const std::map<std::string, int32_t> codes = {
-      {"CC", 1},   {"scc", 2},   {"I", 3},     {"Y", 4},     {"IY", 5},     {"YY", 6},    {"IYY", 7},
-      {"YYY", 8},  {"IYYY", 9},  {"yyyy", 10}, {"SYYYY", 12}, {"Year", 14},  {"SYEAR", 15}, {"Q", 16},
-      {"MM", 17},  {"IW", 18},   {"WW", 19},   {"W", 20},    {"D", 21},     {"DD", 22},   {"DDD", 23},
-      {"HH24", 24}, {"HH", 25},  {"HH12", 25}, {"MI", 26},   {"J", 29},     {"MONTH", 30}, {"MON", 31},
-      {"DAY", 32}, {"DY", 33},   {"RM", 38},   {"RR", 40},   {"RRRR", 41},  {"E", 43},    {"EE", 44},
+      {"CC", 1}, {"scc", 2}, {"I", 3}, {"Y", 4}, {"IY", 5}, {"YY", 6}, {"IYY", 7},
+      {"YYY", 8}, {"IYYY", 9}, {"yyyy", 10}, {"SYYYY", 12}, {"Year", 14}, {"SYEAR", 15}, {"Q", 16},
+      {"MM", 17}, {"IW", 18}, {"WW", 19}, {"W", 20}, {"D", 21}, {"DD", 22}, {"DDD", 23},
+      {"HH24", 24}, {"HH", 25}, {"HH12", 25}, {"MI", 26}, {"J", 29}, {"MONTH", 30}, {"MON", 31},
+      {"DAY", 32}, {"DY", 33}, {"RM", 38}, {"RR", 40}, {"RRRR", 41}, {"E", 43}, {"EE", 44},
       {"NYYYY", 45}, {"FMDD", 22}, {"\"x\"MM", 17}};
   for (const auto &[t, c] : codes) {
     x.rec.errs.clear();

@@ -134,9 +134,9 @@ TEST(TimezoneImage, StatusesOfTheHeaderAndIds) {
     uint16_t id;
     int32_t st;
   } cases[] = {
-      {0, LTZ_ERR_RANGE},         {8192, LTZ_ERR_RANGE},        {65535, LTZ_ERR_RANGE},
-      {4, LTZ_ERR_NOTFOUND},      {5 | 2 << 9, LTZ_ERR_NOTFOUND}, {6 | 1 << 9, LTZ_ERR_NOTFOUND},
-      {8191, LTZ_ERR_NOTFOUND},   {5 | 1 << 9, LTZ_OK},         {6, LTZ_OK},
+      {0, LTZ_ERR_RANGE}, {8192, LTZ_ERR_RANGE}, {65535, LTZ_ERR_RANGE},
+      {4, LTZ_ERR_NOTFOUND}, {5 | 2 << 9, LTZ_ERR_NOTFOUND}, {6 | 1 << 9, LTZ_ERR_NOTFOUND},
+      {8191, LTZ_ERR_NOTFOUND}, {5 | 1 << 9, LTZ_OK}, {6, LTZ_OK},
   };
   for (const auto &c : cases) {
     SCOPED_TRACE(c.id);

@@ -33,9 +33,8 @@ TEST(TimezoneSupport, NameOrdering) {
   } cases[] = {
       {"Europe/Paris", "europe/paris", 0}, {"America/Port-au-Prince", "AMERICA/PORT_AU_PRINCE", 0},
       {"America/New_York", "America/New-York", 0}, {"Etc/GMT", "Etc/GMT+1", -1},
-      {"Etc/GMT+1", "Etc/GMT", 1},          {"Asia/Tokyo", "Asia/Tomsk", -1},
-      {"a", "B", -1},                       {"_", "-", 0}, {"", "", 0},                          {"", "A", -1},
-      {nullptr, "A", -1},                   {"A", nullptr, 1},
+      {"Etc/GMT+1", "Etc/GMT", 1}, {"Asia/Tokyo", "Asia/Tomsk", -1},
+      {"a", "B", -1}, {"_", "-", 0}, {"", "", 0}, {"", "A", -1}, {nullptr, "A", -1}, {"A", nullptr, 1},
       {nullptr, nullptr, 0},                {"Z", "a", 1},  // 'z' after 'a' once folded
   };
   for (const auto &c : cases) {
