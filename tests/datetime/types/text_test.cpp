@@ -188,7 +188,6 @@ TEST(LdiText, ModelChecksAndSizes) {
     EXPECT_EQ(LdiParseForOutput(nullptr, c.model, std::strlen(c.model), c.kind), c.out) << c.model;
   }
   // The widest default text of each kind is what the writer produces.
-  std::mt19937 rng(1);
   for (uint8_t kind : {1, 2, 3, 7}) {
     for (int fp = 0; fp <= 9; ++fp) {
       size_t w = 0;
