@@ -275,6 +275,8 @@ TEST(LdiZone, AdjustAndFixedCases) {
   for (const char *badtz : {"+15:00", "-13:00", "+5:60", "5:00", "", "Nowhere/Land"})
     EXPECT_NE(LdiInterFromTZ(badtz, std::strlen(badtz), &z, img), 0) << badtz;
   EXPECT_EQ(LdiInterFromTZ("Nowhere/Land", 12, &z, img), LDI_ERR_NOREGION);
+  static const uint8_t junk[LTZ_HEADER_SIZE] = {};  // no image: not a missing region
+  EXPECT_EQ(LdiInterFromTZ("Europe/Paris", 12, &z, junk), LDI_ERR_TZFILE);
 }
 
 }  // namespace
