@@ -241,8 +241,17 @@ TEST(LdiText, Unparse) {
   }
   EXPECT_EQ(LdiUnparse(nullptr, "GG", 2, buf, sizeof buf, &n), 1821);
   EXPECT_EQ(LdiUnparse(nullptr, "YYYY-MM-DD", 10, buf, 5, &n), 1801);
-  // That the canonical model writes what the model writes is the datetime
-  // fuzz harness's check (fuzz/datetime/types).
+  // The canonical model writes what the model writes.
+  std::mt19937 rng(4);
+  for (const char *m : {"yyyy-mm-dd hh24:mi:ss.ff3", "Month DDth, YYYY", "FMDay fmDD \"of\" MONTH FF", "HH12 P.M. Ddspth",
+                        "DL TS", "Y,YYY YEAR Q IW"}) {
+    ASSERT_EQ(LdiUnparse(nullptr, m, std::strlen(m), buf, sizeof buf, &n), 0) << m;
+    const std::string canon(buf, n);
+    for (int i = 0; i < 50; ++i) {
+      const LdiDateTime v = random_dt(rng, LDI_KIND_TIMESTAMP, 1, 9999);
+      EXPECT_EQ(to_text(v, canon.c_str()), to_text(v, m)) << m << " -> " << canon;
+    }
+  }
 }
 
 TEST(LdiIntervalText, FixedCases) {
