@@ -1,6 +1,12 @@
-// cslock_impl.h - the critical section's lock word and its uncontended path.
+// cslock_impl.h - the critical section: what an slcs holds, and its
+// uncontended path.
 //
-// A critical section (slcs) is a three-state lock word in the first bytes of
+// On Windows an slcs holds the system's own CRITICAL_SECTION, and the
+// functions below are thin calls into sys/win32/thread.cpp: the system's
+// section already spins before it sleeps and is what debuggers and the
+// system's wait-chain tools understand.
+//
+// Elsewhere a critical section is a three-state lock word in the first bytes of
 // its storage: 0 free, 1 held, 2 held and somebody may be asleep on it. Taking
 // a free section is one compare-exchange and leaving one that nobody waits
 // for is one exchange, both inline here so that hot callers of the library
@@ -37,6 +43,23 @@
 #else
 #define KEL_TSAN_MUTEX(op, ...) ((void)0)
 #endif
+
+#ifdef _WIN32
+
+namespace sl_internal {
+
+// sys/win32/thread.cpp, over the CRITICAL_SECTION in the slcs's storage.
+void cs_init(slcs *cs) noexcept;
+void cs_enter(slcs *cs) noexcept;
+// Not recursive, as on every platform: the holder's own try fails.
+bool cs_try(slcs *cs) noexcept;
+void cs_leave(slcs *cs) noexcept;
+// Ends a free section (true); a held one is left as it is (false).
+bool cs_destroy(slcs *cs) noexcept;
+
+}  // namespace sl_internal
+
+#else
 
 namespace sl_internal {
 
@@ -94,5 +117,7 @@ inline bool cs_destroy(slcs *cs) noexcept {
 }
 
 }  // namespace sl_internal
+
+#endif  // _WIN32
 
 #endif
