@@ -6,15 +6,16 @@
 // section already spins before it sleeps and is what debuggers and the
 // system's wait-chain tools understand.
 //
-// Elsewhere a critical section is a three-state lock word in the first bytes of
-// its storage: 0 free, 1 held, 2 held and somebody may be asleep on it. Taking
-// a free section is one compare-exchange and leaving one that nobody waits
-// for is one exchange, both inline here so that hot callers of the library
-// (the heap mutex) pay no call for them; only a thread that finds the section
-// held, or a leaver that finds a sleeper, goes to the out-of-line part
-// (cslock.cpp), which spins briefly and then sleeps on the word through the
-// platform's word waiting (thread_impl.h). Every user of slcs goes through
-// these functions, so the state of a section always means the same thing.
+// Elsewhere a critical section is a three-state lock word in the first
+// bytes of its storage: 0 free, 1 held, 2 held and somebody may be asleep on
+// it. Taking a free section is one compare-exchange and leaving one that
+// nobody waits for is one exchange, both inline here so that hot callers of
+// the library (the heap mutex) pay no call for them; only a thread that finds
+// the section held, or a leaver that finds a sleeper, goes to the out-of-line
+// part (cslock.cpp), which spins briefly and then sleeps on the word through
+// the platform's word waiting (thread_impl.h). Every user of slcs goes
+// through these functions, so the state of a section always means the same
+// thing.
 //
 // ThreadSanitizer cannot see a lock in atomic operations on a word: it would
 // report races on the data a section guards and miss lock-order inversions.
