@@ -64,6 +64,7 @@ TEST(CriticalSection, TryAndDeleteSeeTheHolder) {
     if (other == 1) slcsleave(&cs);
   }).join();
   EXPECT_EQ(other, 1);
+  if (slfaultarm(SL_FAULT_CLOSE, 1, 1) == 0) EXPECT_EQ(slcsdelete(&cs), -1);  // refused: still there
   EXPECT_EQ(slcsdelete(&cs), 0);
 }
 

@@ -80,6 +80,17 @@ TEST(SysFault, ArmedWindowRefusesExactlyThoseRequests) {
   EXPECT_EQ(slfwrite(h, "x", 1), -1);
   EXPECT_EQ(slfclass(slerrno()), SLF_E_NOSPACE);
   EXPECT_EQ(slfwrite(h, "x", 1), 1);
+  // Every refused request fails with exactly -1.
+  char c;
+  sltstid tid;
+  sltlskey key;
+  const int32_t points[] = {SL_FAULT_FILE_READ, SL_FAULT_FILE_OTHER, SL_FAULT_TID, SL_FAULT_TLS};
+  for (int32_t p : points) ASSERT_EQ(slfaultarm(p, 1, 1), 0);
+  EXPECT_EQ(slfread(h, &c, 1), -1);
+  EXPECT_EQ(slfremove("kel-no-such-file"), -1);
+  EXPECT_EQ(sltstidinit(nullptr, &tid), -1);
+  EXPECT_EQ(sltlscreate(&key, nullptr), -1);
+  for (int32_t p : points) EXPECT_EQ(slfaulthits(p), 1) << p;
   EXPECT_EQ(slfclose(h), 0);
   EXPECT_EQ(slfstd(-1), -1);
   EXPECT_EQ(slfstd(3), -1);
@@ -181,7 +192,7 @@ TEST(SysThreads, CreateJoinDetachAndIdentifiers) {
   sltstid me, again;
   ASSERT_EQ(sltstidinit(ts, &me), 0);
   EXPECT_EQ(sltstidnull(ts, &me), 1);
-  sltstgi(ts, &me);
+  EXPECT_EQ(sltstgi(ts, &me), 0);
   sltstgi(ts, &again);
   EXPECT_EQ(sltstidnull(ts, &me), 0);
   EXPECT_EQ(sltstidcmp(ts, &me, &again), 1);
