@@ -363,6 +363,12 @@ void run_model(const ModelCase &mc, uint32_t ops, uint32_t universe, uint64_t se
     ASSERT_EQ(f.remove(k, &v), 1);
   }
   EXPECT_EQ(lht_internal::table_size(f.t), 11u);
+  // Blocks for the caller come from the table's allocator and go back to it.
+  void *block = LhtqmAlloc(f.t, 40);
+  ASSERT_NE(block, nullptr);
+  memset(block, 1, 40);
+  LhtqmFree(f.t, block);
+  EXPECT_EQ(LhtqmAlloc(f.t, 0), nullptr);
   EXPECT_EQ(f.destroy(), 1);
   if (mc.alloc == AllocKind::Callback) {
     EXPECT_EQ(counting.live_blocks(), 0u) << "every chunk given back";
