@@ -541,32 +541,4 @@ TEST(LhtProbe, SearchesAgreeWithTheFullProbe) {
   }
 }
 
-TEST(LhtProbe, StringAndArbitraryFindTheirSlots) {
-  LhtTable *ts = LhtStrCreate(nullptr, nullptr, 0, nullptr);
-  LhtTable *ta = LhtArbCreate(nullptr, nullptr, 0, nullptr, const_hash, str_cmp, nullptr);
-  Pool pool;
-  for (uint32_t n = 0; n < 200; ++n) {
-    ASSERT_EQ(LhtStrInsert(ts, pool.name(n), val(n)), 1);
-    ASSERT_EQ(LhtArbInsert(ta, pool.name(n), val(n)), 1);
-  }
-  uint32_t size = lht_internal::table_size(ta);
-  for (uint32_t n = 0; n < 250; ++n) {
-    std::string key = "key" + std::to_string(n);
-    uint32_t no;
-    LhtStrSlot *ss;
-    LhtArbSlot *as;
-    ASSERT_EQ(LhtStqGetIndex(ts, key.c_str(), &no, &ss), n < 200 ? LHT_FOUND : LHT_NOTFOUND);
-    if (n < 200) EXPECT_EQ(ss->value, val(n));
-    else EXPECT_EQ(ss->state, LHT_SLOT_EMPTY);
-    ASSERT_EQ(LhtArqGetIndex(ta, key.c_str(), &no, &as), n < 200 ? LHT_FOUND : LHT_NOTFOUND);
-    if (n < 200) {
-      EXPECT_STREQ(static_cast<const char *>(as->key), key.c_str());
-      // Every key probes from size/2 by steps of 14: key n sits at probe n.
-      EXPECT_EQ(no, (size / 2 + LhtArqQuad(n, 14, 0)) % size) << n;
-    }
-  }
-  LhtStrDestroy(ts);
-  LhtArbDestroy(ta);
-}
-
 }  // namespace
