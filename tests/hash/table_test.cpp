@@ -70,9 +70,6 @@ TEST(LhtHash, EmptyStringAndArbitraryStride) {
 
 // ----------------------------------------------------------- uniform face
 
-enum KindIx { kInt, kStr, kArb };
-const char *kind_name(int k) { return k == kInt ? "int" : k == kStr ? "str" : "arb"; }
-
 // Key n of the tests: the integer itself, or the string "key<n>" kept in a
 // pool whose strings never move (the table stores key pointers).
 struct Pool {
@@ -84,46 +81,24 @@ struct Pool {
   }
 };
 
-struct Face {
-  int kind;
-  LhtTable *t = nullptr;
+// Inserts store the pool's pointer; other calls pass a copy of the text.
+struct Face : Kinds {
   Pool *pool;
-  std::string probe_copy;  // a different pointer with the same content
+  std::string probe_copy;
 
   const char *copy(uint32_t n) {
     probe_copy = pool->name(n);
     return probe_copy.c_str();
   }
-  int32_t insert(uint32_t n, void *v) {
-    if (kind == kInt) return LhtIntInsert(t, n, v);
-    if (kind == kStr) return LhtStrInsert(t, pool->name(n), v);
-    return LhtArbInsert(t, pool->name(n), v);
-  }
-  int32_t remove(uint32_t n, void **v) {
-    if (kind == kInt) return LhtIntRemove(t, n, v);
-    if (kind == kStr) return LhtStrRemove(t, copy(n), v);
-    return LhtArbRemove(t, copy(n), v);
-  }
-  int32_t search(uint32_t n, void **v) {
-    if (kind == kInt) return LhtIntSearch(t, n, v);
-    if (kind == kStr) return LhtStrSearch(t, copy(n), v);
-    return LhtArbSearch(t, copy(n), v);
-  }
-  int32_t begin() { return kind == kInt ? LhtIntBeginIter(t) : kind == kStr ? LhtStrBeginIter(t) : LhtArbBeginIter(t); }
-  int32_t end() { return kind == kInt ? LhtIntEndIter(t) : kind == kStr ? LhtStrEndIter(t) : LhtArbEndIter(t); }
-  int32_t destroy() { return kind == kInt ? LhtIntDestroy(t) : kind == kStr ? LhtStrDestroy(t) : LhtArbDestroy(t); }
-  int32_t resize(uint32_t ix) {
-    return kind == kInt ? LhtInqResize(t, ix) : kind == kStr ? LhtStqResize(t, ix) : LhtArqResize(t, ix);
-  }
+  int32_t insert(uint32_t n, void *v) { return Kinds::insert(n, pool->name(n), v); }
+  int32_t remove(uint32_t n, void **v) { return Kinds::remove(n, copy(n), v); }
+  int32_t search(uint32_t n, void **v) { return Kinds::search(n, copy(n), v); }
   // Yields key number n; a string key must come back as the very pointer
   // that was inserted.
   int32_t yield(uint32_t *n, void **v, uint32_t *pos) {
-    if (kind == kInt) return LhtIntYield(t, n, v, pos);
     const char *s = nullptr;
-    const void *a = nullptr;
-    int32_t rc = kind == kStr ? LhtStrYield(t, &s, v, pos) : LhtArbYield(t, &a, v, pos);
-    if (kind == kArb) s = static_cast<const char *>(a);
-    if (rc == 1) {
+    int32_t rc = Kinds::yield(n, &s, v, pos);
+    if (rc == 1 && kind != kInt) {
       *n = static_cast<uint32_t>(std::stoul(s + 3));
       EXPECT_EQ(s, pool->name(*n)) << "the table must hand back the stored key pointer";
     }
@@ -143,13 +118,6 @@ struct Face {
   }
 };
 
-LhtTable *make(int kind, lcorectx *ctx, uint32_t size, const LhtMem *mem, uint32_t chunk_limit = 0,
-               LhtArbHashFn h = fnv_hash) {
-  auto k = kind == kInt ? lht_internal::Kind::Int : kind == kStr ? lht_internal::Kind::Str : lht_internal::Kind::Arb;
-  return static_cast<LhtTable *>(lht_internal::create(k, ctx, nullptr, size, mem, kind == kArb ? h : nullptr,
-                                                      kind == kArb ? str_cmp : nullptr, nullptr, chunk_limit));
-}
-
 void *val(uint32_t n) { return reinterpret_cast<void *>(static_cast<uintptr_t>(n) * 16 + 8); }
 
 // ----------------------------------------------------------------- sizing
@@ -165,7 +133,7 @@ TEST(LhtEdges, CreationSizes) {
       ASSERT_NE(t, nullptr);
       EXPECT_EQ(lht_internal::table_size(t), c.slots) << kind_name(kind) << " request " << c.request;
       Pool pool;
-      Face{kind, t, &pool}.destroy();
+      Face{{kind, t}, &pool}.destroy();
     }
   EXPECT_EQ(LhtIntCreate(nullptr, nullptr, LHT_MAX_ENTRIES + 1, nullptr), nullptr);
   EXPECT_EQ(LhtStrCreate(nullptr, nullptr, UINT32_MAX, nullptr), nullptr);
@@ -181,7 +149,7 @@ TEST(LhtEdges, DuplicatesIterationAndEnd) {
   for (int kind : {kInt, kStr, kArb}) {
     SCOPED_TRACE(kind_name(kind));
     Pool pool;
-    Face f{kind, make(kind, nullptr, 0, nullptr), &pool};
+    Face f{{kind, make(kind, nullptr, 0, nullptr)}, &pool};
     uint32_t pos = 0, n = 0;
     void *v = nullptr;
     ASSERT_EQ(f.begin(), 0);
@@ -285,7 +253,7 @@ void run_model(const ModelCase &mc, uint32_t ops, uint32_t universe, uint64_t se
     mem = &hm;
   }
   Pool pool;
-  Face f{mc.kind, make(mc.kind, ctx, mc.initial, mem, mc.chunk_limit, mc.hash), &pool};
+  Face f{{mc.kind, make(mc.kind, ctx, mc.initial, mem, mc.chunk_limit, mc.hash)}, &pool};
   ASSERT_NE(f.t, nullptr);
   SizeModel sm{static_cast<uint32_t>(lht_internal::index_for_request(mc.initial))};
   std::unordered_map<uint32_t, void *> model;
@@ -472,7 +440,7 @@ TEST(LhtProbe, SearchesAgreeWithTheFullProbe) {
     SCOPED_TRACE(std::string(kind_name(kind)) + " chunk " + std::to_string(c.chunk) + " size " +
                  std::to_string(c.request));
     Pool pool;
-    Face f{kind, make(kind, nullptr, c.request, nullptr, c.chunk), &pool};
+    Face f{{kind, make(kind, nullptr, c.request, nullptr, c.chunk)}, &pool};
     ASSERT_NE(f.t, nullptr);
     const uint32_t size = lht_internal::table_size(f.t);
     if (c.request > 10000) ASSERT_GT(size_t{size} * sizeof(LhtIntSlot), lht_internal::kCachedBytes);
@@ -515,22 +483,8 @@ TEST(LhtProbe, SearchesAgreeWithTheFullProbe) {
     if (c.rounds != 0 && c.free == 1)
       EXPECT_GT(count(true, lht_internal::kReachOpen), 0u) << "some home's entries went further than a reach can count";
     for (uint32_t k = 0; k < universe; ++k) {
-      uint32_t no;
       void *pv = nullptr;
-      int32_t pr;
-      if (kind == kInt) {
-        LhtIntSlot *sl;
-        pr = LhtInqGetIndex(f.t, k, &no, &sl);
-        if (pr == LHT_FOUND) pv = sl->value;
-      } else if (kind == kStr) {
-        LhtStrSlot *sl;
-        pr = LhtStqGetIndex(f.t, f.copy(k), &no, &sl);
-        if (pr == LHT_FOUND) pv = sl->value;
-      } else {
-        LhtArbSlot *sl;
-        pr = LhtArqGetIndex(f.t, f.copy(k), &no, &sl);
-        if (pr == LHT_FOUND) pv = sl->value;
-      }
+      int32_t pr = f.probe(k, f.copy(k), nullptr, &pv);
       ASSERT_EQ(pr, has[k] ? LHT_FOUND : LHT_NOTFOUND) << k;
       void *v = nullptr;
       ASSERT_EQ(f.search(k, &v), has[k] ? 1 : -LHT_ERR_NOKEY) << k;

@@ -18,19 +18,8 @@ class Files : public ParamTest {
   Snapshot Snap(const Strings &keys) {
     Snapshot s;
     for (const std::string &k : keys) {
-      std::string q, key = k;
       size_t colon = k.find(':');
-      if (colon != std::string::npos) {
-        q = k.substr(0, colon);
-        key = k.substr(colon + 1);
-      }
-      uint32_t n = 0;
-      lrmavlo(h, q.empty() ? nullptr : q.c_str(), key.c_str(), key.size(), &n);
-      for (uint32_t i = 0; i < n; i++) {
-        const char *p = nullptr;
-        uint32_t st = lrmgsp(h, q.empty() ? nullptr : q.c_str(), nullptr, key.c_str(), key.size(), i, &p);
-        s[k].push_back(st == 0 && p != nullptr ? p : "?" + std::to_string(st));
-      }
+      s[k] = colon == std::string::npos ? All(k.c_str()) : All(k.substr(colon + 1).c_str(), k.substr(0, colon).c_str());
     }
     return s;
   }
