@@ -237,6 +237,7 @@ TEST(Url, PercentCodingAgreesWithUrllib) {
   EXPECT_EQ(n, 5u);
   EXPECT_EQ(lib.top(), kelmsg::LPU_BUFSMALL);
   EXPECT_EQ(lpupenc(lib.u, "a b", 3, nullptr, 0, buf, 5, &n), 0);  // exactly fits, no NUL
+  EXPECT_EQ(lpupenc(lib.u, nullptr, 1, nullptr, 0, buf, sizeof buf, &n), -1);
   EXPECT_EQ(std::string(buf, 5), "a%20b");
 }
 
@@ -270,7 +271,7 @@ TEST(Url, Base64AgreesWithPythonAndRefusesBadInput) {
       {"QQ", 0, 2},          {"Q===", 0, 1},      {"QQ=", 0, 2},       {"QUJD=", 0, 4},    {"QR==", 0, 1},
       {"QUI=QUI=", 0, 3},    {"QU J", 0, 2},      {"QUJ\n", 0, 3},     {"Q", LPU_B64_NOPAD, 0},
       {"QUJDR", LPU_B64_NOPAD, 4}, {"a-_b", 0, 1}, {"a+/b", LPU_B64_URL, 1}, {"QUK", LPU_B64_NOPAD, 2},
-      {"====", 0, 1},
+      {"====", 0, 1},        {"QUJ\xff", 0, 3},
   };
   for (auto &b : bad) {
     uint8_t out[16];
@@ -296,6 +297,8 @@ TEST(Url, Base64AgreesWithPythonAndRefusesBadInput) {
   uint8_t two[2];
   EXPECT_EQ(lpub64dec(lib.u, "YWJj", 4, 0, two, sizeof two, &n), -1);
   EXPECT_EQ(n, 3u);
+  EXPECT_EQ(lpub64dec(lib.u, "QQ==", 4, 0, nullptr, 0, &n), -1);
+  EXPECT_EQ(n, 1u);
   EXPECT_EQ(lpub64dec(nullptr, "Y", 1, 0, two, sizeof two, &n), -1);  // no context: silent
 }
 
