@@ -193,11 +193,6 @@ TEST_F(Values, AbbreviationsAndBuiltIns) {
   EXPECT_EQ(lrmgbv(h, nullptr, nullptr, "help", 4, 0, &b), 0u);
   EXPECT_EQ(b, 1);
   EXPECT_FALSE(out.empty());
-  // Characters of a multi-byte set compare one by one.
-  Open(LRM_F_UNICODE);
-  Declare(&abbrev);
-  EXPECT_EQ(lrmckv(h, "verb", 4, &type), 0u);
-  EXPECT_EQ(type, LRM_T_BOOL);
 }
 
 TEST_F(Values, CaseAndBlanksFollowTheCharacterSet) {
