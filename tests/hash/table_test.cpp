@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "tests/hash/lht_test_util.h"
+#include "tests/support/python.h"
 
 using namespace lht_test;
 using lht_internal::kSizes;
@@ -30,13 +31,8 @@ std::vector<uint8_t> unhex(const std::string &h) {
 }
 
 TEST(LhtHash, MatchesIndependentModel) {
-  std::string cmd = std::string(KEL_PYTHON) + " " + KEL_SOURCE_DIR + "/tests/hash/hash_oracle.py";
-  FILE *p = popen(cmd.c_str(), "r");
-  ASSERT_NE(p, nullptr);
   std::string text;
-  char buf[65536];
-  for (size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;) text.append(buf, n);
-  ASSERT_EQ(pclose(p), 0);
+  ASSERT_TRUE(kel_test::run_python("tests/hash/hash_oracle.py", "", text));
   std::istringstream in(text);
   std::string kind, key;
   uint64_t size, h1, h2;

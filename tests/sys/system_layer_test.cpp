@@ -14,6 +14,7 @@
 #include "lfi.h"
 #include "sl.h"
 #include "slt.h"
+#include "tests/support/portable.h"
 
 namespace {
 
@@ -263,7 +264,7 @@ TEST(SysEnvironment, SetGetTruncateUnset) {
 }
 
 TEST(SysLoader, FindsSymbolsAndReportsFailures) {
-  void *lib = sldlopen("libm.so.6");
+  void *lib = sldlopen(kel_test::kMathLibrary);
   ASSERT_NE(lib, nullptr);
   auto *cosine = reinterpret_cast<double (*)(double)>(sldlsym(lib, "cos"));
   ASSERT_NE(cosine, nullptr);
