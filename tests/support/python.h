@@ -39,7 +39,7 @@ inline std::string start_script(const std::string &script, const std::string &ar
   const std::string base = std::string(KEL_BINARY_DIR) + "/oracle_" + std::to_string(_getpid()) + "_" +
                            std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()) + "_" +
                            std::to_string(serial++);
-  std::ofstream sh(base + ".sh");
+  std::ofstream sh(base + ".sh", std::ios::binary);  // no CRs for the shell
   sh << KEL_PYTHON << " " << source_path(script) << " >" << base << ".out";
   std::istringstream words(args);
   for (std::string w; words >> w;) {
