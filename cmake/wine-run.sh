@@ -7,7 +7,9 @@
 set -e
 prefix=$1
 shift
-export WINEPREFIX="$prefix" WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
+# The build's DLLs (kelcore10.dll, kelnls10.dll) are found in the build
+# folder, where the prefix lives, for the programs elsewhere (the tools).
+export WINEPREFIX="$prefix" WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=" WINEPATH="${prefix%/*}"
 if [ ! -f "$prefix/.kel-ready" ]; then
   mkdir -p "$prefix"
   (

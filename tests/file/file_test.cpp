@@ -345,6 +345,7 @@ TEST_F(Files, AppendCreateExclusiveAndTemporary) {
 // -------------------------------------------------------------- directories
 
 TEST_F(Files, DirectoriesAgreeWithFilesystem) {
+  KEL_SKIP_ON_WINDOWS("Wine makes no symbolic links");
   std::string deep = path("x/y/z");
   ASSERT_EQ(lfimkdir(fctx, deep.c_str(), 1), 0);
   ASSERT_EQ(lfimkdir(fctx, deep.c_str(), 1), 0);  // exists: fine with parents
@@ -393,6 +394,7 @@ TEST_F(Files, DirectoriesAgreeWithFilesystem) {
 
 // Files left open are written out and closed when the library stops.
 TEST_F(Files, StopClosesWhatWasLeftOpen) {
+  KEL_SKIP_ON_WINDOWS("Wine keeps no steady count of open handles");
   for (int i = 0; i < 3; i++) {
     lfifile *f = lfiopen(fctx, path("left" + std::to_string(i)).c_str(), LFI_WRITE, 1024);
     ASSERT_NE(f, nullptr);
@@ -413,6 +415,7 @@ TEST_F(Files, StopClosesWhatWasLeftOpen) {
 // A package instance's file context closes the instance's files when it
 // ends, and only those.
 TEST_F(Files, InstanceContextsCloseTheirOwnFiles) {
+  KEL_SKIP_ON_WINDOWS("Wine keeps no steady count of open handles");
   void *sub = nullptr;
   ASSERT_EQ(lficis(ctx, &sub, ctx), 0);
   ASSERT_NE(sub, nullptr);
@@ -468,7 +471,7 @@ TEST_F(Files, EveryFailureLeavesItsRecordAndNothingOpen) {
       {"missing directory", 0, kelmsg::LFI_NOTFOUND, path("no/such"), open_fails(path("no/such"), LFI_WRITE)},
       {"directory as file", 0, kelmsg::LFI_ISDIR, sub, open_fails(sub, LFI_READ)},
       {"directory as file, writing", 0, kelmsg::LFI_ISDIR, sub, open_fails(sub, LFI_WRITE)},
-      {"file as directory", 0, kelmsg::LFI_NOTDIR, file + "/x", open_fails(file + "/x", LFI_WRITE)},
+      {"file as directory", 0, kel_test::kWindows ? kelmsg::LFI_NOTFOUND : kelmsg::LFI_NOTDIR, file + "/x", open_fails(file + "/x", LFI_WRITE)},
       {"exclusive on existing", 0, kelmsg::LFI_EXISTS, file, open_fails(file, LFI_WRITE | LFI_EXCL)},
       {"open refused (no permission)", SL_FAULT_FILE_OPEN, kelmsg::LFI_OPEN, file, open_fails(file, LFI_READ)},
       {"temporary refused", SL_FAULT_FILE_OPEN, kelmsg::LFI_OPEN, "(temporary file)", open_fails("", LFI_TEMP)},

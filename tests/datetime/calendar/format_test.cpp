@@ -223,6 +223,7 @@ TEST(DateFormat, WritesEveryElement) {
 }
 
 TEST(DateFormat, NumbersNamesAndWeeksAgreeWithStrftime) {
+  KEL_SKIP_ON_WINDOWS("the C library's strftime has no ISO weeks beyond the year 3000");
   Ctx x;
   std::mt19937 rng(3);
   const struct {
