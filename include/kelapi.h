@@ -8,6 +8,12 @@
  * __declspec(dllexport); callers need no dllimport, since the MinGW linker
  * imports functions from a DLL's import library without it, and the test
  * programs link the same objects statically.
+ *
+ * KEL_HIDDEN marks an internal declaration of the libraries' own (never one
+ * of these headers') as hidden, so that the compiler may reach it directly
+ * rather than through the tables of the dynamic linker; -fvisibility=hidden
+ * covers only definitions. Windows images have no such visibility: there it
+ * is empty.
  */
 #ifndef KELAPI_H
 #define KELAPI_H
@@ -18,12 +24,15 @@
 #else
 #define KELAPI
 #endif
+#define KEL_HIDDEN
 #define KEL_NORETURN __attribute__((noreturn))
 #elif defined(__GNUC__) || defined(__clang__)
 #define KELAPI __attribute__((visibility("default")))
+#define KEL_HIDDEN __attribute__((visibility("hidden")))
 #define KEL_NORETURN __attribute__((noreturn))
 #else
 #define KELAPI
+#define KEL_HIDDEN
 #define KEL_NORETURN
 #endif
 

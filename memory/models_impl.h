@@ -131,7 +131,7 @@ inline int bucket_of(size_t s) noexcept { return s < 65536 ? static_cast<int>(s 
 
 // The standard model's operations (standard.cpp). Hidden, so that the quick
 // paths compare a heap's table with its address directly.
-[[gnu::visibility("hidden")]] extern const lmmmfp kStandardOps;
+KEL_HIDDEN extern const lmmmfp kStandardOps;
 
 // Pops a block of class k from its free list (the caller checked that the
 // list is not empty): the chunk counts it, the tag says in use.
@@ -187,7 +187,7 @@ struct fsmodel {
 };
 
 // The fast model's operations (fast.cpp).
-[[gnu::visibility("hidden")]] extern const lmmmfp kFastOps;
+KEL_HIDDEN extern const lmmmfp kFastOps;
 
 // Serves n bytes from a fast heap's current extent, or null when it has no
 // room (the model's malloc then gets a new extent).

@@ -4,8 +4,12 @@
 // it 2 again when it takes the section, since it cannot know whether others
 // still sleep (one spare wake-up at worst). A sleep that ends early for no
 // reason only costs another look at the word.
+//
+// Windows has no lock word: its sections are the system's (sys/win32).
 #include "sys/cslock_impl.h"
 #include "sys/thread_impl.h"
+
+#ifndef _WIN32
 
 namespace sl_internal {
 
@@ -39,3 +43,5 @@ void cs_enter_slow(csword *w) noexcept {
 void cs_wake(csword *w) noexcept { thread_os().word_wake(w); }
 
 }  // namespace sl_internal
+
+#endif  // _WIN32

@@ -1,14 +1,21 @@
-// cslock_impl.h - the critical section's lock word and its uncontended path.
+// cslock_impl.h - the critical section: what an slcs holds, and its
+// uncontended path.
 //
-// A critical section (slcs) is a three-state lock word in the first bytes of
-// its storage: 0 free, 1 held, 2 held and somebody may be asleep on it. Taking
-// a free section is one compare-exchange and leaving one that nobody waits
-// for is one exchange, both inline here so that hot callers of the library
-// (the heap mutex) pay no call for them; only a thread that finds the section
-// held, or a leaver that finds a sleeper, goes to the out-of-line part
-// (cslock.cpp), which spins briefly and then sleeps on the word through the
-// platform's word waiting (thread_impl.h). Every user of slcs goes through
-// these functions, so the state of a section always means the same thing.
+// On Windows an slcs holds the system's own CRITICAL_SECTION, and the
+// functions below are thin calls into sys/win32/thread.cpp: the system's
+// section already spins before it sleeps and is what debuggers and the
+// system's wait-chain tools understand.
+//
+// Elsewhere a critical section is a three-state lock word in the first
+// bytes of its storage: 0 free, 1 held, 2 held and somebody may be asleep on
+// it. Taking a free section is one compare-exchange and leaving one that
+// nobody waits for is one exchange, both inline here so that hot callers of
+// the library (the heap mutex) pay no call for them; only a thread that finds
+// the section held, or a leaver that finds a sleeper, goes to the out-of-line
+// part (cslock.cpp), which spins briefly and then sleeps on the word through
+// the platform's word waiting (thread_impl.h). Every user of slcs goes
+// through these functions, so the state of a section always means the same
+// thing.
 //
 // ThreadSanitizer cannot see a lock in atomic operations on a word: it would
 // report races on the data a section guards and miss lock-order inversions.
@@ -37,6 +44,23 @@
 #else
 #define KEL_TSAN_MUTEX(op, ...) ((void)0)
 #endif
+
+#ifdef _WIN32
+
+namespace sl_internal {
+
+// sys/win32/thread.cpp, over the CRITICAL_SECTION in the slcs's storage.
+void cs_init(slcs *cs) noexcept;
+void cs_enter(slcs *cs) noexcept;
+// Not recursive, as on every platform: the holder's own try fails.
+bool cs_try(slcs *cs) noexcept;
+void cs_leave(slcs *cs) noexcept;
+// Ends a free section (true); a held one is left as it is (false).
+bool cs_destroy(slcs *cs) noexcept;
+
+}  // namespace sl_internal
+
+#else
 
 namespace sl_internal {
 
@@ -94,5 +118,7 @@ inline bool cs_destroy(slcs *cs) noexcept {
 }
 
 }  // namespace sl_internal
+
+#endif  // _WIN32
 
 #endif

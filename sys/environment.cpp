@@ -16,12 +16,21 @@ using sl_internal::system_os;
 
 namespace {
 
-slcs g_env_lock{};  // all zero: a free section
+// Made on first use (a Windows section is not valid all zero) and never
+// deleted: readers may come until the process ends.
+slcs *env_lock() noexcept {
+  static slcs *const cs = [] {
+    static slcs storage;
+    sl_internal::cs_init(&storage);
+    return &storage;
+  }();
+  return cs;
+}
 
 class EnvLock {
  public:
-  EnvLock() noexcept { sl_internal::cs_enter(&g_env_lock); }
-  ~EnvLock() { sl_internal::cs_leave(&g_env_lock); }
+  EnvLock() noexcept { sl_internal::cs_enter(env_lock()); }
+  ~EnvLock() { sl_internal::cs_leave(env_lock()); }
   EnvLock(const EnvLock &) = delete;
   EnvLock &operator=(const EnvLock &) = delete;
 };

@@ -12,8 +12,9 @@ using sl_internal::loader_os;
 namespace {
 
 // The platform clears its error text on the next call; keep a copy per
-// thread so that a caller can read it after more work.
-thread_local char t_dlerr[256];
+// thread so that a caller can read it after more work. Room for a long path
+// and the system's text.
+thread_local char t_dlerr[320];
 
 void keep_text(const char *text) noexcept {
   size_t n = strlen(text);
@@ -22,8 +23,8 @@ void keep_text(const char *text) noexcept {
   t_dlerr[n] = '\0';
 }
 
-void keep_platform_error() noexcept {
-  if (loader_os().error(t_dlerr, sizeof t_dlerr) == 0) keep_text("unknown loader error");
+void keep_platform_error(const char *what) noexcept {
+  if (loader_os().error(what, t_dlerr, sizeof t_dlerr) == 0) keep_text("unknown loader error");
 }
 
 }  // namespace
@@ -41,7 +42,7 @@ KELAPI void *sldlopen(const char *file) {
     return nullptr;
   }
   void *h = loader_os().open(file);
-  if (h == nullptr) keep_platform_error();
+  if (h == nullptr) keep_platform_error(file);
   return h;
 }
 
@@ -51,14 +52,14 @@ KELAPI void *sldlsym(void *lib, const char *name) {
     return nullptr;
   }
   void *p = loader_os().sym(lib, name);
-  if (p == nullptr) keep_platform_error();
+  if (p == nullptr) keep_platform_error(name);
   return p;
 }
 
 KELAPI int32_t sldlclose(void *lib) {
   if (lib == nullptr) return sl_internal::fail(SLF_E_BADARG);
   if (loader_os().close(lib) != 0) {
-    keep_platform_error();
+    keep_platform_error("unloading a library");
     return -1;
   }
   return 0;

@@ -2,7 +2,7 @@
 //
 // The exported sldl* functions (sys/loader.cpp) keep the text of the calling
 // thread's last failure, which the platform may clear on its next call; the
-// entries load, look up and unload.
+// entries load, look up and unload, and say why the one just called failed.
 //
 // Defined by sys/<platform>/loader.cpp as kLoaderOs; the portable part calls it
 // through loader_os() (table_impl.h), which test builds can redirect.
@@ -24,9 +24,10 @@ struct LoaderOps {
   void *(*sym)(void *lib, const char *name);
   // Unloads: 0 / -1.
   int32_t (*close)(void *lib);
-  // The text of the failure of the calling thread's last entry into buf
-  // (NUL-terminated, truncated; len > 0): its length.
-  size_t (*error)(char *buf, size_t len);
+  // Called at once after an entry failed: why it failed, about `what` (the
+  // file or symbol name, or the entry's name), into buf (NUL-terminated,
+  // truncated; len > 0); its length, 0 when the system has no text.
+  size_t (*error)(const char *what, char *buf, size_t len);
 };
 
 extern const LoaderOps kLoaderOs;

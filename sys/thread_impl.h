@@ -2,9 +2,10 @@
 //
 // What the portable code of sys/ builds on: starting and ending threads,
 // thread-local storage, sleeping on a 32-bit word (the lock word of the
-// critical sections, cslock_impl.h), and the platform's counting semaphores
-// and events, which keep the semantics of sl.h (a bounded maximum, manual or
-// automatic reset, millisecond limits that do not move with the wall clock).
+// critical sections, cslock_impl.h; Windows uses its own sections), and the
+// platform's counting semaphores and events, which keep the semantics of
+// sl.h (a bounded maximum, manual or automatic reset, millisecond limits that
+// do not move with the wall clock).
 // The exported functions (sys/thread.cpp, sys/sync.cpp) check arguments and
 // count fault points; the entries only do the platform's work. Failures
 // return -1 (null for pointers) with the reason for slerrno().
@@ -43,12 +44,16 @@ struct ThreadOps {
   int32_t (*tls_delete)(uint32_t key);
   void *(*tls_get)(uint32_t key);
   int32_t (*tls_set)(uint32_t key, void *value);
+#ifndef _WIN32
   // ---------------------------------------------------------- word waiting
-  // Sleeps while *word holds `expect`; may return early for no reason (a
-  // signal, a spurious wake-up), so the caller looks at the word again.
+  // Where the lock word sleeps (Windows sections are the system's own and
+  // need none). Sleeps while *word holds `expect`; may return early for no
+  // reason (a signal, a spurious wake-up), so the caller looks at the word
+  // again.
   void (*word_wait)(std::atomic<uint32_t> *word, uint32_t expect);
   // Wakes one thread sleeping on word, if any.
   void (*word_wake)(std::atomic<uint32_t> *word);
+#endif
   // ------------------------------------------------ semaphores and events
   // As slsem* / slev* of sl.h, with arguments already checked.
   slsem *(*sem_create)(int32_t initial, int32_t maximum);

@@ -4,6 +4,9 @@
 // w32cond with a w32mutex; the peer is std::mutex with
 // std::condition_variable. A ratio table (time ours / peer; below 1 = ours
 // faster) follows the usual output.
+//
+// Beside it, the critical section alone against std::mutex: enter and leave
+// by one thread, and by two threads taking turns at random on one section.
 #include <benchmark/benchmark.h>
 
 #include <condition_variable>
@@ -108,10 +111,37 @@ void pingpong_std(benchmark::State &state) {
   state.SetItemsProcessed(state.iterations());
 }
 
+// Enter and leave a section in a loop; Threads(2) makes both threads share
+// the one section (made by thread 0 before the others start).
+slcs g_cs;
+std::mutex g_mx;
+long g_count;  // what the section guards
+
+void section_sl(benchmark::State &state) {
+  if (state.thread_index() == 0) slcsinit(&g_cs);
+  for (auto _ : state) {
+    slcsenter(&g_cs);
+    benchmark::DoNotOptimize(++g_count);
+    slcsleave(&g_cs);
+  }
+  if (state.thread_index() == 0) slcsdelete(&g_cs);
+}
+
+void section_std(benchmark::State &state) {
+  for (auto _ : state) {
+    std::lock_guard<std::mutex> l(g_mx);
+    benchmark::DoNotOptimize(++g_count);
+  }
+}
+
 }  // namespace
 
 BENCHMARK(pingpong_w32)->Arg(1)->Arg(0)->UseRealTime()->MinTime(1.0);
 BENCHMARK(pingpong_std)->Arg(1)->Arg(0)->UseRealTime()->MinTime(1.0);
+BENCHMARK(section_sl);
+BENCHMARK(section_std);
+BENCHMARK(section_sl)->Threads(2)->UseRealTime();
+BENCHMARK(section_std)->Threads(2)->UseRealTime();
 
 int main(int argc, char **argv) {
   benchmark::Initialize(&argc, argv);
@@ -129,6 +159,12 @@ int main(int argc, char **argv) {
       std::printf("%-24s %8.2f\n", label, r);
     else
       std::printf("%-24s %8s\n", label, "-");
+  }
+  std::printf("\nratio slcs / std::mutex (enter and leave; below 1 = ours faster)\n");
+  for (const char *threads : {"", "/"}) {  // "section_sl", then "section_sl/real_time/threads:2"
+    double r = rep.ratio("sys", rep.named(std::string("section_sl") + threads),
+                         rep.named(std::string("section_std") + threads));
+    std::printf("%-24s %8.2f\n", threads[0] ? "two threads" : "one thread", r);
   }
   rep.print_ratios();
   return 0;

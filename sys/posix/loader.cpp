@@ -7,41 +7,22 @@
 
 namespace {
 
-// dlerror() is per thread and cleared when read: keep the text of the last
-// failure until the next one.
-thread_local char t_last[256];
-
-void keep(const char *text) noexcept {
-  if (text == nullptr) text = "";
-  size_t n = strlen(text);
-  if (n >= sizeof t_last) n = sizeof t_last - 1;
-  memcpy(t_last, text, n);
-  t_last[n] = '\0';
-}
-
-void *l_open(const char *file) {
-  void *h = dlopen(file, RTLD_NOW | RTLD_LOCAL);
-  if (h == nullptr) keep(dlerror());
-  return h;
-}
+void *l_open(const char *file) { return dlopen(file, RTLD_NOW | RTLD_LOCAL); }
 
 void *l_sym(void *lib, const char *name) {
-  dlerror();
-  void *p = dlsym(lib, name);
-  if (p == nullptr) keep(dlerror());
-  return p;
+  dlerror();  // a null symbol is only a failure if dlerror says so
+  return dlsym(lib, name);
 }
 
-int32_t l_close(void *lib) {
-  if (dlclose(lib) == 0) return 0;
-  keep(dlerror());
-  return -1;
-}
+int32_t l_close(void *lib) { return dlclose(lib) == 0 ? 0 : -1; }
 
-size_t l_error(char *buf, size_t len) {
-  size_t n = strlen(t_last);
+// dlerror() names the file or symbol itself, so `what` adds nothing.
+size_t l_error(const char *, char *buf, size_t len) {
+  const char *text = dlerror();
+  if (text == nullptr) return 0;
+  size_t n = strlen(text);
   if (n >= len) n = len - 1;
-  memcpy(buf, t_last, n);
+  memcpy(buf, text, n);
   buf[n] = '\0';
   return n;
 }

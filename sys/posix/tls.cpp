@@ -4,9 +4,10 @@
 // needs more bytes than the socket has ready, or room it does not have,
 // returns at once with SSL_ERROR_WANT_READ / WANT_WRITE; the session then
 // waits for the socket within the caller's limit and calls again. OpenSSL
-// reaches the socket through a small BIO of our own that sends with
-// MSG_NOSIGNAL, so that a server closing on us never raises SIGPIPE in the
-// caller's process, and that keeps the errno of a failed call for us.
+// reaches the socket through a small BIO of our own over the sockets' table
+// (socket_impl.h), whose send never raises SIGPIPE in the caller's process
+// when a server closes on us, and which keeps the error of a failed call for
+// us.
 // OpenSSL's error queue is per thread and shared with whatever else in the
 // process uses OpenSSL: every call here starts with it empty and leaves it
 // empty.
@@ -14,7 +15,6 @@
 // Sections: reasons; the socket BIO; waiting on an OpenSSL call; trust;
 // sessions.
 #include <arpa/inet.h>
-#include <errno.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
@@ -27,6 +27,7 @@
 #include "sys/fault_impl.h"
 #include "sys/tls_impl.h"
 
+using sl_internal::socket_os;
 using sl_internal::tls_left_ms;
 using sl_internal::tls_say;
 
@@ -36,8 +37,8 @@ struct SlTlsTrust {
 
 struct SlTls {
   SSL *ssl;
-  int fd;
-  int err;      // errno of the BIO's last failed socket call, 0 none
+  int64_t s;
+  int32_t err;  // system error of the BIO's last failed socket call, 0 none
   bool broken;  // a fatal error happened: no closing alert may be sent
 };
 
@@ -54,34 +55,35 @@ void say_queue(char *why, size_t whyl, const char *what) {
 }
 
 // ------------------------------------------------------------ socket BIO
-int bio_write(BIO *b, const char *buf, int len) {
+// One transfer through the sockets' table (so that test builds can fail,
+// interrupt or stall it as they do the plain sockets): the count, or -1 with
+// the retry flag set when nothing could move now, or with the error kept.
+template <class Transfer>
+int bio_transfer(BIO *b, bool write, Transfer op) {
   auto *t = static_cast<SlTls *>(BIO_get_data(b));
   BIO_clear_retry_flags(b);
   for (;;) {
-    ssize_t k = send(t->fd, buf, static_cast<size_t>(len), MSG_NOSIGNAL);
-    if (k >= 0) return static_cast<int>(k);
-    if (errno == EINTR) continue;
-    if (errno == EAGAIN || errno == EWOULDBLOCK)
+    int64_t k = op(t->s);
+    if (k > 0 || (k == 0 && !write)) return static_cast<int>(k);
+    int32_t err = k == 0 ? SL_ERR_AGAIN : slerrno();  // a send that took nothing had no room
+    if (err == SL_ERR_INTR) continue;
+    if (err != SL_ERR_AGAIN)
+      t->err = err;
+    else if (write)
       BIO_set_retry_write(b);
     else
-      t->err = errno;
+      BIO_set_retry_read(b);
     return -1;
   }
 }
 
+// The table's send never raises SIGPIPE.
+int bio_write(BIO *b, const char *buf, int len) {
+  return bio_transfer(b, true, [&](int64_t s) { return socket_os().send(s, buf, static_cast<size_t>(len)); });
+}
+
 int bio_read(BIO *b, char *buf, int len) {
-  auto *t = static_cast<SlTls *>(BIO_get_data(b));
-  BIO_clear_retry_flags(b);
-  for (;;) {
-    ssize_t k = recv(t->fd, buf, static_cast<size_t>(len), 0);
-    if (k >= 0) return static_cast<int>(k);
-    if (errno == EINTR) continue;
-    if (errno == EAGAIN || errno == EWOULDBLOCK)
-      BIO_set_retry_read(b);
-    else
-      t->err = errno;
-    return -1;
-  }
+  return bio_transfer(b, false, [&](int64_t s) { return socket_os().recv(s, buf, static_cast<size_t>(len)); });
 }
 
 long bio_ctrl(BIO *, int cmd, long, void *) { return cmd == BIO_CTRL_FLUSH ? 1 : 0; }
@@ -115,7 +117,7 @@ int64_t settle(SlTls *t, int r, int32_t ms, char *why, size_t whyl) {
   int e = SSL_get_error(t->ssl, r);
   if (e == SSL_ERROR_WANT_READ || e == SSL_ERROR_WANT_WRITE) {
     ERR_clear_error();
-    int32_t w = slsckwait(t->fd, e == SSL_ERROR_WANT_WRITE, ms);
+    int32_t w = slsckwait(t->s, e == SSL_ERROR_WANT_WRITE, ms);
     return w > 0 ? kAgain : w == 0 ? SL_SCK_TIMEOUT : SL_SCK_ERR;
   }
   if (e == SSL_ERROR_ZERO_RETURN) {
@@ -207,7 +209,7 @@ int64_t slsslopen(SlTlsTrust *trust, int64_t s, const char *host, int32_t ms, Sl
     return SL_SCK_ERR;
   }
   t->ssl = ssl;
-  t->fd = static_cast<int>(s);
+  t->s = s;
   BIO_set_data(bio, t);
   SSL_set_bio(ssl, bio, bio);
 
@@ -280,14 +282,14 @@ int64_t slsslrecv(SlTls *t, void *buf, size_t n, int32_t ms, char *why, size_t w
 
 int32_t slsslidle(SlTls *t) noexcept {
   if (t->broken) return 0;
-  if (slsckidle(t->fd)) return 1;
+  if (slsckidle(t->s)) return 1;
   // Something came: a session ticket is no reason to give the connection
   // up; application data, a closing alert or the end of the stream are.
   char c;
   int r = SSL_peek(t->ssl, &c, 1);
   int e = r > 0 ? SSL_ERROR_NONE : SSL_get_error(t->ssl, r);
   ERR_clear_error();
-  return e == SSL_ERROR_WANT_READ && slsckidle(t->fd) ? 1 : 0;
+  return e == SSL_ERROR_WANT_READ && slsckidle(t->s) ? 1 : 0;
 }
 
 int32_t slsslversion(const SlTls *t) noexcept { return SSL_version(t->ssl) == TLS1_3_VERSION ? 13 : 12; }

@@ -1,6 +1,6 @@
 // Dynamic libraries on Windows (loader_impl.h): LoadLibraryA, GetProcAddress
-// and FreeLibrary. The system keeps only an error number, so the text of the
-// thread's last failure is made and kept here.
+// and FreeLibrary. The system keeps only an error number, so the text of a
+// failure is made from it and the name of what failed.
 #include <windows.h>
 
 #include <cstdio>
@@ -11,45 +11,32 @@
 
 namespace {
 
-thread_local char t_last[320];
-
-// "<what>: <the system's text>" as the thread's last failure; the system
-// error stays as it was for slerrno.
-void keep(const char *what) noexcept {
-  DWORD e = GetLastError();
-  char text[256];
-  sl_internal::os_error_text(static_cast<int32_t>(e), text, sizeof text);
-  snprintf(t_last, sizeof t_last, "%s: %s", what, text);
-  SetLastError(e);
-}
-
 void *l_open(const char *file) {
   // No message box for a missing or damaged library: the caller is told.
   UINT old = SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
   HMODULE h = LoadLibraryA(file);
-  if (h == nullptr) keep(file);
+  DWORD e = GetLastError();
   SetErrorMode(old);
+  SetLastError(e);
   return reinterpret_cast<void *>(h);
 }
 
 void *l_sym(void *lib, const char *name) {
-  FARPROC p = GetProcAddress(static_cast<HMODULE>(lib), name);
-  if (p == nullptr) keep(name);
-  return reinterpret_cast<void *>(p);
+  return reinterpret_cast<void *>(GetProcAddress(static_cast<HMODULE>(lib), name));
 }
 
-int32_t l_close(void *lib) {
-  if (FreeLibrary(static_cast<HMODULE>(lib))) return 0;
-  keep("FreeLibrary");
-  return -1;
-}
+int32_t l_close(void *lib) { return FreeLibrary(static_cast<HMODULE>(lib)) ? 0 : -1; }
 
-size_t l_error(char *buf, size_t len) {
-  size_t n = strlen(t_last);
-  if (n >= len) n = len - 1;
-  memcpy(buf, t_last, n);
-  buf[n] = '\0';
-  return n;
+// "<what>: <the system's text>"; the system error stays as it was for
+// slerrno.
+size_t l_error(const char *what, char *buf, size_t len) {
+  DWORD e = GetLastError();
+  char text[256];
+  sl_internal::os_error_text(static_cast<int32_t>(e), text, sizeof text);
+  int n = snprintf(buf, len, "%s: %s", what, text);
+  SetLastError(e);
+  if (n < 0) return 0;
+  return static_cast<size_t>(n) < len ? static_cast<size_t>(n) : len - 1;
 }
 
 }  // namespace

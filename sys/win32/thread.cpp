@@ -1,15 +1,16 @@
 // Threads and synchronisation on Windows (thread_impl.h): threads started
-// through the C runtime, TLS slots, WaitOnAddress for the lock word, and the
-// kernel's own semaphores and events, whose waits count time on a clock that
-// the wall clock does not move.
+// through the C runtime, TLS slots, the system's critical sections
+// (cslock_impl.h), and the kernel's own semaphores and events, whose waits
+// count time on a clock that the wall clock does not move.
 //
-// Sections: threads; thread-local storage; word waiting; semaphores and
+// Sections: threads; thread-local storage; critical sections; semaphores and
 // events; the table.
 #include <windows.h>
 #include <process.h>
 
 #include <cerrno>
 
+#include "sys/cslock_impl.h"
 #include "sys/thread_impl.h"
 
 namespace {
@@ -125,15 +126,58 @@ void NTAPI tls_callback(PVOID, DWORD reason, PVOID) {
 // pointer placed in the .CRT$XL? sections.
 extern "C" __attribute__((section(".CRT$XLK"), used)) const PIMAGE_TLS_CALLBACK kel_tls_callback = tls_callback;
 
+// -------------------------------------------------------- critical sections
+
+namespace sl_internal {
+
+// An slcs holds a CRITICAL_SECTION in its first bytes.
+static_assert(sizeof(CRITICAL_SECTION) <= sizeof(slcs) && alignof(CRITICAL_SECTION) <= alignof(slcs),
+              "slcs cannot hold a CRITICAL_SECTION");
+
 namespace {
 
-// ------------------------------------------------------------- word waiting
+CRITICAL_SECTION *cs_of(slcs *cs) noexcept { return reinterpret_cast<CRITICAL_SECTION *>(cs->opaque); }
 
-void t_word_wait(std::atomic<uint32_t> *word, uint32_t expect) {
-  WaitOnAddress(reinterpret_cast<volatile VOID *>(word), &expect, sizeof expect, INFINITE);
+// Rounds of spinning before a waiter sleeps: the heap holds its section for
+// well under a microsecond, so most waits end without the kernel.
+constexpr DWORD kSpins = 100;
+
+}  // namespace
+
+void cs_init(slcs *cs) noexcept {
+  // Without debug information the section allocates nothing, so a section
+  // that is never deleted (the environment's lock) leaks nothing. Cannot
+  // fail on any Windows this library runs on.
+  InitializeCriticalSectionEx(cs_of(cs), kSpins, CRITICAL_SECTION_NO_DEBUG_INFO);
 }
 
-void t_word_wake(std::atomic<uint32_t> *word) { WakeByAddressSingle(reinterpret_cast<PVOID>(word)); }
+void cs_enter(slcs *cs) noexcept { EnterCriticalSection(cs_of(cs)); }
+
+bool cs_try(slcs *cs) noexcept {
+  CRITICAL_SECTION *c = cs_of(cs);
+  if (!TryEnterCriticalSection(c)) return false;
+  // The system's sections are recursive; the library's are not, so the
+  // holder's second try gives the section back and fails.
+  if (c->RecursionCount > 1) {
+    LeaveCriticalSection(c);
+    return false;
+  }
+  return true;
+}
+
+void cs_leave(slcs *cs) noexcept { LeaveCriticalSection(cs_of(cs)); }
+
+bool cs_destroy(slcs *cs) noexcept {
+  CRITICAL_SECTION *c = cs_of(cs);
+  // A section with an owner is in use: refuse, as the lock word does.
+  if (c->OwningThread != nullptr) return false;
+  DeleteCriticalSection(c);
+  return true;
+}
+
+}  // namespace sl_internal
+
+namespace {
 
 // --------------------------------------------------- semaphores and events
 
@@ -187,8 +231,6 @@ const ThreadOps kThreadOs = {
     .tls_delete = t_tls_delete,
     .tls_get = t_tls_get,
     .tls_set = t_tls_set,
-    .word_wait = t_word_wait,
-    .word_wake = t_word_wake,
     .sem_create = t_sem_create,
     .sem_wait = t_sem_wait,
     .sem_release = t_sem_release,

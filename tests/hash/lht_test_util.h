@@ -84,6 +84,57 @@ inline int32_t str_cmp(const void *a, const void *b, void *) {
   return std::strcmp(static_cast<const char *>(a), static_cast<const char *>(b));
 }
 
+// The three kinds behind one face: key n is the integer n (kInt) or the
+// text at s (kStr, and kArb with strings as arbitrary keys).
+enum KindIx { kInt, kStr, kArb };
+inline const char *kind_name(int k) { return k == kInt ? "int" : k == kStr ? "str" : "arb"; }
+
+inline LhtTable *make(int kind, lcorectx *ctx, uint32_t size, const LhtMem *mem, uint32_t chunk_limit = 0,
+                      LhtArbHashFn h = fnv_hash) {
+  auto k = kind == kInt ? lht_internal::Kind::Int : kind == kStr ? lht_internal::Kind::Str : lht_internal::Kind::Arb;
+  return static_cast<LhtTable *>(lht_internal::create(k, ctx, nullptr, size, mem, kind == kArb ? h : nullptr,
+                                                      kind == kArb ? str_cmp : nullptr, nullptr, chunk_limit));
+}
+
+struct Kinds {
+  int kind;
+  LhtTable *t = nullptr;
+  int32_t insert(uint32_t n, const char *s, void *v) const {
+    return kind == kInt ? LhtIntInsert(t, n, v) : kind == kStr ? LhtStrInsert(t, s, v) : LhtArbInsert(t, s, v);
+  }
+  int32_t remove(uint32_t n, const char *s, void **v) const {
+    return kind == kInt ? LhtIntRemove(t, n, v) : kind == kStr ? LhtStrRemove(t, s, v) : LhtArbRemove(t, s, v);
+  }
+  int32_t search(uint32_t n, const char *s, void **v) const {
+    return kind == kInt ? LhtIntSearch(t, n, v) : kind == kStr ? LhtStrSearch(t, s, v) : LhtArbSearch(t, s, v);
+  }
+  // The probe function: LHT_FOUND with the slot's value in *v, or LHT_NOTFOUND.
+  int32_t probe(uint32_t n, const char *s, uint32_t *slotno, void **v) const {
+    LhtIntSlot *is = nullptr;
+    LhtStrSlot *ss = nullptr;
+    LhtArbSlot *as = nullptr;
+    int32_t rc = kind == kInt   ? LhtInqGetIndex(t, n, slotno, &is)
+                 : kind == kStr ? LhtStqGetIndex(t, s, slotno, &ss)
+                                : LhtArqGetIndex(t, s, slotno, &as);
+    if (rc == LHT_FOUND && v != nullptr) *v = is ? is->value : ss ? ss->value : as->value;
+    return rc;
+  }
+  // The next entry of an iteration; the key in *n or *s.
+  int32_t yield(uint32_t *n, const char **s, void **v, uint32_t *pos) const {
+    if (kind == kInt) return LhtIntYield(t, n, v, pos);
+    const void *a = nullptr;
+    int32_t rc = kind == kStr ? LhtStrYield(t, s, v, pos) : LhtArbYield(t, &a, v, pos);
+    if (kind == kArb) *s = static_cast<const char *>(a);
+    return rc;
+  }
+  int32_t begin() const { return kind == kInt ? LhtIntBeginIter(t) : kind == kStr ? LhtStrBeginIter(t) : LhtArbBeginIter(t); }
+  int32_t end() const { return kind == kInt ? LhtIntEndIter(t) : kind == kStr ? LhtStrEndIter(t) : LhtArbEndIter(t); }
+  int32_t destroy() const { return kind == kInt ? LhtIntDestroy(t) : kind == kStr ? LhtStrDestroy(t) : LhtArbDestroy(t); }
+  int32_t resize(uint32_t ix) const {
+    return kind == kInt ? LhtInqResize(t, ix) : kind == kStr ? LhtStqResize(t, ix) : LhtArqResize(t, ix);
+  }
+};
+
 }  // namespace lht_test
 
 #endif

@@ -30,26 +30,20 @@ using namespace lht_test;
 
 namespace {
 
-enum class K { Int, Str, Arb };
-
 constexpr uint32_t kToggled = 1500, kStable = 300, kNever = 300;
 constexpr uint32_t kWriters = 2, kReaders = 2, kPhases = 6, kOpsPerPhase = 1500;
 
 void *val(uint32_t k, uint32_t v) { return reinterpret_cast<void *>((uintptr_t{k} << 32) | v); }
 
-struct Race {
-  K kind;
-  LhtTable *t;
+struct Race : Kinds {
   std::vector<std::atomic<uint32_t>> ver = std::vector<std::atomic<uint32_t>>(kToggled);
   std::vector<std::unique_ptr<char[]>> stored = std::vector<std::unique_ptr<char[]>>(kToggled + kStable);
 
   static void text(uint32_t k, char (&buf)[16]) { std::snprintf(buf, sizeof buf, "k%u", k); }
   // A fresh heap copy of key k's text, kept while the key is in the table.
   const char *keep(uint32_t k) {
-    char b[16];
-    text(k, b);
     stored[k].reset(new char[16]);
-    std::snprintf(stored[k].get(), 16, "%s", b);
+    std::snprintf(stored[k].get(), 16, "k%u", k);
     return stored[k].get();
   }
   uint32_t version(uint32_t k) const {
@@ -58,53 +52,36 @@ struct Race {
 
   // Inserts key k; `dup`: it is present, so the key passed is a temporary.
   int32_t insert(uint32_t k, void *v, bool dup = false) {
-    if (kind == K::Int) return LhtIntInsert(t, k, v);
     char b[16];
     text(k, b);
-    const char *s = dup ? b : keep(k);
-    return kind == K::Str ? LhtStrInsert(t, s, v) : LhtArbInsert(t, s, v);
+    return Kinds::insert(k, kind == kInt ? nullptr : dup ? b : keep(k), v);
   }
   int32_t remove(uint32_t k, void **v) {
     char b[16];
     text(k, b);
-    return kind == K::Int ? LhtIntRemove(t, k, v) : kind == K::Str ? LhtStrRemove(t, b, v) : LhtArbRemove(t, b, v);
+    return Kinds::remove(k, b, v);
   }
   // Search (or the probe function): 1 found, 0 not found, -1 anything else.
   int read(uint32_t k, bool probe, void **v) {
     char b[16];
     text(k, b);
-    int32_t rc;
-    if (probe) {
-      rc = kind == K::Int   ? LhtInqGetIndex(t, k, nullptr, nullptr)
-           : kind == K::Str ? LhtStqGetIndex(t, b, nullptr, nullptr)
-                            : LhtArqGetIndex(t, b, nullptr, nullptr);
-      return rc == LHT_FOUND ? 1 : rc == LHT_NOTFOUND ? 0 : -1;
-    }
-    rc = kind == K::Int ? LhtIntSearch(t, k, v) : kind == K::Str ? LhtStrSearch(t, b, v) : LhtArbSearch(t, b, v);
-    return rc == 1 ? 1 : rc == -LHT_ERR_NOKEY ? 0 : -1;
+    int32_t rc = probe ? Kinds::probe(k, b, nullptr, nullptr) : search(k, b, v);
+    return rc == (probe ? LHT_FOUND : 1) ? 1 : rc == (probe ? LHT_NOTFOUND : -LHT_ERR_NOKEY) ? 0 : -1;
   }
   // Every entry, by an iteration (writers are refused meanwhile); -1 on a
   // key seen twice. `more` counts further errors before the iteration ends.
   template <class More>
   int walk(std::map<uint32_t, void *> &out, More more) {
-    if ((kind == K::Int ? LhtIntBeginIter(t) : kind == K::Str ? LhtStrBeginIter(t) : LhtArbBeginIter(t)) != 0) return -1;
+    if (begin() != 0) return -1;
     uint32_t pos = 0, k;
     void *v;
     int bad = 0;
-    for (;;) {
-      const char *s = nullptr;
-      const void *a = nullptr;
-      int32_t rc = kind == K::Int   ? LhtIntYield(t, &k, &v, &pos)
-                   : kind == K::Str ? LhtStrYield(t, &s, &v, &pos)
-                                    : LhtArbYield(t, &a, &v, &pos);
-      if (rc != 1) break;
-      if (kind == K::Arb) s = static_cast<const char *>(a);
+    for (const char *s = nullptr; yield(&k, &s, &v, &pos) == 1; s = nullptr) {
       if (s != nullptr) k = static_cast<uint32_t>(std::stoul(s + 1));
       bad += !out.emplace(k, v).second;
     }
     bad += more(out);
-    int32_t end = kind == K::Int ? LhtIntEndIter(t) : kind == K::Str ? LhtStrEndIter(t) : LhtArbEndIter(t);
-    return bad == 0 && end == 1 ? 0 : -1;
+    return bad == 0 && end() == 1 ? 0 : -1;
   }
 };
 
@@ -126,25 +103,21 @@ bool plausible(uint32_t k, uint32_t v1, uint32_t v2, int found, const void *v, b
 
 TEST(LhtThreads, ReadsRaceChangesAndResizes) {
   struct Row {
-    K kind;
+    int kind;
     uint32_t chunk;  // slots per chunk (0: one chunk)
     bool heap;       // slot storage on a memory-manager heap shared by the threads
   };
-  const Row rows[] = {{K::Int, 0, false}, {K::Str, 0, true},   {K::Arb, 0, false},
-                      {K::Int, 40, true}, {K::Str, 40, false}, {K::Arb, 40, false}};
+  const Row rows[] = {{kInt, 0, false}, {kStr, 0, true},   {kArb, 0, false},
+                      {kInt, 40, true}, {kStr, 40, false}, {kArb, 40, false}};
   lcorectx *ctx = lib();
   for (const Row &row : rows) {
-    SCOPED_TRACE(std::to_string(static_cast<int>(row.kind)) + " chunk " + std::to_string(row.chunk) +
+    SCOPED_TRACE(std::string(kind_name(row.kind)) + " chunk " + std::to_string(row.chunk) +
                  (row.heap ? " heap" : ""));
     lmmheap *heap = nullptr;
     if (row.heap)
       ASSERT_EQ(lmmhpinit(ctx->lmmctx, &heap, lmmtophp(ctx->lmmctx), 0, nullptr, "lht race", __LINE__, nullptr), 0);
     LhtMem mem{heap, nullptr, nullptr, nullptr};
-    auto kind = row.kind == K::Int ? lht_internal::Kind::Int : row.kind == K::Str ? lht_internal::Kind::Str
-                                                                                   : lht_internal::Kind::Arb;
-    Race race{row.kind, static_cast<LhtTable *>(lht_internal::create(
-                            kind, ctx, nullptr, 1, &mem, row.kind == K::Arb ? slow_hash : nullptr,
-                            row.kind == K::Arb ? str_cmp : nullptr, nullptr, row.chunk))};
+    Race race{{row.kind, make(row.kind, ctx, 1, &mem, row.chunk, slow_hash)}};
     ASSERT_NE(race.t, nullptr);
     for (uint32_t k = kToggled; k < kToggled + kStable; ++k) ASSERT_EQ(race.insert(k, val(k, 2)), 1);
 
@@ -234,9 +207,7 @@ TEST(LhtThreads, ReadsRaceChangesAndResizes) {
     }
     EXPECT_EQ(lht_internal::table_count(race.t), 0u);
     EXPECT_EQ(lht_internal::table_size(race.t), 11u);
-    EXPECT_EQ(row.kind == K::Int ? LhtIntDestroy(race.t) : row.kind == K::Str ? LhtStrDestroy(race.t)
-                                                                               : LhtArbDestroy(race.t),
-              1);
+    EXPECT_EQ(race.destroy(), 1);
     if (heap != nullptr) EXPECT_EQ(lmmhpfree(ctx->lmmctx, heap, 0), 0);
   }
 }

@@ -196,28 +196,11 @@ TEST_F(Grammar, EachRuleReducesOnItsExample) {
     int rule;
     std::vector<int> in;
   } cases[] = {
-      {0, {}},
-      {1, {STR}},
-      {2, {STR, QS}},
-      {3, {ID, EQ, STR}},
-      {4, {ID, EQ, STR}},
-      {5, {STR}},
-      {6, {ID, EQ, STR, ID, EQ, QS}},
-      {7, {DASH, FLAG, STR, STR}},
-      {8, {ID, EQ, STR}},
-      {9, {ID, EQ, STR, STR}},
-      {10, {DASH, FLAG}},
-      {11, {DASH, FLAG}},
-      {12, {DASH, KEY, STR}},
-      {13, {DASH, KEY, QS}},
-      {14, {DASH, KEY, EQ, STR}},
-      {15, {STR, STR}},
-      {16, {STR}},
-      {17, {STR, COM}},
-      {18, {QS}},
-      {19, {STR}},
-      {20, {QS}},
-      {21, {LP, STR, LP, QS, RP, RP}},
+      {0, {}}, {1, {STR}}, {2, {STR, QS}}, {3, {ID, EQ, STR}}, {4, {ID, EQ, STR}}, {5, {STR}},
+      {6, {ID, EQ, STR, ID, EQ, QS}}, {7, {DASH, FLAG, STR, STR}}, {8, {ID, EQ, STR}}, {9, {ID, EQ, STR, STR}},
+      {10, {DASH, FLAG}}, {11, {DASH, FLAG}}, {12, {DASH, KEY, STR}}, {13, {DASH, KEY, QS}},
+      {14, {DASH, KEY, EQ, STR}}, {15, {STR, STR}}, {16, {STR}}, {17, {STR, COM}}, {18, {QS}}, {19, {STR}},
+      {20, {QS}}, {21, {LP, STR, LP, QS, RP, RP}},
   };
   for (const Case &c : cases) {
     Feed f;

@@ -1,5 +1,6 @@
-// The system layer: memory, waits, thread identifiers, TLS, environment,
-// loader and clocks, checked against the C library and std:: equivalents.
+// The system layer: memory, waits, threads and their identifiers, TLS,
+// environment, loader and clocks, checked against the C library and std::
+// equivalents.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -80,6 +81,17 @@ TEST(SysFault, ArmedWindowRefusesExactlyThoseRequests) {
   EXPECT_EQ(slfwrite(h, "x", 1), -1);
   EXPECT_EQ(slfclass(slerrno()), SLF_E_NOSPACE);
   EXPECT_EQ(slfwrite(h, "x", 1), 1);
+  // Every refused request fails with exactly -1.
+  char c;
+  sltstid tid;
+  sltlskey key;
+  const int32_t points[] = {SL_FAULT_FILE_READ, SL_FAULT_FILE_OTHER, SL_FAULT_TID, SL_FAULT_TLS};
+  for (int32_t p : points) ASSERT_EQ(slfaultarm(p, 1, 1), 0);
+  EXPECT_EQ(slfread(h, &c, 1), -1);
+  EXPECT_EQ(slfremove("kel-no-such-file"), -1);
+  EXPECT_EQ(sltstidinit(nullptr, &tid), -1);
+  EXPECT_EQ(sltlscreate(&key, nullptr), -1);
+  for (int32_t p : points) EXPECT_EQ(slfaulthits(p), 1) << p;
   EXPECT_EQ(slfclose(h), 0);
   EXPECT_EQ(slfstd(-1), -1);
   EXPECT_EQ(slfstd(3), -1);
@@ -110,29 +122,15 @@ TEST(SysFault, ArmedWindowRefusesExactlyThoseRequests) {
   ss_mem_fre(a);
 }
 
-TEST(SysSync, SemaphoreCountsToItsMaximumAndTimesOut) {
-  slsem *s = slsemcreate(1, 3);
+// Counts up to its maximum and no further; a release of many wakes that
+// many waiters; waits time out in their time.
+TEST(SysSync, SemaphoresCountWakeAndTimeOut) {
+  slsem *s = slsemcreate(1, 6);
   ASSERT_NE(s, nullptr);
   EXPECT_EQ(slsemwait(s, 0), SL_WAIT_OK);
-  EXPECT_EQ(slsemwait(s, 0), SL_WAIT_TIMEOUT);
   uint64_t t0 = slmonons();
   EXPECT_EQ(slsemwait(s, 30), SL_WAIT_TIMEOUT);
   EXPECT_GE(slmonons() - t0, 29'000'000u);
-  EXPECT_EQ(slsemrelease(s, 3), 0);
-  EXPECT_EQ(slsemrelease(s, 1), -1);
-  EXPECT_EQ(slerrno(), SL_ERR_LIMIT);
-  EXPECT_EQ(slsemrelease(s, 0), -1);
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(slsemwait(s, SL_INFINITE), SL_WAIT_OK);
-  EXPECT_EQ(slsemwait(s, 0), SL_WAIT_TIMEOUT);
-  EXPECT_EQ(slsemclose(s), 0);
-  EXPECT_EQ(slsemcreate(2, 1), nullptr);
-  EXPECT_EQ(slsemcreate(-1, 1), nullptr);
-  EXPECT_EQ(slsemwait(nullptr, 0), SL_WAIT_FAILED);
-}
-
-TEST(SysSync, SemaphoreReleaseOfManyWakesThatMany) {
-  slsem *s = slsemcreate(0, 0x7FFFFFFF);
-  ASSERT_NE(s, nullptr);
   std::atomic<int> woke{0};
   std::vector<std::thread> ts;
   for (int i = 0; i < 6; ++i)
@@ -143,8 +141,16 @@ TEST(SysSync, SemaphoreReleaseOfManyWakesThatMany) {
   ASSERT_EQ(slsemrelease(s, 2), 0);
   for (auto &t : ts) t.join();
   EXPECT_EQ(woke.load(), 6);
+  EXPECT_EQ(slsemrelease(s, 6), 0);
+  EXPECT_EQ(slsemrelease(s, 1), -1);
+  EXPECT_EQ(slerrno(), SL_ERR_LIMIT);
+  EXPECT_EQ(slsemrelease(s, 0), -1);
+  for (int i = 0; i < 6; ++i) EXPECT_EQ(slsemwait(s, SL_INFINITE), SL_WAIT_OK);
   EXPECT_EQ(slsemwait(s, 0), SL_WAIT_TIMEOUT);
-  slsemclose(s);
+  EXPECT_EQ(slsemclose(s), 0);
+  EXPECT_EQ(slsemcreate(2, 1), nullptr);
+  EXPECT_EQ(slsemcreate(-1, 1), nullptr);
+  EXPECT_EQ(slsemwait(nullptr, 0), SL_WAIT_FAILED);
 }
 
 TEST(SysSync, EventsResetManuallyOrByThemselves) {
@@ -177,36 +183,73 @@ TEST(SysSync, EventsResetManuallyOrByThemselves) {
   EXPECT_EQ(slevclose(a), 0);
 }
 
-TEST(SysThreads, IdentifiersAreUniqueAndNeverReused) {
-  sltsctx *ts = sltsini();
+// Started threads hand back their results, and every thread (started here
+// or not) has its own number, never reused, which the thread-services
+// identifiers carry.
+TEST(SysThreads, CreateJoinDetachAndIdentifiers) {
+  static sltsctx *ts;  // reached by the threads' body
+  ts = sltsini();
   ASSERT_NE(ts, nullptr);
   sltstid me, again;
   ASSERT_EQ(sltstidinit(ts, &me), 0);
   EXPECT_EQ(sltstidnull(ts, &me), 1);
-  sltstgi(ts, &me);
+  EXPECT_EQ(sltstgi(ts, &me), 0);
   sltstgi(ts, &again);
   EXPECT_EQ(sltstidnull(ts, &me), 0);
   EXPECT_EQ(sltstidcmp(ts, &me, &again), 1);
   EXPECT_EQ(sltstidcmp(ts, nullptr, &me), 0);
   EXPECT_EQ(me.id, slthrself());
 
-  std::set<uint64_t> seen{me.id};
-  for (int round = 0; round < 20; ++round) {
-    uint64_t id = 0;
-    std::thread([&] {
-      sltstid t;
-      sltstgi(ts, &t);
-      id = t.id;
-      EXPECT_EQ(sltstidcmp(ts, &t, &me), 0);
-    }).join();
-    EXPECT_TRUE(seen.insert(id).second) << "identifier " << id << " reused";
+  struct Arg {
+    int64_t in;
+    std::atomic<uint64_t> self{0};
+    sltstid tid{};
+  };
+  static auto body = [](void *p) -> void * {
+    auto *a = static_cast<Arg *>(p);
+    a->self = slthrself();
+    sltstgi(ts, &a->tid);
+    return reinterpret_cast<void *>(a->in * 2);
+  };
+  std::vector<Arg> args(16);
+  std::vector<sltthread *> threads;
+  for (size_t i = 0; i < args.size(); i++) {
+    args[i].in = static_cast<int64_t>(i) + 1;
+    threads.push_back(sltcreate(body, &args[i], i % 2 ? 0 : 128 * 1024));
+    ASSERT_NE(threads.back(), nullptr);
   }
+  std::set<uint64_t> seen{me.id};
+  for (size_t i = 0; i < threads.size(); i++) {
+    uint64_t id = sltid(threads[i]);
+    void *r = nullptr;
+    ASSERT_EQ(sltjoin(threads[i], &r), 0);
+    EXPECT_EQ(reinterpret_cast<int64_t>(r), args[i].in * 2);
+    EXPECT_EQ(id, args[i].self.load());
+    EXPECT_EQ(args[i].tid.id, id);
+    EXPECT_EQ(sltstidcmp(ts, &args[i].tid, &me), 0);
+    EXPECT_TRUE(seen.insert(id).second) << "thread number " << id << " reused";
+  }
+  std::thread([&] { EXPECT_TRUE(seen.insert(slthrself()).second) << "a foreign thread's number reused"; }).join();
+
+  // A detached thread runs to its end on its own.
+  static std::atomic<int> ran;
+  ran = 0;
+  sltthread *d = sltcreate([](void *) -> void * { ran++; return nullptr; }, nullptr, 0);
+  ASSERT_NE(d, nullptr);
+  ASSERT_EQ(sltdetach(d), 0);
+  while (ran.load() == 0) slsleepms(1);
+  if (slfaultarm(SL_FAULT_THREAD, 1, 1) == 0) {
+    EXPECT_EQ(sltcreate(body, &args[0], 0), nullptr);
+    slfaultreset();
+  }
+  EXPECT_EQ(sltcreate(nullptr, nullptr, 0), nullptr);
+  EXPECT_EQ(sltjoin(nullptr, nullptr), -1);
+
   sltstid copy;
   sltstidcpy(ts, &copy, &me);
   EXPECT_EQ(sltstidcmp(ts, &copy, &me), 1);
   EXPECT_EQ(sltstiddestroy(ts, &copy), 0);
   EXPECT_EQ(sltstidnull(ts, &copy), 1);
-
   sltsmx mx;
   ASSERT_EQ(sltsmxi(ts, &mx), 0);
   EXPECT_EQ(sltsmna(ts, &mx), 0);
@@ -262,6 +305,24 @@ TEST(SysEnvironment, SetGetTruncateUnset) {
   EXPECT_EQ(slsetenv("", "x", 1), -1);
   EXPECT_EQ(slsetenv(name, nullptr, 1), -1);
 }
+
+#ifndef _WIN32
+// The temporary directory follows TMPDIR, as the C library sees it, without
+// trailing slashes.
+TEST(SysEnvironment, TemporaryDirectoryFollowsTmpdir) {
+  char saved[4096], buf[4096];
+  int32_t had = slgetenv("TMPDIR", saved, sizeof saved);
+  const char *cases[][2] = {{nullptr, "/tmp"}, {"/var/tmp/", "/var/tmp"}, {"/x//", "/x"}, {"", "/tmp"}, {"/", "/"}};
+  for (auto &c : cases) {
+    ASSERT_EQ(c[0] ? slsetenv("TMPDIR", c[0], 1) : slunsetenv("TMPDIR"), 0);
+    const char *sys = getenv("TMPDIR");
+    EXPECT_STREQ(sys ? sys : "(unset)", c[0] ? c[0] : "(unset)") << "the C library disagrees";
+    ASSERT_GE(sltmpdir(buf, sizeof buf), 0);
+    EXPECT_STREQ(buf, c[1]) << (c[0] ? c[0] : "(unset)");
+  }
+  (void)(had >= 0 ? slsetenv("TMPDIR", saved, 1) : slunsetenv("TMPDIR"));
+}
+#endif
 
 TEST(SysLoader, FindsSymbolsAndReportsFailures) {
   void *lib = sldlopen(kel_test::kMathLibrary);

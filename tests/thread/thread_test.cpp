@@ -1,4 +1,5 @@
-// Threads, locks, the mutex registry and timers, stress-tested with
+// Recursive mutexes, read-write locks, the mutex registry and timers,
+// stress-tested with
 // invariants that a broken lock would violate (and ThreadSanitizer would
 // flag), under the watchdog so that a lock that hangs fails its test.
 #include <gtest/gtest.h>
@@ -10,7 +11,6 @@
 #include <cstring>
 #include <filesystem>
 #include <mutex>
-#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -27,53 +27,7 @@
 
 namespace {
 
-// ----------------------------------------------------------------- threads
-
-TEST(Threads, CreateJoinDetachAndIdentifiers) {
-  struct Arg {
-    int64_t in;
-    std::atomic<uint64_t> self{0};
-  };
-  static auto body = [](void *p) -> void * {
-    auto *a = static_cast<Arg *>(p);
-    a->self = slthrself();
-    return reinterpret_cast<void *>(a->in * 2);
-  };
-  std::vector<Arg> args(16);
-  std::vector<sltthread *> ts;
-  for (size_t i = 0; i < args.size(); i++) {
-    args[i].in = static_cast<int64_t>(i) + 1;
-    ts.push_back(sltcreate(body, &args[i], i % 2 ? 0 : 128 * 1024));
-    ASSERT_NE(ts.back(), nullptr);
-  }
-  std::vector<uint64_t> ids;
-  for (size_t i = 0; i < ts.size(); i++) {
-    uint64_t id = sltid(ts[i]);
-    void *r = nullptr;
-    ASSERT_EQ(sltjoin(ts[i], &r), 0);
-    EXPECT_EQ(reinterpret_cast<int64_t>(r), args[i].in * 2);
-    EXPECT_EQ(id, args[i].self.load());
-    EXPECT_NE(id, slthrself());
-    ids.push_back(id);
-  }
-  std::sort(ids.begin(), ids.end());
-  EXPECT_EQ(std::unique(ids.begin(), ids.end()), ids.end()) << "thread numbers repeat";
-
-  // A detached thread runs to its end on its own.
-  static std::atomic<int> ran;
-  ran = 0;
-  sltthread *d = sltcreate([](void *) -> void * { ran++; return nullptr; }, nullptr, 0);
-  ASSERT_NE(d, nullptr);
-  ASSERT_EQ(sltdetach(d), 0);
-  while (ran.load() == 0) slsleepms(1);
-
-  if (slfaultarm(SL_FAULT_THREAD, 1, 1) == 0) {
-    EXPECT_EQ(sltcreate(body, &args[0], 0), nullptr);
-    slfaultreset();
-  }
-  EXPECT_EQ(sltcreate(nullptr, nullptr, 0), nullptr);
-  EXPECT_EQ(sltjoin(nullptr, nullptr), -1);
-}
+// -------------------------------------------------------- recursive mutex
 
 TEST(Threads, RecursiveMutexCountsAndExcludes) {
   static sltsrmx m;
@@ -143,7 +97,7 @@ TEST_F(RwLocks, ManyReadersAndWritersKeepTheInvariants) {
     // Writers move both halves; a reader that sees them differ, or a writer
     // that finds anybody else inside, proves the lock broken.
     long a = 0, b = 0;
-    std::atomic<int> readers_in{0}, writers_in{0}, max_readers{0};
+    std::atomic<int> readers_in{0}, writers_in{0};
     std::atomic<long> bad{0}, reads{0};
     const int kWriters = 3, kReaders = 4, kWrites = 600;
     std::vector<std::thread> ts;
@@ -163,18 +117,18 @@ TEST_F(RwLocks, ManyReadersAndWritersKeepTheInvariants) {
     for (int r = 0; r < kReaders; r++)
       ts.emplace_back([&] {
         // At least one read each, even when a loaded machine starts the
-        // readers only after the writers are done.
+        // readers only after the writers are done; and no more than the
+        // writers write, since readers that never stop may keep writers out
+        // for good where readers go first.
+        int n = 0;
         do {
           ASSERT_EQ(rw.read(&lock), 0);
-          int in = readers_in.fetch_add(1) + 1;
-          int m = max_readers.load();
-          while (in > m && !max_readers.compare_exchange_weak(m, in)) {
-          }
+          readers_in.fetch_add(1);
           if (writers_in.load() != 0 || a != b) bad++;
           reads++;
           readers_in.fetch_sub(1);
           ASSERT_EQ(rw.unlock(&lock), 0);
-        } while (!stop.load());
+        } while (++n < kWrites && !stop.load());
       });
     for (int w = 0; w < kWriters; w++) ts[w].join();
     stop = true;
@@ -277,7 +231,6 @@ TEST_F(Registry, CyclesOfTwoAndThreeAreRefusedWithAReport) {
       std::vector<ltsmx *> mx;
       for (int i = 0; i < n; i++) mx.push_back(ltsmxnew(reg, ("M" + std::to_string(i)).c_str()));
       std::atomic<int> holding{0}, refused{0};
-      std::vector<std::pair<int32_t, std::string>> report(n);
       std::vector<std::thread> ts;
       for (int i = 0; i < n; i++)
         ts.emplace_back([&, i] {
@@ -287,24 +240,18 @@ TEST_F(Registry, CyclesOfTwoAndThreeAreRefusedWithAReport) {
           int32_t rc = ltsmxlock(reg, mx[(i + 1) % n]);
           if (rc == 0) {
             ltsmxunlock(reg, mx[(i + 1) % n]);
-            ltsmxunlock(reg, mx[i]);
           } else {
             EXPECT_EQ(rc, -1);
             refused++;
-            report[i] = newest();
-            EXPECT_EQ(report[i].second.rfind("thread " + std::to_string(slthrself()) + " waits for", 0), 0u)
-                << report[i].second;
-            ltsmxunlock(reg, mx[i]);  // breaks the cycle
+            auto [msg, text] = newest();
+            EXPECT_EQ(msg, kelmsg::LTS_DEADLOCK);
+            EXPECT_EQ(text.rfind("thread " + std::to_string(slthrself()) + " waits for", 0), 0u) << text;
+            for (int k = 0; k < n; k++) EXPECT_NE(text.find("\"M" + std::to_string(k) + "\""), std::string::npos) << text;
           }
+          ltsmxunlock(reg, mx[i]);  // a refused thread breaks the cycle
         });
       for (auto &t : ts) t.join();
       EXPECT_EQ(refused.load(), 1) << n << " threads, round " << round;
-      for (auto &r : report) {
-        if (r.first == 0) continue;
-        EXPECT_EQ(r.first, kelmsg::LTS_DEADLOCK);
-        for (int i = 0; i < n; i++)
-          EXPECT_NE(r.second.find("\"M" + std::to_string(i) + "\""), std::string::npos) << r.second;
-      }
       for (auto *m : mx) {
         EXPECT_EQ(ltsmxowner(reg, m), 0u);
         EXPECT_EQ(ltsmxfree(reg, m), 0);
@@ -347,129 +294,81 @@ TEST_F(Registry, OwnershipMistakesAreRefused) {
   EXPECT_EQ(ltsmxfree(reg, nullptr), -1);
 }
 
-// Threads take random pairs in random order; a refusal backs off and
-// retries. Everything finishes, and the guarded counters lose nothing.
-TEST_F(Registry, RandomOrdersNeverHang) {
-  const int kMx = 4, kThreads = 4, kIters = 1500;
-  std::vector<ltsmx *> mx;
-  for (int i = 0; i < kMx; i++) mx.push_back(ltsmxnew(reg, ("R" + std::to_string(i)).c_str()));
-  std::vector<long> guarded(kMx, 0);
-  std::atomic<long> refusals{0};
-  std::vector<std::thread> ts;
-  for (int t = 0; t < kThreads; t++)
-    ts.emplace_back([&, t] {
-      std::mt19937 rng(t * 7 + 1);
-      for (int i = 0; i < kIters; i++) {
-        int x = static_cast<int>(rng() % kMx), y = static_cast<int>(rng() % kMx);
-        if (x == y) y = (x + 1) % kMx;
-        for (;;) {
-          ASSERT_EQ(ltsmxlock(reg, mx[x]), 0);
-          if (ltsmxlock(reg, mx[y]) == 0) break;
-          refusals++;
-          lemces(lem);
-          ltsmxunlock(reg, mx[x]);
-          std::this_thread::yield();
-        }
-        guarded[x]++;
-        guarded[y]++;
-        ltsmxunlock(reg, mx[y]);
-        ltsmxunlock(reg, mx[x]);
-      }
-    });
-  for (auto &t : ts) t.join();
-  long total = 0;
-  for (long g : guarded) total += g;
-  EXPECT_EQ(total, 2L * kThreads * kIters);
-  for (auto *m : mx) EXPECT_EQ(ltsmxfree(reg, m), 0);
-}
-
 // ------------------------------------------------------------------ timers
 
-TEST(Timers, OneShotsFireInDueOrder) {
+// Timer callbacks note the time they ran.
+struct Log {
+  std::mutex m;
+  std::vector<std::pair<int, uint64_t>> runs;  // (id, ltmnow)
+};
+struct Shot {
+  Log *log;
+  int id;
+};
+void note(void *p) {
+  auto *s = static_cast<Shot *>(p);
+  std::lock_guard<std::mutex> l(s->log->m);
+  s->log->runs.push_back({s->id, ltmnow()});
+}
+
+// One-shots fire once, never early, in due order when their due windows do
+// not overlap; a periodic timer (id 8, 25 ms) keeps the schedule
+// start + k * period, skipping beats it missed rather than bunching them.
+TEST(Timers, OneShotsInDueOrderAndPeriodicOnSchedule) {
   ltmctx *tc = ltmini();
   ASSERT_NE(tc, nullptr);
-  struct Shot {
-    std::mutex *m;
-    std::vector<int> *order;
-    int id;
-  };
-  std::mutex m;
-  std::vector<int> order;
-  const uint64_t delays_ms[] = {120, 20, 80, 40, 160, 60, 100, 140};
+  Log log;
+  const uint64_t delay_ms[] = {120, 20, 80, 40, 160, 60, 100, 140, 25};
   std::vector<Shot> shots;
-  for (int i = 0; i < 8; i++) shots.push_back({&m, &order, i});
+  for (int i = 0; i < 9; i++) shots.push_back({&log, i});
   std::vector<ltmtimer *> tms;
-  // Each due time lies between (before, after) of its start call plus the
-  // delay; two timers whose windows do not overlap must fire in due order,
-  // however late the machine lets the main thread run.
-  std::vector<uint64_t> lo(8), hi(8);
-  uint64_t t0 = ltmnow();
-  for (int i = 0; i < 8; i++) {
-    lo[i] = ltmnow() + delays_ms[i] * 1000000;
-    tms.push_back(ltmstart(tc, delays_ms[i] * 1000, 0,
-                           [](void *p) {
-                             auto *s = static_cast<Shot *>(p);
-                             std::lock_guard<std::mutex> l(*s->m);
-                             s->order->push_back(s->id);
-                           },
-                           &shots[i]));
-    hi[i] = ltmnow() + delays_ms[i] * 1000000;
+  // Each due time lies between (lo, hi): before and after its start call.
+  std::vector<uint64_t> lo(9), hi(9);
+  for (int i = 0; i < 9; i++) {
+    lo[i] = ltmnow() + delay_ms[i] * 1000000;
+    tms.push_back(ltmstart(tc, delay_ms[i] * 1000, i == 8 ? 25000 : 0, note, &shots[i]));
+    ASSERT_NE(tms.back(), nullptr);
+    hi[i] = ltmnow() + delay_ms[i] * 1000000;
   }
-  for (;;) {
-    {
-      std::lock_guard<std::mutex> l(m);
-      if (order.size() == 8) break;
+  auto fired = [&] {
+    std::lock_guard<std::mutex> l(log.m);
+    return std::count_if(log.runs.begin(), log.runs.end(), [](auto &r) { return r.first != 8; });
+  };
+  for (int i = 0; i < 4000 && (fired() < 8 || i < 200); i++) slsleepms(5);
+  ASSERT_EQ(ltmcancel(tc, tms[8]), 0);
+  uint64_t end = ltmnow();
+  std::lock_guard<std::mutex> l(log.m);
+  std::vector<int> pos(8, -1);
+  std::vector<uint64_t> beats;
+  for (size_t k = 0; k < log.runs.size(); k++) {
+    auto [id, at] = log.runs[k];
+    if (id == 8) {
+      beats.push_back(at);
+      continue;
     }
-    slsleepms(5);
+    EXPECT_EQ(pos[id], -1) << "timer " << id << " fired twice";
+    EXPECT_GE(at, lo[id]) << "timer " << id << " fired early";
+    pos[id] = static_cast<int>(k);
   }
-  EXPECT_GE(ltmelapsed(t0), 160u * 1000000u) << "a timer fired early";
-  std::vector<int> pos(8);
-  for (int k = 0; k < 8; k++) pos[order[k]] = k;
-  for (int i = 0; i < 8; i++)
+  for (int i = 0; i < 8; i++) {
+    EXPECT_NE(pos[i], -1) << "timer " << i << " never fired";
     for (int j = 0; j < 8; j++)
       if (hi[i] < lo[j]) EXPECT_LT(pos[i], pos[j]) << "timer " << i << " is due before " << j;
-  for (auto *tm : tms) {
-    EXPECT_EQ(ltmfired(tc, tm), 1u);
-    EXPECT_EQ(ltmcancel(tc, tm), 0);
+    EXPECT_EQ(ltmfired(tc, tms[i]), 1u);
+    EXPECT_EQ(ltmcancel(tc, tms[i]), 0);
   }
+  // A loaded machine only lowers the count of beats.
+  double expect = static_cast<double>(end - lo[8]) / 25e6 + 1;
+  EXPECT_GE(beats.size(), static_cast<size_t>(expect * 0.25));
+  EXPECT_LE(beats.size(), static_cast<size_t>(expect + 1));
+  for (size_t i = 0; i < beats.size(); i++)
+    EXPECT_GE(beats[i], lo[8] + i * 25000000u) << "beat " << i << " came early";
   EXPECT_EQ(ltmter(tc), 0);
 }
 
-TEST(Timers, PeriodicKeepsItsPeriod) {
-  ltmctx *tc = ltmini();
-  ASSERT_NE(tc, nullptr);
-  struct Beat {
-    std::mutex m;
-    std::vector<uint64_t> at;
-  } beat;
-  uint64_t t0 = ltmnow();
-  ltmtimer *tm = ltmstart(tc, 25000, 25000,
-                          [](void *p) {
-                            auto *b = static_cast<Beat *>(p);
-                            std::lock_guard<std::mutex> l(b->m);
-                            b->at.push_back(ltmnow());
-                          },
-                          &beat);
-  ASSERT_NE(tm, nullptr);
-  slsleepms(1000);
-  ASSERT_EQ(ltmcancel(tc, tm), 0);
-  uint64_t span = ltmelapsed(t0);
-  std::lock_guard<std::mutex> l(beat.m);
-  // Beats stay on the schedule t0 + k * 25 ms: a late beat delays nothing
-  // after it and missed beats are skipped, so beat i never comes before
-  // t0 + (i + 1) * 25 ms, and a loaded machine only lowers the count.
-  double expect = static_cast<double>(span) / 25e6;
-  EXPECT_GE(beat.at.size(), static_cast<size_t>(expect * 0.25));
-  EXPECT_LE(beat.at.size(), static_cast<size_t>(expect + 1));
-  for (size_t i = 0; i < beat.at.size(); i++)
-    EXPECT_GE(beat.at[i] - t0, (i + 1) * 25u * 1000000u) << "beat " << i << " came early";
-  if (beat.at.size() > 4) {
-    double mean = static_cast<double>(beat.at.back() - beat.at.front()) / (beat.at.size() - 1) / 1e6;
-    EXPECT_NEAR(mean, 25.0, 15.0);
-  }
-  EXPECT_EQ(ltmter(tc), 0);
-}
-
+// Cancel returns only once a running callback has finished, and nothing
+// runs after it; a callback may cancel its own timer; pending timers go
+// with the context.
 TEST(Timers, CancelIsImmediate) {
   ltmctx *tc = ltmini();
   ASSERT_NE(tc, nullptr);
@@ -482,7 +381,7 @@ TEST(Timers, CancelIsImmediate) {
     slsleepms(40);
     s->out++;
   };
-  for (int round = 0; round < 5; round++) {
+  for (int round = 0; round < 3; round++) {
     ltmtimer *tm = ltmstart(tc, 0, 5000, cb, &slow);
     ASSERT_NE(tm, nullptr);
     while (slow.in.load() == slow.out.load()) std::this_thread::yield();  // a run is under way
@@ -492,40 +391,33 @@ TEST(Timers, CancelIsImmediate) {
     slsleepms(30);
     EXPECT_EQ(slow.in.load(), after) << "callback ran after cancel";
   }
-  // A timer that never fired, and one cancelled from its own callback.
-  ltmtimer *late = ltmstart(tc, 60000000, 0, cb, &slow);
-  EXPECT_EQ(ltmcancel(tc, late), 0);
   struct Self {
     ltmctx *tc;
     ltmtimer *tm = nullptr;
-    std::atomic<int> runs{0};
-    std::atomic<int> rc{1};
+    std::atomic<int> runs{0}, rc{1};
   } self{tc};
-  std::mutex start;
-  start.lock();
-  static std::mutex *gate;
-  gate = &start;
+  static std::mutex gate;  // holds the callback until self.tm is set
+  gate.lock();
   self.tm = ltmstart(tc, 1000, 1000,
                      [](void *p) {
                        auto *s = static_cast<Self *>(p);
-                       gate->lock();
-                       gate->unlock();
+                       std::lock_guard<std::mutex> g(gate);
                        s->runs++;
                        s->rc = ltmcancel(s->tc, s->tm);
                      },
                      &self);
-  start.unlock();
+  gate.unlock();
   while (self.rc.load() == 1) slsleepms(1);
   EXPECT_EQ(self.rc.load(), 0);
   slsleepms(30);
   EXPECT_EQ(self.runs.load(), 1);
-  // Pending timers go with the context.
   ltmstart(tc, 60000000, 0, cb, &slow);
   EXPECT_EQ(ltmter(tc), 0);
+  EXPECT_EQ(ltmter(nullptr), -1);
 }
 
+// Our interval lies inside the steady clock's interval that brackets it.
 TEST(Timers, ElapsedFollowsTheSteadyClock) {
-  // Our interval lies inside the steady clock's interval that brackets it.
   auto outer_start = std::chrono::steady_clock::now();
   uint64_t a = ltmnow();
   slsleepms(30);
@@ -534,7 +426,6 @@ TEST(Timers, ElapsedFollowsTheSteadyClock) {
   EXPECT_GE(ours, 30u * 1000000u);
   EXPECT_LE(ours, static_cast<uint64_t>(outer.count()));
   EXPECT_EQ(ltmelapsed(ltmnow() + 1000000000), 0u);
-  EXPECT_EQ(ltmter(nullptr), -1);
 }
 
 // ------------------------------------------------------- system information
@@ -553,27 +444,11 @@ TEST(SystemInfo, AgreesWithTheCLibrary) {
   EXPECT_EQ(si.pagesize, slmmvallocsz());
   EXPECT_GT(si.memory, 16u << 20);
   EXPECT_EQ(si.memory % si.pagesize, 0u);
+  ASSERT_GE(sltmpdir(buf, sizeof buf), 0);
+  EXPECT_STREQ(si.tmpdir, buf);
   EXPECT_EQ(ltssysinfo(nullptr), -1);
   EXPECT_EQ(slsihost(buf, 1), -1);
   EXPECT_EQ(slgetcwd(buf, 1), -1);
-}
-
-TEST(SystemInfo, EnvironmentAndTemporaryDirectory) {
-  KEL_SKIP_ON_WINDOWS("the temporary folder comes from TMP and TEMP, not TMPDIR");
-  char saved[4096], buf[4096];
-  int32_t had = slgetenv("TMPDIR", saved, sizeof saved);
-  const char *cases[][2] = {{nullptr, "/tmp"}, {"/var/tmp/", "/var/tmp"}, {"/x//", "/x"}, {"", "/tmp"}, {"/", "/"}};
-  for (auto &c : cases) {
-    ASSERT_EQ(c[0] ? slsetenv("TMPDIR", c[0], 1) : slunsetenv("TMPDIR"), 0);
-    const char *sys = getenv("TMPDIR");
-    EXPECT_STREQ(sys ? sys : "(unset)", c[0] ? c[0] : "(unset)") << "the C library disagrees";
-    ASSERT_GE(sltmpdir(buf, sizeof buf), 0);
-    EXPECT_STREQ(buf, c[1]) << (c[0] ? c[0] : "(unset)");
-    ltssi si;
-    ltssysinfo(&si);
-    EXPECT_STREQ(si.tmpdir, c[1]);
-  }
-  (void)(had >= 0 ? slsetenv("TMPDIR", saved, 1) : slunsetenv("TMPDIR"));
 }
 
 }  // namespace

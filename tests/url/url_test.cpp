@@ -126,34 +126,30 @@ TEST(Url, ParsesPartsAndRefusesBadSyntax) {
   Lib lib;
   struct {
     const char *in;
-    const char *scheme, *user, *password, *host, *port, *path, *query, *frag;
+    const char *parts;  // scheme|user|password|host|port|path|query|fragment, "-" for none
     int hosttype, portnum;
   } good[] = {
-      {"http://u:p@h.example:8080/a/b?q=1#f", "http", "u", "p", "h.example", "8080", "/a/b", "q=1", "f", 1, 8080},
-      {"https://[2001:db8::1]:443/", "https", "<none>", "<none>", "2001:db8::1", "443", "/", "<none>", "<none>", 3, 443},
-      {"ftp://10.0.0.255", "ftp", "<none>", "<none>", "10.0.0.255", "<none>", "", "<none>", "<none>", 2, -1},
-      {"file:///etc/hosts", "file", "<none>", "<none>", "", "<none>", "/etc/hosts", "<none>", "<none>", 1, -1},
-      {"mailto:a@b.c", "mailto", "<none>", "<none>", "<none>", "<none>", "a@b.c", "<none>", "<none>", 0, -1},
-      {"//h:/p?", "<none>", "<none>", "<none>", "h", "", "/p", "", "<none>", 1, -1},
-      {"../x;y?a=b/c?d#", "<none>", "<none>", "<none>", "<none>", "<none>", "../x;y", "a=b/c?d", "", 0, -1},
-      {"http://256.1.1.1/", "http", "<none>", "<none>", "256.1.1.1", "<none>", "/", "<none>", "<none>", 1, -1},
-      {"http://@h", "http", "", "<none>", "h", "<none>", "", "<none>", "<none>", 1, -1},
-      {"http://h:65535", "http", "<none>", "<none>", "h", "65535", "", "<none>", "<none>", 1, 65535},
-      {"x://[::ffff:1.2.3.4]", "x", "<none>", "<none>", "::ffff:1.2.3.4", "<none>", "", "<none>", "<none>", 3, -1},
-      {"x://[v7.a:b]", "x", "<none>", "<none>", "v7.a:b", "<none>", "", "<none>", "<none>", 3, -1},
-      {"", "<none>", "<none>", "<none>", "<none>", "<none>", "", "<none>", "<none>", 0, -1},
+      {"http://u:p@h.example:8080/a/b?q=1#f", "http|u|p|h.example|8080|/a/b|q=1|f", 1, 8080},
+      {"https://[2001:db8::1]:443/", "https|-|-|2001:db8::1|443|/|-|-", 3, 443},
+      {"ftp://10.0.0.255", "ftp|-|-|10.0.0.255|-||-|-", 2, -1},
+      {"file:///etc/hosts", "file|-|-||-|/etc/hosts|-|-", 1, -1},
+      {"mailto:a@b.c", "mailto|-|-|-|-|a@b.c|-|-", 0, -1},
+      {"//h:/p?", "-|-|-|h||/p||-", 1, -1},
+      {"../x;y?a=b/c?d#", "-|-|-|-|-|../x;y|a=b/c?d|", 0, -1},
+      {"http://256.1.1.1/", "http|-|-|256.1.1.1|-|/|-|-", 1, -1},
+      {"http://@h", "http||-|h|-||-|-", 1, -1},
+      {"http://h:65535", "http|-|-|h|65535||-|-", 1, 65535},
+      {"x://[::ffff:1.2.3.4]", "x|-|-|::ffff:1.2.3.4|-||-|-", 3, -1},
+      {"x://[v7.a:b]", "x|-|-|v7.a:b|-||-|-", 3, -1},
+      {"", "-|-|-|-|-||-|-", 0, -1},
   };
   for (auto &g : good) {
     lpuurl u;
     ASSERT_EQ(lpuparse(lib.u, g.in, strlen(g.in), &u), 0) << g.in << ": " << lib.last();
-    EXPECT_EQ(S(u.scheme), g.scheme) << g.in;
-    EXPECT_EQ(S(u.user), g.user) << g.in;
-    EXPECT_EQ(S(u.password), g.password) << g.in;
-    EXPECT_EQ(S(u.host), g.host) << g.in;
-    EXPECT_EQ(S(u.port), g.port) << g.in;
-    EXPECT_EQ(S(u.path), g.path) << g.in;
-    EXPECT_EQ(S(u.query), g.query) << g.in;
-    EXPECT_EQ(S(u.fragment), g.frag) << g.in;
+    std::string got;
+    for (const lpupart *p : {&u.scheme, &u.user, &u.password, &u.host, &u.port, &u.path, &u.query, &u.fragment})
+      got += (p == &u.scheme ? "" : "|") + (p->ptr ? std::string(p->ptr, p->len) : "-");
+    EXPECT_EQ(got, g.parts) << g.in;
     EXPECT_EQ(u.hosttype, g.hosttype) << g.in;
     EXPECT_EQ(u.portnum, g.portnum) << g.in;
     char buf[128];
@@ -241,6 +237,7 @@ TEST(Url, PercentCodingAgreesWithUrllib) {
   EXPECT_EQ(n, 5u);
   EXPECT_EQ(lib.top(), kelmsg::LPU_BUFSMALL);
   EXPECT_EQ(lpupenc(lib.u, "a b", 3, nullptr, 0, buf, 5, &n), 0);  // exactly fits, no NUL
+  EXPECT_EQ(lpupenc(lib.u, nullptr, 1, nullptr, 0, buf, sizeof buf, &n), -1);
   EXPECT_EQ(std::string(buf, 5), "a%20b");
 }
 
@@ -274,7 +271,7 @@ TEST(Url, Base64AgreesWithPythonAndRefusesBadInput) {
       {"QQ", 0, 2},          {"Q===", 0, 1},      {"QQ=", 0, 2},       {"QUJD=", 0, 4},    {"QR==", 0, 1},
       {"QUI=QUI=", 0, 3},    {"QU J", 0, 2},      {"QUJ\n", 0, 3},     {"Q", LPU_B64_NOPAD, 0},
       {"QUJDR", LPU_B64_NOPAD, 4}, {"a-_b", 0, 1}, {"a+/b", LPU_B64_URL, 1}, {"QUK", LPU_B64_NOPAD, 2},
-      {"====", 0, 1},
+      {"====", 0, 1},        {"QUJ\xff", 0, 3},
   };
   for (auto &b : bad) {
     uint8_t out[16];
@@ -300,6 +297,8 @@ TEST(Url, Base64AgreesWithPythonAndRefusesBadInput) {
   uint8_t two[2];
   EXPECT_EQ(lpub64dec(lib.u, "YWJj", 4, 0, two, sizeof two, &n), -1);
   EXPECT_EQ(n, 3u);
+  EXPECT_EQ(lpub64dec(lib.u, "QQ==", 4, 0, nullptr, 0, &n), -1);
+  EXPECT_EQ(n, 1u);
   EXPECT_EQ(lpub64dec(nullptr, "Y", 1, 0, two, sizeof two, &n), -1);  // no context: silent
 }
 
