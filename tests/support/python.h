@@ -40,7 +40,8 @@ inline std::string start_script(const std::string &script, const std::string &ar
                            std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()) + "_" +
                            std::to_string(serial++);
   std::ofstream sh(base + ".sh", std::ios::binary);  // no CRs for the shell
-  sh << KEL_PYTHON << " " << source_path(script) << " >" << base << ".out";
+  // Nothing of the test's own stdio: ctest would wait for a server to end.
+  sh << "exec </dev/null >/dev/null 2>&1\n" << KEL_PYTHON << " " << source_path(script) << " >" << base << ".out";
   std::istringstream words(args);
   for (std::string w; words >> w;) {
     for (char &c : w) c = c == '\\' ? '/' : c;
