@@ -84,6 +84,25 @@ inline LdiDateTime stamp(int y, int mo, int d, int h = 0, int mi = 0, int s = 0)
   return dt(LDI_KIND_TIMESTAMP, y, mo, d, h, mi, s);
 }
 
+// A random valid record of a kind (years ylo ... yhi, 0 left out): the
+// fields the kind does not hold are zero; kinds 4 and 5 get an offset of
+// -12:00 ... +14:00 in whole minutes.
+template <class Rng>
+LdiDateTime random_dt(Rng &g, int kind, int ylo = -4712, int yhi = 9999) {
+  int y = ylo + static_cast<int>(g() % static_cast<uint32_t>(yhi - ylo + 1));
+  y = y ? y : 1;
+  const int m = 1 + static_cast<int>(g() % 12);
+  int d = 1 + static_cast<int>(g() % static_cast<uint32_t>(ldx_internal::days_in_month(y, m)));
+  if (y == 1582 && m == 10 && d > 4 && d < 15) d = 4;
+  const int z = static_cast<int>(g() % (26 * 60 + 1)) - 12 * 60;
+  LdiDateTime v = dt(kind, y, m, d, static_cast<int>(g() % 24), static_cast<int>(g() % 60),
+                     static_cast<int>(g() % 60), static_cast<uint32_t>(g() % 1000000000), z / 60, z % 60);
+  if (kind == LDI_KIND_DATE) v.hour = v.minute = v.second = 0, v.fraction = 0;
+  if (kind == LDI_KIND_TIME || kind == LDI_KIND_TIME_TZ) v.year = 0, v.month = v.day = 0;
+  if (kind != LDI_KIND_TIME_TZ && kind != LDI_KIND_TSTZ) v.tzhour = v.tzminute = 0;
+  return v;
+}
+
 inline LdiInterval iv(int kind, int32_t f1, int32_t f2 = 0, int32_t f3 = 0, int32_t f4 = 0, int32_t frac = 0) {
   LdiInterval v{};
   v.kind = static_cast<uint8_t>(kind);

@@ -1,5 +1,6 @@
 // Arbitrary interval text read as every kind and precision: whatever is read
-// must be a valid interval, and its SQL and ISO texts must read back to it.
+// must be a valid interval, and its SQL and ISO texts (also in UTF-16) must
+// read back to it.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -23,6 +24,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (LdiInterFromString(out, n, kind, &back) != 0 || std::memcmp(&back, &v, sizeof v) != 0) std::abort();
     if (LdiInterToStringISO(&v, 9, out, sizeof out, &n) != 0) std::abort();
     if (LdiInterFromString(out, n, kind, &back) != 0 || std::memcmp(&back, &v, sizeof v) != 0) std::abort();
+    // The UTF-16 forms write the same characters and read them back.
+    uint16_t w[96];
+    size_t wn = 0;
+    if (LdiInterToStringISOU(&v, 9, w, 96, &wn) != 0 || wn != n) std::abort();
+    for (size_t i = 0; i < n; ++i)
+      if (w[i] != static_cast<uint8_t>(out[i])) std::abort();
+    if (LdiInterFromStringU(w, wn, kind, &back) != 0 || std::memcmp(&back, &v, sizeof v) != 0) std::abort();
     LdiInterToString(&v, 2, 3, out, size % 11, &n);
   }
   return 0;

@@ -13,8 +13,7 @@ namespace {
 using namespace dttest;
 
 // An image built byte by byte from the published layout, independent of
-// keltzc: header, directory, name lists, index, records, map, types (one per
-// record), abbreviations, flags.
+// keltzc.
 struct SynthRegion {
   uint16_t slot;
   std::vector<std::string> names;
@@ -29,96 +28,72 @@ struct SynthRegion {
 
 struct SynthImage {
   std::vector<uint8_t> b;
-  uint32_t off_index = 0, off_trans = 0, off_map = 0, off_types = 0, off_dst = 0;
-
-  void put16(size_t at, uint16_t v) {
-    b[at] = static_cast<uint8_t>(v);
-    b[at + 1] = static_cast<uint8_t>(v >> 8);
+  uint32_t off_index = 0, off_map = 0, off_types = 0;
+  void put(size_t at, uint32_t v, int bytes) {
+    for (int i = 0; i < bytes; ++i) b[at + static_cast<size_t>(i)] = static_cast<uint8_t>(v >> (8 * i));
   }
-  void put32(size_t at, uint32_t v) {
-    for (int i = 0; i < 4; ++i) b[at + i] = static_cast<uint8_t>(v >> (8 * i));
+  void put16(size_t at, uint16_t v) { put(at, v, 2); }
+  void put32(size_t at, uint32_t v) { put(at, v, 4); }
+  // Appends `bytes` bytes of v (or a string and its NUL); returns where.
+  uint32_t add(uint32_t v, int bytes) {
+    b.resize(b.size() + static_cast<size_t>(bytes));
+    put(b.size() - static_cast<size_t>(bytes), v, bytes);
+    return static_cast<uint32_t>(b.size()) - static_cast<uint32_t>(bytes);
+  }
+  uint32_t add(const std::string &s) {
+    b.insert(b.end(), s.c_str(), s.c_str() + s.size() + 1);
+    return static_cast<uint32_t>(b.size() - s.size() - 1);
   }
   const void *data() const { return b.data(); }
 };
 
-// Names in the index are given sorted by the caller (ltzCmp order).
-inline SynthImage build_synthetic(const std::vector<SynthRegion> &regions) {
+// The header, then the name lists, the index (in ltzCmp order), the
+// records, the map, one type per record, the abbreviations and the flags.
+SynthImage build_synthetic(const std::vector<SynthRegion> &regions) {
   SynthImage im;
-  std::vector<uint8_t> names;
-  struct Ent {
-    std::string name;
-    uint32_t off;
-    uint16_t id;
-  };
-  std::vector<Ent> index;
-  std::vector<uint32_t> list_off;
+  im.b.assign(LTZ_HEADER_SIZE, 0);
+  std::vector<std::pair<std::string, uint32_t>> index;  // a name and where it lies
+  std::vector<uint16_t> ids;                             // its ID
   for (const auto &r : regions) {
-    list_off.push_back(4148 + static_cast<uint32_t>(names.size()));
-    for (size_t k = 0; k < r.names.size(); ++k) {
-      index.push_back({r.names[k], 4148 + static_cast<uint32_t>(names.size()),
-                       static_cast<uint16_t>(r.slot | (k << 9))});
-      names.insert(names.end(), r.names[k].begin(), r.names[k].end());
-      names.push_back(0);
-    }
-    names.push_back(0);
+    im.put32(40 + 8 * r.slot + 4, static_cast<uint32_t>(im.b.size()));
+    for (size_t k = 0; k < r.names.size(); ++k)
+      index.push_back({r.names[k], im.add(r.names[k])}), ids.push_back(static_cast<uint16_t>(r.slot | k << 9));
+    im.add(0, 1);
   }
-  std::sort(index.begin(), index.end(),
-            [](const Ent &a, const Ent &b) { return ltzCmp(a.name.c_str(), b.name.c_str()) < 0; });
-  size_t nrec = 0;
-  for (const auto &r : regions) nrec += r.trans.size();
-  im.off_index = 4148 + static_cast<uint32_t>(names.size());
-  im.off_trans = im.off_index + static_cast<uint32_t>(index.size() * 8);
-  im.off_map = im.off_trans + static_cast<uint32_t>(nrec * 20);
-  im.off_types = im.off_map + static_cast<uint32_t>(nrec * 2);
-  // One type per record, abbreviations right after the types.
-  uint32_t off_abbr = im.off_types + static_cast<uint32_t>(nrec * 8);
-  std::vector<uint8_t> abbrs;
-  std::vector<uint32_t> abbr_at;
+  std::vector<size_t> order(index.size());
+  for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::sort(order.begin(), order.end(),
+            [&](size_t x, size_t y) { return ltzCmp(index[x].first.c_str(), index[y].first.c_str()) < 0; });
+  im.off_index = static_cast<uint32_t>(im.b.size());
+  for (size_t i : order) im.add(index[i].second, 4), im.add(ids[i], 4);
+  const uint32_t off_trans = static_cast<uint32_t>(im.b.size());
+  uint16_t rec = 0;
+  for (const auto &r : regions) {
+    im.put16(40 + 8 * r.slot, static_cast<uint16_t>(r.trans.size()));
+    im.put16(40 + 8 * r.slot + 2, rec);
+    for (const auto &t : r.trans) {
+      const auto *at = reinterpret_cast<const uint8_t *>(&t.at);
+      im.b.insert(im.b.end(), at, at + 20), ++rec;
+    }
+  }
+  im.off_map = static_cast<uint32_t>(im.b.size());
+  for (uint16_t i = 0; i < rec; ++i) im.add(i, 2);
+  im.off_types = static_cast<uint32_t>(im.b.size());
   for (const auto &r : regions)
-    for (const auto &t : r.trans) {
-      abbr_at.push_back(off_abbr + static_cast<uint32_t>(abbrs.size()));
-      abbrs.insert(abbrs.end(), t.abbr.begin(), t.abbr.end());
-      abbrs.push_back(0);
-    }
-  im.off_dst = off_abbr + static_cast<uint32_t>(abbrs.size());
-  uint32_t total = im.off_dst + static_cast<uint32_t>(nrec);
-  im.b.assign(total, 0);
-  im.put32(0, LTZ_MAGIC);
-  im.put32(4, total);
-  im.put16(8, 2);
-  im.put16(10, 1234);
-  im.put16(12, 4321);
-  im.put16(14, static_cast<uint16_t>(index.size()));
-  im.put32(20, im.off_index);
-  im.put32(24, im.off_trans);
-  im.put32(28, im.off_types);
-  im.put32(32, im.off_map);
-  im.put32(36, im.off_dst);
-  std::memcpy(&im.b[4148], names.data(), names.size());
-  for (size_t i = 0; i < index.size(); ++i) {
-    im.put32(im.off_index + 8 * i, index[i].off);
-    im.put16(im.off_index + 8 * i + 4, index[i].id);
-  }
-  size_t rec = 0;
-  for (size_t ri = 0; ri < regions.size(); ++ri) {
-    const auto &r = regions[ri];
-    size_t slot = 40 + 8 * static_cast<size_t>(r.slot);
-    im.put16(slot, static_cast<uint16_t>(r.trans.size()));
-    im.put16(slot + 2, static_cast<uint16_t>(rec));
-    im.put32(slot + 4, list_off[ri]);
-    for (const auto &t : r.trans) {
-      std::memcpy(&im.b[im.off_trans + 20 * rec], &t.at, 20);
-      im.put16(im.off_map + 2 * rec, static_cast<uint16_t>(rec));
-      im.put32(im.off_types + 8 * rec, static_cast<uint32_t>(t.offset));
-      im.put32(im.off_types + 8 * rec + 4, abbr_at[rec]);
-      im.b[im.off_dst + rec] = t.dst;
-      ++rec;
-    }
-  }
-  std::memcpy(&im.b[off_abbr], abbrs.data(), abbrs.size());
+    for (const auto &t : r.trans) im.add(static_cast<uint32_t>(t.offset), 4), im.add(0, 4);
+  uint32_t type = im.off_types + 4;
+  for (const auto &r : regions)
+    for (const auto &t : r.trans) im.put32(type, im.add(t.abbr)), type += 8;
+  const uint32_t off_dst = static_cast<uint32_t>(im.b.size());
+  for (const auto &r : regions)
+    for (const auto &t : r.trans) im.add(t.dst, 1);
+  // Format 2, content version 1234, file ID 4321.
+  const uint32_t head[] = {LTZ_MAGIC,    static_cast<uint32_t>(im.b.size()), 2 | 1234u << 16,
+                           4321 | static_cast<uint32_t>(index.size()) << 16, 0, im.off_index, off_trans,
+                           im.off_types, im.off_map, off_dst};
+  for (size_t i = 0; i < std::size(head); ++i) im.put32(4 * i, head[i]);
   return im;
 }
-
 
 // A New York-like region (slot 5: "Test/West", alias "Test/West-Alias"), a
 // Sydney-like one east of UTC (slot 6) and a 300-change region (slot 7).
@@ -159,9 +134,9 @@ TEST(TimezoneImage, StatusesOfTheHeaderAndIds) {
     uint16_t id;
     int32_t st;
   } cases[] = {
-      {0, LTZ_ERR_RANGE},         {8192, LTZ_ERR_RANGE},        {65535, LTZ_ERR_RANGE},
-      {4, LTZ_ERR_NOTFOUND},      {5 | 2 << 9, LTZ_ERR_NOTFOUND}, {6 | 1 << 9, LTZ_ERR_NOTFOUND},
-      {8191, LTZ_ERR_NOTFOUND},   {5 | 1 << 9, LTZ_OK},         {6, LTZ_OK},
+      {0, LTZ_ERR_RANGE}, {8192, LTZ_ERR_RANGE}, {65535, LTZ_ERR_RANGE},
+      {4, LTZ_ERR_NOTFOUND}, {5 | 2 << 9, LTZ_ERR_NOTFOUND}, {6 | 1 << 9, LTZ_ERR_NOTFOUND},
+      {8191, LTZ_ERR_NOTFOUND}, {5 | 1 << 9, LTZ_OK}, {6, LTZ_OK},
   };
   for (const auto &c : cases) {
     SCOPED_TRACE(c.id);
@@ -208,7 +183,11 @@ TEST(TimezoneImage, StatusesOfTheHeaderAndIds) {
   EXPECT_STREQ(four, "EST");
 }
 
-TEST(TimezoneImage, BadHeadersAreRefused) {
+TEST(TimezoneImage, DamagedImagesGiveAStatusNotACrash) {
+  // A damaged header is refused by every lookup with its status; a table or
+  // string pointed past the end of the image (status 0 below) is noticed by
+  // some lookup on the region it damages (slot 5), and no lookup crashes.
+  const uint32_t end = static_cast<uint32_t>(sample().b.size());
   struct Case {
     const char *what;
     std::function<void(SynthImage &)> damage;
@@ -218,81 +197,51 @@ TEST(TimezoneImage, BadHeadersAreRefused) {
       {"format 3", [](SynthImage &m) { m.put16(8, 3); }, LTZ_ERR_VERSION},
       {"length below the header", [](SynthImage &m) { m.put32(4, 4147); }, LTZ_ERR_IMAGE},
       {"length over the limit", [](SynthImage &m) { m.put32(4, LTZ_MAX_IMAGE + 1); }, LTZ_ERR_IMAGE},
-  };
-  for (const auto &c : cases) {
-    SynthImage im = sample();
-    c.damage(im);
-    LdiDateTime t = stamp(2000, 1, 1);
-    int32_t off = 0;
-    uint16_t v = 0, id = 0;
-    char buf[64];
-    EXPECT_EQ(ltzGet(im.data(), 5, &t, &off, nullptr, 0, nullptr), c.status) << c.what;
-    EXPECT_EQ(ltzGetLocal(im.data(), 5, &t, &off, nullptr), c.status) << c.what;
-    EXPECT_EQ(ltzID(im.data(), "Test/West", 9, &id), c.status) << c.what;
-    EXPECT_EQ(ltzName(im.data(), 5, buf, sizeof buf, nullptr), c.status) << c.what;
-    EXPECT_EQ(ltzStep(im.data(), 0, buf, sizeof buf, &id), c.status) << c.what;
-    EXPECT_EQ(ltzGetFileContentVer(im.data(), &v), c.status) << c.what;
-  }
-}
-
-TEST(TimezoneImage, DamagedTablesGiveAStatusNotACrash) {
-  // Each damage points one table or string past the end of the image.
-  struct Case {
-    const char *what;
-    std::function<void(SynthImage &)> damage;
-  } cases[] = {
-      {"index offset", [](SynthImage &m) { m.put32(20, static_cast<uint32_t>(m.b.size()) - 4); }},
-      {"index count", [](SynthImage &m) { m.put16(14, 60000); }},
-      {"name offset in the index", [](SynthImage &m) { m.put32(m.off_index, 0xFFFFFFF0u); }},
-      {"name list offset", [](SynthImage &m) { m.put32(40 + 8 * 5 + 4, static_cast<uint32_t>(m.b.size())); }},
-      {"transition offset", [](SynthImage &m) { m.put32(24, static_cast<uint32_t>(m.b.size()) - 20); }},
-      {"first record", [](SynthImage &m) { m.put16(40 + 8 * 5 + 2, 65535); }},
-      {"record count", [](SynthImage &m) { m.put16(40 + 8 * 5, 65535); }},
-      {"map offset", [](SynthImage &m) { m.put32(32, 0xFFFFFFFFu); }},
-      {"type offset", [](SynthImage &m) { m.put32(28, static_cast<uint32_t>(m.b.size()) - 4); }},
-      {"type index", [](SynthImage &m) { m.put16(m.off_map, 0xFFFF); }},
-      {"flag offset", [](SynthImage &m) { m.put32(36, static_cast<uint32_t>(m.b.size())); }},
-      {"abbreviation offset", [](SynthImage &m) { m.put32(m.off_types + 8 + 4, 0x7FFFFFFF); }},  // July's type
-      {"unterminated abbreviation", [](SynthImage &m) {
-         m.put32(m.off_types + 8 + 4, static_cast<uint32_t>(m.b.size()) - 1);
-         m.b.back() = 'X';
-       }},
+      {"index offset", [end](SynthImage &m) { m.put32(20, end - 4); }, 0},
+      {"index count", [](SynthImage &m) { m.put16(14, 60000); }, 0},
+      {"name offset in the index", [](SynthImage &m) { m.put32(m.off_index, 0xFFFFFFF0u); }, 0},
+      {"name list offset", [end](SynthImage &m) { m.put32(40 + 8 * 5 + 4, end); }, 0},
+      {"transition offset", [end](SynthImage &m) { m.put32(24, end - 20); }, 0},
+      {"first record", [](SynthImage &m) { m.put16(40 + 8 * 5 + 2, 65535); }, 0},
+      {"record count", [](SynthImage &m) { m.put16(40 + 8 * 5, 65535); }, 0},
+      {"map offset", [](SynthImage &m) { m.put32(32, 0xFFFFFFFFu); }, 0},
+      {"type offset", [end](SynthImage &m) { m.put32(28, end - 4); }, 0},
+      {"type index", [](SynthImage &m) { m.put16(m.off_map, 0xFFFF); }, 0},
+      {"flag offset", [end](SynthImage &m) { m.put32(36, end); }, 0},
+      {"abbreviation offset", [](SynthImage &m) { m.put32(m.off_types + 8 + 4, 0x7FFFFFFF); }, 0},  // July's type
+      {"unterminated abbreviation", [end](SynthImage &m) { m.put32(m.off_types + 8 + 4, end - 1), m.b.back() = 'X'; }, 0},
       {"unterminated names", [](SynthImage &m) {
-         for (size_t i = 4148; i < m.off_index; ++i) m.b[i] = 'A';
+         std::fill(m.b.begin() + 4148, m.b.end(), 'A');
          m.put32(40 + 8 * 5 + 4, m.off_index - 3);
          m.put32(20, m.off_index - 3);
-         m.put32(m.off_index - 3 + 0, 0);  // overwrites the first index entry's neighbourhood
-         std::fill(m.b.begin() + m.off_index, m.b.end(), 'A');
-       }},
+       }, 0},
   };
   for (const auto &c : cases) {
     SynthImage im = sample();
     c.damage(im);
-    // Lookups on the damaged region (slot 5, first record 0) must answer 0
-    // (the damage did not touch what they read) or a status, never crash;
-    // those that depend on the damaged part must answer LTZ_ERR_IMAGE.
     const void *img = im.data();
     LdiDateTime t = stamp(2021, 7, 1);
     int32_t off = 0;
     char buf[64];
     uint16_t id = 0;
-    int32_t got[] = {
-        ltzGet(img, 5, &t, &off, buf, sizeof buf, nullptr),
-        ltzGetLocalA(img, 5, &t, &off, buf, sizeof buf, nullptr),
-        ltzID(img, "Test/West", 9, &id),
-        ltzName(img, 5, buf, sizeof buf, nullptr),
-        ltzStep(img, 0, buf, sizeof buf, &id),
-    };
     uint8_t *arr = nullptr;
     size_t len = 0;
-    int32_t ta = ltzGetTransArray(img, nullptr, nullptr, 5, &arr, &len);
+    const int32_t got[] = {ltzGet(img, 5, &t, &off, buf, sizeof buf, nullptr),
+                           ltzGetLocalA(img, 5, &t, &off, buf, sizeof buf, nullptr),
+                           ltzID(img, "Test/West", 9, &id),
+                           ltzName(img, 5, buf, sizeof buf, nullptr),
+                           ltzStep(img, 0, buf, sizeof buf, &id),
+                           ltzGetTransArray(img, nullptr, nullptr, 5, &arr, &len),
+                           ltzGetFileContentVer(img, &id)};
     ltzFreeTransArray(nullptr, nullptr, arr);
-    int images = ta == LTZ_ERR_IMAGE;
-    for (int32_t g : got) {
-      EXPECT_TRUE(g == LTZ_OK || g == LTZ_ERR_IMAGE || g == LTZ_ERR_NOTFOUND) << c.what << ": " << g;
-      images += g == LTZ_ERR_IMAGE;
+    int images = 0;
+    for (size_t i = 0; i < std::size(got); ++i) {
+      if (c.status) EXPECT_EQ(got[i], c.status) << c.what << " " << i;
+      EXPECT_TRUE(got[i] == LTZ_OK || got[i] == LTZ_ERR_IMAGE || got[i] == LTZ_ERR_NOTFOUND || got[i] == c.status)
+          << c.what << ": " << got[i];
+      images += got[i] == LTZ_ERR_IMAGE;
     }
-    EXPECT_GT(images, 0) << c.what << ": no lookup noticed the damage";
+    if (!c.status) EXPECT_GT(images, 0) << c.what << ": no lookup noticed the damage";
   }
 }
 
@@ -338,15 +287,9 @@ TEST(TimezoneImage, UtcInstantsAroundChanges) {
     uint32_t index;
   } cases[] = {
       {5, stamp(1969, 12, 31, 23, 59, 59), -18000, "EST", 0, 0},  // before the first record
-      {5, stamp(1970, 1, 1), -18000, "EST", 0, 0},
-      {5, stamp(2021, 3, 14, 6, 59, 59), -18000, "EST", 0, 0},
-      {5, stamp(2021, 3, 14, 7), -14400, "EDT", 1, 1},
-      {5, stamp(2021, 11, 7, 5, 59, 59), -14400, "EDT", 1, 1},
-      {5, stamp(2021, 11, 7, 6), -18000, "EST", 0, 2},
+      {5, stamp(2021, 3, 14, 6, 59, 59), -18000, "EST", 0, 0}, {5, stamp(2021, 3, 14, 7), -14400, "EDT", 1, 1},
       {5, stamp(2300, 1, 1), -18000, "EST", 0, 2},  // after the last change
-      {5 | 1 << 9, stamp(2021, 7, 1), -14400, "EDT", 1, 1},
-      {6, stamp(2021, 4, 3, 15, 59, 59), 39600, "AEDT", 1, 0},
-      {6, stamp(2021, 4, 3, 16), 36000, "AEST", 0, 1},
+      {5 | 1 << 9, stamp(2021, 7, 1), -14400, "EDT", 1, 1}, {6, stamp(2021, 4, 3, 16), 36000, "AEST", 0, 1},
   };
   for (const auto &c : cases) {
     int32_t off = 0;
@@ -380,22 +323,16 @@ TEST(TimezoneImage, LocalTimesAroundChanges) {
       // West: spring forward 02:00 -> 03:00 on 14 March.
       {5, stamp(2021, 3, 14, 1, 59, 59), 0, -18000, 0},
       {5, stamp(2021, 3, 14, 2, 0, 0), 0, -18000, 0},  // in the gap: the clock that was running
-      {5, stamp(2021, 3, 14, 2, 59, 59), 0, -18000, 0},
-      {5, stamp(2021, 3, 14, 3, 0, 0), 0, -14400, 1},
+      {5, stamp(2021, 3, 14, 2, 59, 59), 0, -18000, 0}, {5, stamp(2021, 3, 14, 3, 0, 0), 0, -14400, 1},
       {5, stamp(2021, 3, 14, 3, 0, 0), -18000, -14400, 1},  // a preference does not move a real time
       // West: fall back 02:00 -> 01:00 on 7 November; 01:00 ... 01:59 twice.
-      {5, stamp(2021, 11, 7, 0, 59, 59), 0, -14400, 1},
-      {5, stamp(2021, 11, 7, 1, 0, 0), 0, -18000, 2},
-      {5, stamp(2021, 11, 7, 1, 30, 0), -14400, -14400, 1},
-      {5, stamp(2021, 11, 7, 1, 59, 59), -14400, -14400, 1},
-      {5, stamp(2021, 11, 7, 1, 59, 59), -18000, -18000, 2},
-      {5, stamp(2021, 11, 7, 1, 59, 59), 3600, -18000, 2},
+      {5, stamp(2021, 11, 7, 0, 59, 59), 0, -14400, 1}, {5, stamp(2021, 11, 7, 1, 0, 0), 0, -18000, 2},
+      {5, stamp(2021, 11, 7, 1, 30, 0), -14400, -14400, 1}, {5, stamp(2021, 11, 7, 1, 59, 59), -14400, -14400, 1},
+      {5, stamp(2021, 11, 7, 1, 59, 59), -18000, -18000, 2}, {5, stamp(2021, 11, 7, 1, 59, 59), 3600, -18000, 2},
       {5, stamp(2021, 11, 7, 2, 0, 0), -14400, -18000, 2},
       // East (+11 / +10): the local clock runs ahead of UTC.
-      {6, stamp(2021, 4, 4, 1, 59, 59), 0, 39600, 0},
-      {6, stamp(2021, 4, 4, 2, 0, 0), 0, 36000, 1},
-      {6, stamp(2021, 4, 4, 2, 30, 0), 39600, 39600, 0},
-      {6, stamp(2021, 4, 4, 3, 0, 0), 39600, 36000, 1},
+      {6, stamp(2021, 4, 4, 1, 59, 59), 0, 39600, 0}, {6, stamp(2021, 4, 4, 2, 0, 0), 0, 36000, 1},
+      {6, stamp(2021, 4, 4, 2, 30, 0), 39600, 39600, 0}, {6, stamp(2021, 4, 4, 3, 0, 0), 39600, 36000, 1},
       {6, stamp(2021, 10, 3, 1, 59, 59), 0, 36000, 1},
       {6, stamp(2021, 10, 3, 2, 30, 0), 0, 36000, 1},  // gap
       {6, stamp(2021, 10, 3, 3, 0, 0), 0, 39600, 2},

@@ -33,10 +33,8 @@ TEST(TimezoneSupport, NameOrdering) {
   } cases[] = {
       {"Europe/Paris", "europe/paris", 0}, {"America/Port-au-Prince", "AMERICA/PORT_AU_PRINCE", 0},
       {"America/New_York", "America/New-York", 0}, {"Etc/GMT", "Etc/GMT+1", -1},
-      {"Etc/GMT+1", "Etc/GMT", 1},          {"Asia/Tokyo", "Asia/Tomsk", -1},
-      {"a", "B", -1},                       {"_", "-", 0},
-      {"", "", 0},                          {"", "A", -1},
-      {nullptr, "A", -1},                   {"A", nullptr, 1},
+      {"Etc/GMT+1", "Etc/GMT", 1}, {"Asia/Tokyo", "Asia/Tomsk", -1},
+      {"a", "B", -1}, {"_", "-", 0}, {"", "", 0}, {"", "A", -1}, {nullptr, "A", -1}, {"A", nullptr, 1},
       {nullptr, nullptr, 0},                {"Z", "a", 1},  // 'z' after 'a' once folded
   };
   for (const auto &c : cases) {
@@ -70,6 +68,12 @@ TEST(TimezoneSupport, EbcdicTablesMatchCodePage037) {
   char unmapped = static_cast<char>(0xFF);
   ltzAscEbcConvertR(&out, &unmapped, 1);
   EXPECT_EQ(out, 0x1A);
+  // Either side missing: nothing is written.
+  ltzAscEbcConvert(nullptr, s, 1);
+  ltzAscEbcConvert(s, nullptr, 1);
+  ltzAscEbcConvertR(nullptr, s, 1);
+  ltzAscEbcConvertR(s, nullptr, 1);
+  EXPECT_STREQ(s, "Europe/Paris");
 }
 
 struct EnvGuard {
@@ -98,14 +102,11 @@ TEST(TimezoneSupport, FindingTheFile) {
     int32_t want_len;
     const char *want;
   } cases[] = {
-      {"/data/tz.dat", "/opt/kel", 512, 12, "/data/tz.dat"},
-      {"tz.dat", nullptr, 512, 6, "tz.dat"},
+      {"/data/tz.dat", "/opt/kel", 512, 12, "/data/tz.dat"}, {"tz.dat", nullptr, 512, 6, "tz.dat"},
       {nullptr, "/opt/kel", 512, 38, "/opt/kel/kelcore/zoneinfo/timezlrg.dat"},
-      {nullptr, "/opt/kel/", 512, 38, "/opt/kel/kelcore/zoneinfo/timezlrg.dat"},
-      {nullptr, nullptr, 512, -1, ""},
+      {nullptr, "/opt/kel/", 512, 38, "/opt/kel/kelcore/zoneinfo/timezlrg.dat"}, {nullptr, nullptr, 512, -1, ""},
       {nullptr, "/opt/kel", 38, -1, ""},  // no room for the NUL
-      {nullptr, "/opt/kel", 39, 38, "/opt/kel/kelcore/zoneinfo/timezlrg.dat"},
-      {"/data/tz.dat", nullptr, 12, -1, ""},
+      {nullptr, "/opt/kel", 39, 38, "/opt/kel/kelcore/zoneinfo/timezlrg.dat"}, {"/data/tz.dat", nullptr, 12, -1, ""},
       {long_value.c_str(), "/opt/kel", 512, -1, ""},  // 256 characters: refused, no fallback
       {long_value.c_str() + 1, nullptr, 512, 255, long_value.c_str() + 1},
   };

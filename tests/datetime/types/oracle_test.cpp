@@ -15,12 +15,7 @@ using namespace dttest;
 namespace {
 
 LdiDateTime random_stamp(std::mt19937 &rng, int ylo = 1583, int yhi = 9999) {
-  int y = ylo + static_cast<int>(rng() % static_cast<uint32_t>(yhi - ylo + 1));
-  int m = 1 + rng() % 12;
-  int dim[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  int last = dim[m - 1] + (m == 2 && (y % 4 == 0 && (y % 100 != 0 || y % 400 == 0)));
-  int d = 1 + static_cast<int>(rng() % static_cast<uint32_t>(last));
-  return dt(3, y, m, d, rng() % 24, rng() % 60, rng() % 60, rng() % 1000000000);
+  return random_dt(rng, LDI_KIND_TIMESTAMP, ylo, yhi);
 }
 
 TEST(LdiOracle, SubtractionAndAddition) {
@@ -280,6 +275,8 @@ TEST(LdiZone, AdjustAndFixedCases) {
   for (const char *badtz : {"+15:00", "-13:00", "+5:60", "5:00", "", "Nowhere/Land"})
     EXPECT_NE(LdiInterFromTZ(badtz, std::strlen(badtz), &z, img), 0) << badtz;
   EXPECT_EQ(LdiInterFromTZ("Nowhere/Land", 12, &z, img), LDI_ERR_NOREGION);
+  static const uint8_t junk[LTZ_HEADER_SIZE] = {};  // no image: not a missing region
+  EXPECT_EQ(LdiInterFromTZ("Europe/Paris", 12, &z, junk), LDI_ERR_TZFILE);
 }
 
 }  // namespace

@@ -46,10 +46,8 @@ TEST(LdiText, FixedCases) {
       {dt(4, 0, 0, 0, 23, 59, 1, 0, 14, 0), "HH24:MI:SS TZR", 0, "23:59:01 +14:00"},
       {dt(5, 2024, 7, 1, 8, 0, 0, 0, 0, 0), "\"at\" HH24 \"UTC\"TZH", 0, "at 08 UTC+00"},
       // A date element of a time and a zone element of a timestamp are refused.
-      {dt(2, 0, 0, 0, 1, 2, 3), "YYYY HH24", 0, "ERR1870"},
-      {dt(3, 2024, 1, 1), "TZH", 0, "ERR1870"},
-      {dt(3, 2024, 1, 1), "GG", 0, "ERR1821"},
-      {dt(9, 2024, 1, 1), "YYYY", 0, "ERR1866"},
+      {dt(2, 0, 0, 0, 1, 2, 3), "YYYY HH24", 0, "ERR1870"}, {dt(3, 2024, 1, 1), "TZH", 0, "ERR1870"},
+      {dt(3, 2024, 1, 1), "GG", 0, "ERR1821"}, {dt(9, 2024, 1, 1), "YYYY", 0, "ERR1866"},
   };
   for (const auto &c : cases) EXPECT_EQ(to_text(c.v, c.model, c.fsprec, img), c.want) << c.model;
   // Default models by kind.
@@ -100,32 +98,17 @@ TEST(LdiText, RandomRoundTrips) {
     int digits;  // fraction digits kept
     bool region, negative_years;
   } models[] = {
-      {"YYYY-MM-DD HH24:MI:SS.FF9", 3, 9, false, false},
-      {"DD-MON-YYYY HH:MI:SS.FF6 AM", 3, 6, false, false},
+      {"YYYY-MM-DD HH24:MI:SS.FF9", 3, 9, false, false}, {"DD-MON-YYYY HH:MI:SS.FF6 AM", 3, 6, false, false},
       {"YYYY/MM/DD\"T\"HH24:MI:SSXFF3 TZH:TZM", 5, 3, false, false},
-      {"SYYYY-MM-DD HH24.MI.SS TZR", 5, 0, false, true},
-      {"J SSSSS FF", 3, 9, false, false},
-      {"HH24:MI:SSXFF4 TZH:TZM", 4, 4, false, false},
-      {"Month DD, YYYY", 1, 0, false, false},
-      {"FMDD/MM/YYYY HH24:MI:SS FF1", 7, 1, false, false},
-      {"YYYY-MM-DD\"T\"HH24:MI:SS.FF TZR", 5, 9, true, false},
+      {"SYYYY-MM-DD HH24.MI.SS TZR", 5, 0, false, true}, {"J SSSSS FF", 3, 9, false, false},
+      {"HH24:MI:SSXFF4 TZH:TZM", 4, 4, false, false}, {"Month DD, YYYY", 1, 0, false, false},
+      {"FMDD/MM/YYYY HH24:MI:SS FF1", 7, 1, false, false}, {"YYYY-MM-DD\"T\"HH24:MI:SS.FF TZR", 5, 9, true, false},
       {"FF2 SS MI HH24 DD MM YYYY", 3, 2, false, false},
   };
   std::mt19937 rng(42);
   for (int i = 0; i < 3000; ++i) {
     const Model &m = models[i % (sizeof models / sizeof models[0])];
-    int y = m.negative_years ? static_cast<int>(rng() % 14711) - 4712 : 1 + static_cast<int>(rng() % 9999);
-    if (y == 0) y = 1;
-    if (m.region) y = 1900 + static_cast<int>(rng() % 137);
-    int mo = 1 + rng() % 12, d = 1 + rng() % 28;
-    if (y == 1582 && mo == 10) d = 1;
-    LdiDateTime v = dt(m.kind, y, mo, d, rng() % 24, rng() % 60, rng() % 60, rng() % 1000000000);
-    int z = static_cast<int>(rng() % (26 * 60 + 1)) - 12 * 60;
-    v.tzhour = static_cast<int8_t>(z / 60);
-    v.tzminute = static_cast<int8_t>(z % 60);
-    if (m.kind == 1) v.hour = v.minute = v.second = 0, v.fraction = 0;
-    if (m.kind == 4) v.year = 0, v.month = v.day = 0;
-    if (m.kind != 4 && m.kind != 5) v.tzhour = v.tzminute = 0;
+    LdiDateTime v = random_dt(rng, m.kind, m.region ? 1900 : m.negative_years ? -4712 : 1, m.region ? 2036 : 9999);
     if (m.region) {
       v.region = ids[rng() % 4];
       int32_t off = 0;
@@ -135,15 +118,12 @@ TEST(LdiText, RandomRoundTrips) {
       v.tzhour = static_cast<int8_t>(off / 3600);
       v.tzminute = static_cast<int8_t>(off / 60 % 60);
     }
-    std::string text = to_text(v, m.text, 9, img);
-    ASSERT_EQ(text.rfind("ERR", 0), std::string::npos) << text << " " << m.text;
+    const std::string text = to_text(v, m.text, 9, img);
     LdiDateTime back{};
     ASSERT_EQ(from_text(text, m.text, m.kind, &back, img), 0) << text << " / " << m.text;
     LdiDateTime want = v;
     want.fraction = v.fraction - v.fraction % static_cast<uint32_t>(ldi_internal::kPow10[9 - m.digits]);
-    EXPECT_EQ(std::memcmp(&back, &want, sizeof want), 0) << text << " / " << m.text << " -> " << fields(back) << "."
-                                                          << back.fraction << " " << int(back.tzhour) << ":"
-                                                          << int(back.tzminute);
+    EXPECT_EQ(std::memcmp(&back, &want, sizeof want), 0) << text << " / " << m.text << " -> " << whole(back);
   }
 }
 
@@ -154,19 +134,14 @@ TEST(LdiText, Literals) {
     int32_t st;
     const char *back;  // written again with 3 fraction digits
   } cases[] = {
-      {"DATE '2024-02-29'", 0, "DATE '2024-02-29'"},
-      {"  date '-4712-01-01' ", 0, "DATE '-4712-01-01'"},
+      {"DATE '2024-02-29'", 0, "DATE '2024-02-29'"}, {"  date '-4712-01-01' ", 0, "DATE '-4712-01-01'"},
       {"TIMESTAMP '1999-12-31 23:59:59.9999'", 0, "TIMESTAMP '1999-12-31 23:59:59.999'"},
       {"TIMESTAMP '2000-01-01 00:00:00 +05:30'", 0, "TIMESTAMP '2000-01-01 00:00:00.000 +05:30'"},
       {"TIMESTAMP '2000-07-01 12:00:00 Europe/Paris'", 0, "TIMESTAMP '2000-07-01 12:00:00.000 Europe/Paris'"},
-      {"TIME '07:08:09.5 -08:00'", 0, "TIME '07:08:09.500 -08:00'"},
-      {"TIME '24:00:00'", 1863, nullptr},
-      {"DATE '2023-02-29'", 1863, nullptr},
-      {"DATE '0000-01-01'", 1841, nullptr},
-      {"DATE '2024-01-01 +01:00'", 1877, nullptr},
-      {"DATE 2024-01-01", 1877, nullptr},
-      {"STAMP '2024-01-01'", 1877, nullptr},
-      {"TIMESTAMP '2024-01-01 10:00:00' x", 1877, nullptr},
+      {"TIME '07:08:09.5 -08:00'", 0, "TIME '07:08:09.500 -08:00'"}, {"TIME '24:00:00'", 1863, nullptr},
+      {"DATE '2023-02-29'", 1863, nullptr}, {"DATE '0000-01-01'", 1841, nullptr},
+      {"DATE '2024-01-01 +01:00'", 1877, nullptr}, {"DATE 2024-01-01", 1877, nullptr},
+      {"STAMP '2024-01-01'", 1877, nullptr}, {"TIMESTAMP '2024-01-01 10:00:00' x", 1877, nullptr},
       {"TIMESTAMP '2024-01-01 10:00:00 Nowhere'", 1882, nullptr},
   };
   for (const auto &c : cases) {
@@ -203,16 +178,9 @@ TEST(LdiText, ModelChecksAndSizes) {
     uint8_t kind;
     int32_t in, out;
   } cases[] = {
-      {"YYYY-MM-DD HH24:MI:SS.FF3 TZH:TZM", 5, 0, 0},
-      {"YYYY-MM-DD HH24:MI:SS.FF3 TZH:TZM", 3, 1870, 1870},
-      {"HH24:MI:SSXFF", 2, 0, 0},
-      {"DD HH24", 2, 1870, 1870},
-      {"FF FF3", 3, 1810, 1810},
-      {"TZR TZH", 5, 1810, 0},
-      {"YYYY YYYY FF", 3, 1810, 0},
-      {"IW FF", 3, 1820, 0},
-      {"HH24 AM FF", 3, 1818, 0},
-      {"GG", 3, 1821, 1821},
+      {"YYYY-MM-DD HH24:MI:SS.FF3 TZH:TZM", 5, 0, 0}, {"YYYY-MM-DD HH24:MI:SS.FF3 TZH:TZM", 3, 1870, 1870},
+      {"HH24:MI:SSXFF", 2, 0, 0}, {"DD HH24", 2, 1870, 1870}, {"FF FF3", 3, 1810, 1810}, {"TZR TZH", 5, 1810, 0},
+      {"YYYY YYYY FF", 3, 1810, 0}, {"IW FF", 3, 1820, 0}, {"HH24 AM FF", 3, 1818, 0}, {"GG", 3, 1821, 1821},
       {"YYYY", 9, 1866, 1866},
   };
   for (const auto &c : cases) {
@@ -220,7 +188,6 @@ TEST(LdiText, ModelChecksAndSizes) {
     EXPECT_EQ(LdiParseForOutput(nullptr, c.model, std::strlen(c.model), c.kind), c.out) << c.model;
   }
   // The widest default text of each kind is what the writer produces.
-  std::mt19937 rng(1);
   for (uint8_t kind : {1, 2, 3, 7}) {
     for (int fp = 0; fp <= 9; ++fp) {
       size_t w = 0;
@@ -264,8 +231,7 @@ TEST(LdiText, Unparse) {
       {"yyyy-mm-dd hh24:mi:ss.ff3 tzh:tzm", "yyyy-mm-dd hh24:mi:ss.FF3 TZH:TZM"},
       {"Month DDth, YYYY", "Month DDth, YYYY"},
       {"FMDay fmDD \"of\" MONTH", "FMDay FMDD \"of\" MONTH"},  // the second FM switches fill off
-      {"HH12 P.M. Ddspth", "HH A.M. DdSPTH"},
-      {"DL", "FMDay, Month DD, YYYY"},
+      {"HH12 P.M. Ddspth", "HH A.M. DdSPTH"}, {"DL", "FMDay, Month DD, YYYY"},
   };
   char buf[256];
   size_t n = 0;
@@ -280,10 +246,9 @@ TEST(LdiText, Unparse) {
   for (const char *m : {"yyyy-mm-dd hh24:mi:ss.ff3", "Month DDth, YYYY", "FMDay fmDD \"of\" MONTH FF", "HH12 P.M. Ddspth",
                         "DL TS", "Y,YYY YEAR Q IW"}) {
     ASSERT_EQ(LdiUnparse(nullptr, m, std::strlen(m), buf, sizeof buf, &n), 0) << m;
-    std::string canon(buf, n);
+    const std::string canon(buf, n);
     for (int i = 0; i < 50; ++i) {
-      LdiDateTime v = dt(3, 1 + rng() % 9999, 1 + rng() % 12, 1 + rng() % 28, rng() % 24, rng() % 60, rng() % 60,
-                         rng() % 1000000000);
+      const LdiDateTime v = random_dt(rng, LDI_KIND_TIMESTAMP, 1, 9999);
       EXPECT_EQ(to_text(v, canon.c_str()), to_text(v, m)) << m << " -> " << canon;
     }
   }
@@ -295,18 +260,13 @@ TEST(LdiIntervalText, FixedCases) {
     int lead, frac;
     const char *sql, *iso;
   } writes[] = {
-      {iv(7, 1, 6), 2, 0, "+01-06", "P1Y6M"},
-      {iv(7, -123, -11), 2, 0, "ERR1873", "-P123Y11M"},
-      {iv(2, 0, 18), 2, 0, "+18", "P1Y6M"},
-      {iv(2, 0, 0), 2, 0, "+00", "P0M"},
-      {iv(1, 0), 2, 0, "+00", "P0Y"},
+      {iv(7, 1, 6), 2, 0, "+01-06", "P1Y6M"}, {iv(7, -123, -11), 2, 0, "ERR1873", "-P123Y11M"},
+      {iv(2, 0, 18), 2, 0, "+18", "P1Y6M"}, {iv(2, 0, 0), 2, 0, "+00", "P0M"}, {iv(1, 0), 2, 0, "+00", "P0Y"},
       {iv(10, 3, 4, 5, 6, 500000000), 2, 3, "+03 04:05:06.500", "P3DT4H5M6.5S"},
       {iv(10, -1, 0, 0, 0, -1), 1, 9, "-1 00:00:00.000000001", "-P1DT0.000000001S"},
       {iv(10, 0, 0, 0, 0, 0), 2, 2, "+00 00:00:00.00", "PT0S"},
-      {iv(6, 0, 0, 0, 59, 999999999), 2, 2, "+60.00", "PT1M"},
-      {iv(12, 0, 100, 0, 1), 3, 0, "+100:00:01", "P4DT4H1S"},
-      {iv(3, 7), 1, 0, "+7", "P7D"},
-      {iv(13, 0, 0, -5, -7, -250000000), 2, 1, "-05:07.3", "-PT5M7.3S"},
+      {iv(6, 0, 0, 0, 59, 999999999), 2, 2, "+60.00", "PT1M"}, {iv(12, 0, 100, 0, 1), 3, 0, "+100:00:01", "P4DT4H1S"},
+      {iv(3, 7), 1, 0, "+7", "P7D"}, {iv(13, 0, 0, -5, -7, -250000000), 2, 1, "-05:07.3", "-PT5M7.3S"},
   };
   for (const auto &w : writes) {
     char buf[64];
@@ -322,27 +282,13 @@ TEST(LdiIntervalText, FixedCases) {
     int32_t st;
     LdiInterval want;
   } reads[] = {
-      {"+01-06", 7, 0, iv(7, 1, 6)},
-      {" -1-11 ", 7, 0, iv(7, -1, -11)},
-      {"1-12", 7, 1864, {}},
-      {"3 04:05:06.5", 10, 0, iv(10, 3, 4, 5, 6, 500000000)},
-      {"3 24:05:06", 10, 1864, {}},
-      {"3 4:5:6", 10, 0, iv(10, 3, 4, 5, 6)},
-      {"P1Y6M", 7, 0, iv(7, 1, 6)},
-      {"P18M", 7, 0, iv(7, 1, 6)},
-      {"-P1Y", 2, 0, iv(2, 0, -12)},
-      {"PT36H", 8, 0, iv(8, 1, 12)},
-      {"P1W", 3, 0, iv(3, 7)},
-      {"P1DT0.5S", 6, 0, iv(6, 0, 0, 0, 86400, 500000000)},
-      {"P1D", 7, 1874, {}},
-      {"P1Y", 10, 1874, {}},
-      {"PT1H2H", 10, 1874, {}},
-      {"PT", 10, 1874, {}},
-      {"P1H", 10, 1874, {}},
-      {"12:30", 11, 0, iv(11, 0, 12, 30)},
-      {"12:30:", 11, 1874, {}},
-      {"99999999999 00:00:00", 10, 1868, {}},
-      {"100", 3, 0, iv(3, 100)},
+      {"+01-06", 7, 0, iv(7, 1, 6)}, {" -1-11 ", 7, 0, iv(7, -1, -11)}, {"1-12", 7, 1864, {}},
+      {"3 04:05:06.5", 10, 0, iv(10, 3, 4, 5, 6, 500000000)}, {"3 24:05:06", 10, 1864, {}},
+      {"3 4:5:6", 10, 0, iv(10, 3, 4, 5, 6)}, {"P1Y6M", 7, 0, iv(7, 1, 6)}, {"P18M", 7, 0, iv(7, 1, 6)},
+      {"-P1Y", 2, 0, iv(2, 0, -12)}, {"PT36H", 8, 0, iv(8, 1, 12)}, {"P1W", 3, 0, iv(3, 7)},
+      {"P1DT0.5S", 6, 0, iv(6, 0, 0, 0, 86400, 500000000)}, {"P1D", 7, 1874, {}}, {"P1Y", 10, 1874, {}},
+      {"PT1H2H", 10, 1874, {}}, {"PT", 10, 1874, {}}, {"P1H", 10, 1874, {}}, {"12:30", 11, 0, iv(11, 0, 12, 30)},
+      {"12:30:", 11, 1874, {}}, {"99999999999 00:00:00", 10, 1868, {}}, {"100", 3, 0, iv(3, 100)},
   };
   for (const auto &r : reads) {
     LdiInterval got{};
@@ -357,54 +303,28 @@ TEST(LdiIntervalText, FixedCases) {
   EXPECT_EQ(got.fraction, 0);
 }
 
-TEST(LdiIntervalText, RandomAndIsoOracle) {
+// ISO texts of random day-second values, as Python states them. (Round
+// trips of both forms, also in UTF-16, are the interval fuzz harness's.)
+TEST(LdiIntervalText, IsoTextAgreesWithPython) {
   std::mt19937 rng(8);
   std::vector<std::string> q;
   std::vector<LdiInterval> vals;
   for (int i = 0; i < 2000; ++i) {
-    uint8_t kind = static_cast<uint8_t>(1 + rng() % 13);
-    int64_t span = i % 4 == 0 ? 1000 : 100000000;
-    int64_t t = static_cast<int64_t>(rng() % (2 * span)) - span;
-    LdiInterval v{};
-    __int128 total = static_cast<__int128>(t) * (kind == 1 || kind == 2 || kind == 7 ? 1 : 1000000007) +
-                     (kind == 1 || kind == 2 || kind == 7 ? 0 : static_cast<int64_t>(rng() % 1000000000));
-    if (t < 0) total = -(-total);
-    // Build the value through the kind's own fields.
-    LdiInterval tmp = iv(kind == 1 || kind == 2 || kind == 7 ? 2 : 6, 0, 0, 0, 0, 0);
-    if (tmp.kind == 2) tmp.f2 = static_cast<int32_t>(t);
-    else {
-      tmp.f4 = static_cast<int32_t>(total / 1000000000);
-      tmp.fraction = static_cast<int32_t>(total % 1000000000);
-    }
+    const uint8_t kind = static_cast<uint8_t>("\3\4\5\6\10\11\12\13\14\15"[rng() % 10]);
+    const int64_t span = i % 4 == 0 ? 1000 : 100000000;
+    const __int128 total = (static_cast<__int128>(rng() % (2 * span)) - span) * 1000000007 + rng() % 1000000000;
+    LdiInterval v{}, tmp = iv(6, 0, 0, 0, static_cast<int32_t>(total / 1000000000), static_cast<int32_t>(total % 1000000000));
     if (LdiInterInterConvert(&tmp, kind, &v) != 0) continue;
     vals.push_back(v);
-    // Python states the ISO text of the value.
-    int64_t days = kind == 1 || kind == 2 || kind == 7 ? 0 : v.f1;
-    int64_t secs = kind == 1 || kind == 2 || kind == 7 ? 0 : (static_cast<int64_t>(v.f2) * 60 + v.f3) * 60 + v.f4;
-    q.push_back("ISO " + std::to_string(days) + " " + std::to_string(secs) + " " + std::to_string(v.fraction));
+    q.push_back("ISO " + std::to_string(v.f1) + " " + std::to_string((int64_t{v.f2} * 60 + v.f3) * 60 + v.f4) + " " +
+                std::to_string(v.fraction));
   }
   auto ans = oracle("iso", q);
   for (size_t i = 0; i < vals.size(); ++i) {
-    const LdiInterval &v = vals[i];
     char buf[96];
     size_t n = 0;
-    // SQL form round trip.
-    ASSERT_EQ(LdiInterToString(&v, 9, 9, buf, sizeof buf, &n), 0);
-    LdiInterval back{};
-    ASSERT_EQ(LdiInterFromString(buf, n, v.kind, &back), 0) << std::string(buf, n);
-    EXPECT_EQ(std::memcmp(&back, &v, sizeof v), 0) << std::string(buf, n);
-    // ISO form: the oracle's text for day-second values, and a round trip.
-    ASSERT_EQ(LdiInterToStringISO(&v, 9, buf, sizeof buf, &n), 0);
-    if (!(v.kind == 1 || v.kind == 2 || v.kind == 7)) EXPECT_EQ(std::string(buf, n), ans[i]) << int(v.kind);
-    ASSERT_EQ(LdiInterFromString(buf, n, v.kind, &back), 0) << std::string(buf, n);
-    EXPECT_EQ(std::memcmp(&back, &v, sizeof v), 0) << std::string(buf, n);
-    // UTF-16 forms agree.
-    uint16_t w[96];
-    size_t wn = 0;
-    ASSERT_EQ(LdiInterToStringISOU(&v, 9, w, 96, &wn), 0);
-    ASSERT_EQ(wn, n);
-    ASSERT_EQ(LdiInterFromStringU(w, wn, v.kind, &back), 0);
-    EXPECT_EQ(std::memcmp(&back, &v, sizeof v), 0);
+    ASSERT_EQ(LdiInterToStringISO(&vals[i], 9, buf, sizeof buf, &n), 0);
+    EXPECT_EQ(std::string(buf, n), ans[i]) << int(vals[i].kind);
   }
 }
 
