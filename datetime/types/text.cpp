@@ -243,6 +243,16 @@ constexpr size_t kMaxText = 256;
 bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
+// Whether c is a character of a literal item of the model run.
+bool in_literals(ldxctx *ctx, const char *run, size_t runlen, char c) {
+  ldxscan s;
+  ldxsni(ctx, &s, run, runlen);
+  int32_t err = 0;
+  for (int32_t code; (code = scan_next(ctx, &s, &err)) > 0;)
+    if (code == LDX_ITEM_LITERAL && std::memchr(s.lit, c, s.litlen)) return true;
+  return false;
+}
+
 // Reads one run of date items: (model run, run length) against text from
 // pos; the longest accepted prefix ends it. *fields says what the run sets.
 // On failure *stop gets where the reading of the whole rest stopped.
@@ -277,11 +287,10 @@ int32_t read_run(ldxctx *ctx, const char *run, size_t runlen, bool fill, uint32_
     return st;
   }
   if (fields == 0) {
-    // Literals only: skip their characters and blanks.
-    while (*pos < n && (is_blank(t[*pos]) || std::memchr(run, t[*pos], runlen))) {
-      if ((t[*pos] == '+' || t[*pos] == '-') && !std::memchr(run, t[*pos], runlen)) break;
-      ++*pos;
-    }
+    // Literals only: skip their characters and blanks. The characters are
+    // those of the run's literal items, not of its text: quote marks and an
+    // "FM" between two literals are not text to skip.
+    while (*pos < n && (is_blank(t[*pos]) || in_literals(ctx, run, runlen, t[*pos]))) ++*pos;
     return 0;
   }
   int32_t first_err = 0;
@@ -833,13 +842,14 @@ KELAPI int32_t LdiUnparse(ldxctx *ctx, const char *fmt, size_t fmtlen, char *out
     const bool was_fill = fill;
     // The item's text; when it would run into what is written before it, an
     // empty literal "" keeps the two apart (the scanner reads it as nothing).
-    for (int apart = 0; apart < 2; ++apart) {
+    // Extension elements never need it, and could not take it: they are
+    // only looked for where an item begins, which "" is not.
+    for (int apart = 0; apart < (code >= X_FF ? 1 : 2); ++apart) {
       o.n = mark;
       fill = was_fill;
       if (apart) o.put("\"\"", 2);
       if (code >= X_FF) {
-        // Extension elements in upper case; "FF" keeps its digit. They are
-        // tried first at every item boundary, so nothing runs into them.
+        // Extension elements in upper case; "FF" keeps its digit.
         for (const ExtRow &r : kExtRows)
           if (r.code == code) o.put(r.text, r.len);
       } else if (code == LDX_ITEM_LITERAL) {
