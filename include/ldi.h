@@ -406,7 +406,8 @@ KELAPI int32_t LdiParseForOutput(ldxctx *ctx, const char *fmt, size_t fmtlen, ui
  * element table ("HH" for "HH12", "AM" for "PM") in the case it was written
  * (all capitals, initial capital or lower case; an element of one letter,
  * which carries no case, in capitals), suffixes as "TH"/"SP"/
- * "SPTH" (the ordinal letters in lower case when they were), "FM" where
+ * "SPTH" ("THSP" where that would read as another element: D with "SPTH"
+ * is DS; the ordinal letters in lower case when they were), "FM" where
  * fill mode changes, "DL"/"DS"/"TS" expanded to the territory's model,
  * separators as they are and other literal text quoted, and an empty
  * literal "" between two items that would otherwise read as one or as

@@ -843,8 +843,11 @@ KELAPI int32_t LdiUnparse(ldxctx *ctx, const char *fmt, size_t fmtlen, char *out
     // The item's text; when it would run into what is written before it, an
     // empty literal "" keeps the two apart (the scanner reads it as nothing).
     // Extension elements never need it, and could not take it: they are
-    // only looked for where an item begins, which "" is not.
-    for (int apart = 0; apart < (code >= X_FF ? 1 : 2); ++apart) {
+    // only looked for where an item begins, which "" is not. A spelled
+    // ordinal may also need its other spelling: D with "SPTH" reads as DS.
+    const bool both = code < X_FF && (s.flags & 3) == 3;
+    for (int attempt = 0; attempt < (code >= X_FF ? 1 : both ? 4 : 2); ++attempt) {
+      const bool apart = attempt & 1, thsp = attempt & 2;
       o.n = mark;
       fill = was_fill;
       if (apart) o.put("\"\"", 2);
@@ -867,7 +870,7 @@ KELAPI int32_t LdiUnparse(ldxctx *ctx, const char *fmt, size_t fmtlen, char *out
         put_cased(o, t, t[1] ? s.flags : s.flags | LDX_FLAG_UPPER);
         // Lower-case ordinal letters are echoed as such.
         const bool low = s.flags & LDX_FLAG_THLOW;
-        if ((s.flags & 3) == 3) o.put(low ? "SPth" : "SPTH", 4);
+        if (both) o.put(thsp ? (low ? "thSP" : "THSP") : (low ? "SPth" : "SPTH"), 4);
         else if (s.flags & 2) o.put("SP", 2);
         else if (s.flags & 1) o.put(low ? "th" : "TH", 2);
       }

@@ -233,7 +233,7 @@ TEST(LdiText, Unparse) {
       {"yyyy-mm-dd hh24:mi:ss.ff3 tzh:tzm", "yyyy-mm-dd hh24:mi:ss.FF3 TZH:TZM"},
       {"Month DDth, YYYY", "Month DDth, YYYY"},
       {"FMDay fmDD \"of\" MONTH FF", "FMDay FMDD \"of\" MONTH FF"},  // the second FM switches fill off
-      {"HH12 P.M. Ddspth ddthsp", "HH A.M. DdSPth ddSPth"}, {"DL TS", "FMDay, Month DD, YYYY FMHH:MI:SS AM"},
+      {"HH12 P.M. Ddspth ddthsp dthsp", "HH A.M. DdSPth ddSPth DthSP"}, {"DL TS", "FMDay, Month DD, YYYY FMHH:MI:SS AM"},
       {"Y,YYY YEAR Q IW", "Y,YYY YEAR Q IW"}, {"Y\"\"Y", "Y\"\"Y"}, {"rr\"\"RR", "rr\"\"RR"},
       {"d\"\"y dd\"\"d", "D\"\"Y dd\"\"D"}, {"Y\"\",YYY", "Y,\"\"YYY"}, {"hh\"24\"mi:\"\":ss", "hh\"24\"mi:\"\":ss"},
       {"FMDD\"\"FMDD dd\"\"dth", "FMDDFMDD dd\"\"Dth"},
