@@ -11,7 +11,8 @@
 # Further steps used by CI: asan, tsan, fuzz (each builds and tests that
 # preset), bench (builds the bench preset: the benchmarks, beside whichever
 # peer libraries are installed; bench/ratios.py runs them).
-# windows: the cross build for 64-bit Windows (MinGW-w64).
+# windows: the cross build for 64-bit Windows (MinGW-w64) and its test suite
+# under Wine (in a Wine prefix of the build's own, build/windows/wine).
 # Optional: docs (API reference from the header comments into build/docs/html);
 # coverage (the suite in the coverage preset, then line and branch coverage
 # per family from gcovr).
@@ -25,7 +26,7 @@ PKGS_BENCH="libbenchmark-dev libmimalloc-dev libjemalloc-dev libboost-dev libabs
 PKGS_FUZZ="clang libclang-rt-dev"
 PKGS_DOCS="doxygen"
 PKGS_COVERAGE="gcovr"
-PKGS_WINDOWS="g++-mingw-w64-x86-64-posix wine64"
+PKGS_WINDOWS="g++-mingw-w64-x86-64-posix wine wine64 googletest"
 
 install_missing() {
   local missing=()
@@ -90,6 +91,7 @@ case "${1:-}" in
     install_missing $PKGS_BUILD $PKGS_WINDOWS
     cmake --preset windows >/dev/null
     cmake --build --preset windows
+    ctest --preset windows
     ;;
   docs)
     install_missing python3 $PKGS_DOCS

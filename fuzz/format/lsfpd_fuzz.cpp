@@ -17,7 +17,7 @@ namespace {
 
 const char *const kTexts[] = {"", "t", "some text", "%s %d %n", nullptr};
 const wchar_t *const kWide[] = {L"", L"w", L"wide \u00e9\u20ac", nullptr};
-const wchar_t kBadWide[] = {0xd800, 0x110000, 0x41, 0};
+const wchar_t kBadWide[] = {0xd800, static_cast<wchar_t>(WCHAR_MAX > 0xffff ? 0x110000 : 0xd800), 0x41, 0};  // UTF-16: lone surrogates
 
 lsfarg make_row(const uint8_t *p) {
   lsfarg r{};

@@ -11,8 +11,6 @@
 //  - and its values are read back through the getters, in Unicode mode with
 //    UTF-16 keys.
 // A failed call must leave the values as they were.
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -24,6 +22,7 @@
 #include "lpm.h"
 #include "lrm.h"
 #include "param/lrm_impl.h"
+#include "tests/support/portable.h"
 
 namespace {
 
@@ -35,8 +34,7 @@ lcorectx *Library() {
 // A folder of included files, made once.
 const std::string &Folder() {
   static std::string dir = [] {
-    char tmpl[] = "/tmp/kel_lrm_fuzz_XXXXXX";
-    std::string d = mkdtemp(tmpl) != nullptr ? tmpl : "/tmp";
+    std::string d = kel_test::temp_folder("kel_lrm_fuzz");
     auto put = [&](const char *name, const char *text) {
       FILE *f = fopen((d + "/" + name).c_str(), "wb");
       if (f == nullptr) return;

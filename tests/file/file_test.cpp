@@ -23,6 +23,7 @@
 #include "sl.h"
 #include "slt.h"
 #include "tests/support/library.h"
+#include "tests/support/portable.h"
 #include "tests/support/python.h"
 
 namespace fs = std::filesystem;
@@ -31,12 +32,6 @@ namespace {
 
 // Builds without fault points cannot drive the injected failures.
 bool have_faults() { return slfaultarm(SL_FAULT_MEM, 0, 0) == 0; }
-
-size_t open_fds() {
-  size_t n = 0;
-  for (auto &e : fs::directory_iterator("/proc/self/fd")) (void)e, n++;
-  return n;
-}
 
 std::string slurp(const std::string &p) {
   std::ifstream in(p, std::ios::binary);
@@ -55,11 +50,11 @@ class Files : public kel_test::StartedLibrary {
                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
     fs::remove_all(dir);
     fs::create_directories(dir);
-    fds = open_fds();
+    fds = kel_test::open_handles();
   }
   void TearDown() override {
     slfaultreset();
-    EXPECT_EQ(open_fds(), fds) << "a handle was left open";
+    EXPECT_EQ(kel_test::open_handles(), fds) << "a handle was left open";
     StartedLibrary::TearDown();
     fs::remove_all(dir);
   }
@@ -147,7 +142,7 @@ TEST(FilePaths, ShortBuffersAreRefusedWhole) {
   EXPECT_EQ(lfipisabs("x"), 0);
   char abs[4096];
   ASSERT_GT(lfipabs("a/../b", abs, sizeof abs), 0);
-  EXPECT_EQ(std::string(abs), (fs::current_path() / "b").string());
+  EXPECT_EQ(fs::path(abs), fs::current_path() / "b");
 }
 
 // ------------------------------------------------------------- round trips
@@ -329,7 +324,7 @@ TEST_F(Files, AppendCreateExclusiveAndTemporary) {
   ASSERT_NE(f, nullptr);
   ASSERT_EQ(lficlose(fctx, f), 0);
   // Temporary: usable, and nothing is left in the directory.
-  f = lfiopen(fctx, dir.c_str(), LFI_TEMP, 64);
+  f = lfiopen(fctx, dir.string().c_str(), LFI_TEMP, 64);
   ASSERT_NE(f, nullptr);
   std::string data(1000, 'q');
   ASSERT_EQ(lfiwrite(fctx, f, data.data(), data.size()), 0);
@@ -350,6 +345,7 @@ TEST_F(Files, AppendCreateExclusiveAndTemporary) {
 // -------------------------------------------------------------- directories
 
 TEST_F(Files, DirectoriesAgreeWithFilesystem) {
+  KEL_SKIP_ON_WINDOWS("Wine makes no symbolic links");
   std::string deep = path("x/y/z");
   ASSERT_EQ(lfimkdir(fctx, deep.c_str(), 1), 0);
   ASSERT_EQ(lfimkdir(fctx, deep.c_str(), 1), 0);  // exists: fine with parents
@@ -398,6 +394,7 @@ TEST_F(Files, DirectoriesAgreeWithFilesystem) {
 
 // Files left open are written out and closed when the library stops.
 TEST_F(Files, StopClosesWhatWasLeftOpen) {
+  KEL_SKIP_ON_WINDOWS("Wine keeps no steady count of open handles");
   for (int i = 0; i < 3; i++) {
     lfifile *f = lfiopen(fctx, path("left" + std::to_string(i)).c_str(), LFI_WRITE, 1024);
     ASSERT_NE(f, nullptr);
@@ -405,9 +402,9 @@ TEST_F(Files, StopClosesWhatWasLeftOpen) {
   }
   lfifile *closed = lfiopen(fctx, path("closed").c_str(), LFI_WRITE, 0);
   ASSERT_EQ(lficlose(fctx, closed), 0);
-  EXPECT_EQ(open_fds(), fds + 3);
+  EXPECT_EQ(kel_test::open_handles(), fds + 3);
   ASSERT_EQ(lpmterm(ctx), 0);
-  EXPECT_EQ(open_fds(), fds);
+  EXPECT_EQ(kel_test::open_handles(), fds);
   for (int i = 0; i < 3; i++) EXPECT_EQ(slurp(path("left" + std::to_string(i))), "pending");
   ctx = lpminit();
   ASSERT_NE(ctx, nullptr);
@@ -418,6 +415,7 @@ TEST_F(Files, StopClosesWhatWasLeftOpen) {
 // A package instance's file context closes the instance's files when it
 // ends, and only those.
 TEST_F(Files, InstanceContextsCloseTheirOwnFiles) {
+  KEL_SKIP_ON_WINDOWS("Wine keeps no steady count of open handles");
   void *sub = nullptr;
   ASSERT_EQ(lficis(ctx, &sub, ctx), 0);
   ASSERT_NE(sub, nullptr);
@@ -430,9 +428,9 @@ TEST_F(Files, InstanceContextsCloseTheirOwnFiles) {
   EXPECT_EQ(lfiopen(sub, path("missing").c_str(), LFI_READ, 0), nullptr);
   EXPECT_EQ(lemgec(lem, 1), kelmsg::LFI_NOTFOUND);
   lemces(lem);
-  EXPECT_EQ(open_fds(), fds + 2);
+  EXPECT_EQ(kel_test::open_handles(), fds + 2);
   ASSERT_EQ(lficit(ctx, sub, ctx), 0);
-  EXPECT_EQ(open_fds(), fds + 1);
+  EXPECT_EQ(kel_test::open_handles(), fds + 1);
   EXPECT_EQ(slurp(path("instance")), "from the instance");
   EXPECT_EQ(lfiputs(fctx, root, "still open"), 0);
   EXPECT_EQ(lficlose(fctx, root), 0);
@@ -473,7 +471,7 @@ TEST_F(Files, EveryFailureLeavesItsRecordAndNothingOpen) {
       {"missing directory", 0, kelmsg::LFI_NOTFOUND, path("no/such"), open_fails(path("no/such"), LFI_WRITE)},
       {"directory as file", 0, kelmsg::LFI_ISDIR, sub, open_fails(sub, LFI_READ)},
       {"directory as file, writing", 0, kelmsg::LFI_ISDIR, sub, open_fails(sub, LFI_WRITE)},
-      {"file as directory", 0, kelmsg::LFI_NOTDIR, file + "/x", open_fails(file + "/x", LFI_WRITE)},
+      {"file as directory", 0, kel_test::kWindows ? kelmsg::LFI_NOTFOUND : kelmsg::LFI_NOTDIR, file + "/x", open_fails(file + "/x", LFI_WRITE)},
       {"exclusive on existing", 0, kelmsg::LFI_EXISTS, file, open_fails(file, LFI_WRITE | LFI_EXCL)},
       {"open refused (no permission)", SL_FAULT_FILE_OPEN, kelmsg::LFI_OPEN, file, open_fails(file, LFI_READ)},
       {"temporary refused", SL_FAULT_FILE_OPEN, kelmsg::LFI_OPEN, "(temporary file)", open_fails("", LFI_TEMP)},
@@ -549,7 +547,7 @@ TEST_F(Files, EveryFailureLeavesItsRecordAndNothingOpen) {
       depth = lemged(lem) - 1;
     }
     expect_record(c.msg, c.name, depth);
-    EXPECT_EQ(open_fds(), fds);
+    EXPECT_EQ(kel_test::open_handles(), fds);
     EXPECT_TRUE(fs::exists(file)) << "the test's own file went missing";
   }
   // After all of that the context still works.

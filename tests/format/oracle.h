@@ -68,10 +68,13 @@ Out capture(size_t len, F call) {
 // A va_list that reads every argument from a caller-filled block, as a callee
 // does once its register save area is used up (System V x86-64 layout). This
 // lets one test pass an argument list chosen at run time to vsnprintf and
-// lsfpv alike.
-#if !(defined(__x86_64__) && defined(__linux__))
-#error "the formatter's oracle tests build va_lists for System V x86-64"
-#endif
+// lsfpv alike. On 64-bit Windows a va_list is that pointer already, and a
+// long double travels as a pointer to it.
+#if defined(_WIN64)
+inline void va_list_at(va_list &ap, void *area) { ap = static_cast<char *>(area); }
+#elif !(defined(__x86_64__) && defined(__linux__))
+#error "the formatter's oracle tests build va_lists for System V x86-64 or 64-bit Windows"
+#else
 // Makes ap read every argument from `area`, 8-byte slots (16 for a long
 // double) in order.
 inline void va_list_at(va_list ap, void *area) {
@@ -86,6 +89,7 @@ inline void va_list_at(va_list ap, void *area) {
   t->overflow_arg_area = area;
   t->reg_save_area = nullptr;
 }
+#endif
 
 struct ArgBlock {
   alignas(16) unsigned char area[64 * 16];
@@ -101,7 +105,15 @@ struct ArgBlock {
         }
         case kLong: put(&a.ll, 8, 8); break;
         case kDouble: put(&a.d, 8, 8); break;
+#ifdef _WIN64
+        case kLongDouble: {
+          const long double *p = &a.ld;
+          put(&p, 8, 8);
+          break;
+        }
+#else
         case kLongDouble: put(&a.ld, 16, 16); break;
+#endif
         case kPtr: put(&a.p, 8, 8); break;
       }
     }
@@ -113,7 +125,7 @@ struct ArgBlock {
     used += size;
   }
   // ap must be fresh for every call: va_arg advances it.
-  void start(va_list ap) { va_list_at(ap, area); }
+  void start(va_list &ap) { va_list_at(ap, area); }
 };
 
 inline std::string describe(const std::vector<Arg> &a) {

@@ -34,6 +34,11 @@ if hooks:
 
 defined = set()
 for lib in libs:
+    if lib.endswith(".dll"):  # a Windows DLL: the names of its export table
+        out = subprocess.run(["objdump", "-p", lib], capture_output=True, text=True, check=True).stdout
+        table = out.split("[Ordinal/Name Pointer] Table\n", 1)[1:] or [""]
+        defined.update(re.findall(r"^\t\[\s*\d+\] (\S+)$", table[0].split("\n\n", 1)[0], re.M))
+        continue
     out = subprocess.run(["nm", "-D", "--defined-only", lib], capture_output=True, text=True, check=True).stdout
     for line in out.splitlines():
         parts = line.split()

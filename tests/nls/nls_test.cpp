@@ -14,23 +14,20 @@
 #include <vector>
 
 #include "lx.h"
+#include "tests/support/portable.h"
+#include "tests/support/python.h"
 
 namespace {
 
 // Runs a Python snippet and returns what it printed.
 std::string python(const std::string &code) {
-  std::string path = std::filesystem::temp_directory_path() / ("kelnls_" + std::to_string(getpid()) + ".py");
+  std::string path = std::string(KEL_BINARY_DIR) + "/kelnls_" + std::to_string(kel_test::process_id()) + ".py";
   {
     std::ofstream f(path);
     f << code;
   }
-  std::string cmd = std::string(KEL_PYTHON) + " " + path;
-  FILE *p = popen(cmd.c_str(), "r");
   std::string out;
-  char buf[4096];
-  size_t n;
-  while (p && (n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
-  if (p) pclose(p);
+  kel_test::run_python(path, "", out);
   std::filesystem::remove(path);
   return out;
 }
@@ -298,15 +295,15 @@ TEST(Nls, BuiltInCataloguesHoldEveryNamedMessage) {
 }
 
 TEST(Nls, InstallationFileReplacesBuiltInTexts) {
-  auto dir = std::filesystem::temp_directory_path() / ("kelhome_" + std::to_string(getpid()));
+  auto dir = std::filesystem::temp_directory_path() / ("kelhome_" + std::to_string(kel_test::process_id()));
   std::filesystem::create_directories(dir / "kelcore" / "mesg");
   {
-    std::ofstream f(dir / "kelcore" / "mesg" / "kelcore_lfi.msg");
+    std::ofstream f(dir / "kelcore" / "mesg" / "kelcore_lfi.msg", std::ios::binary);
     f << "# replaced\n4, replaced text %s\r\n3, first\n3, second wins\nnot a line\n";
   }
   const char *old = std::getenv("KELTAR_HOME");
   std::string saved = old ? old : "";
-  setenv("KELTAR_HOME", dir.c_str(), 1);
+  kel_test::set_env("KELTAR_HOME", dir.string().c_str());
   lmshdl *h = lmsaicmt(nullptr, "KELCORE", "LFI");
   ASSERT_NE(h, nullptr);
   char buf[64];
@@ -320,7 +317,7 @@ TEST(Nls, InstallationFileReplacesBuiltInTexts) {
   h = lmsaicmt(nullptr, "KELCORE", "LPM");
   EXPECT_GT(lmsagbf(h, 31, buf, sizeof buf), 0);
   lmsatrm(h);
-  if (old) setenv("KELTAR_HOME", saved.c_str(), 1); else unsetenv("KELTAR_HOME");
+  kel_test::set_env("KELTAR_HOME", old ? saved.c_str() : nullptr);
   std::filesystem::remove_all(dir);
 }
 

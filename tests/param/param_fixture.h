@@ -4,7 +4,6 @@
 #define KEL_TESTS_PARAM_FIXTURE_H
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <fstream>
 #include <string>
@@ -15,6 +14,7 @@
 #include "lrm.h"
 #include "param/lrm_impl.h"
 #include "tests/support/library.h"
+#include "tests/support/portable.h"
 
 using Strings = std::vector<std::string>;
 
@@ -98,7 +98,7 @@ class ParamTest : public kel_test::StartedLibrary {
   // share files.
   static std::string Dir() {
     std::string d = ::testing::TempDir() + "kelparam_" + ::testing::UnitTest::GetInstance()->current_test_info()->name();
-    mkdir(d.c_str(), 0700);
+    kel_test::make_dir(d);
     return d;
   }
   // Writes a file in the test's folder; returns its path.

@@ -69,7 +69,7 @@ TEST_F(Values, Conversions) {
       EXPECT_EQ(lrmt2i(h, c.text, len, &v), c.status) << c.text;
       const bool hex = c.text[0] == '%' && (c.text[1] | 0x20) == 'h';
       const char *digits = c.text[0] == '%' ? c.text + 2 : c.text;
-      EXPECT_EQ(v, c.status == 0 ? static_cast<uint32_t>(strtol(digits, nullptr, hex ? 16 : 10)) : 12345u) << c.text;
+      EXPECT_EQ(v, c.status == 0 ? static_cast<uint32_t>(strtoll(digits, nullptr, hex ? 16 : 10)) : 12345u) << c.text;
     } else {
       uint8_t want[22], got[22];
       size_t wantlen = 0, gotlen = 0, consumed = 0;

@@ -8,10 +8,6 @@
 // nothing leaked. Only the public interface is used.
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
@@ -33,6 +29,7 @@
 #include "lx.h"
 #include "sl.h"
 #include "tests/support/fault_walk.h"
+#include "tests/support/portable.h"
 
 namespace {
 
@@ -429,7 +426,7 @@ TEST_F(Walk, TimeZones) {
 // ---------------------------------------------------- diagnostic records
 
 TEST_F(Walk, DiagnosticRecords) {
-  const std::string path = "/tmp/kel_walk_" + std::to_string(getpid()) + ".log";
+  const std::string path = "/tmp/kel_walk_" + std::to_string(kel_test::process_id()) + ".log";
   expect_walked("diag records", [&](Attempt &r) {
     std::remove(path.c_str());
     int64_t h0 = r.step();
@@ -487,9 +484,9 @@ class PageServer {
     thread_ = std::thread([this] { serve(); });
   }
   ~PageServer() {
-    if (fd_ >= 0) shutdown(fd_, SHUT_RDWR);  // wakes the accept up with an error
+    if (fd_ >= 0) kel_test::wake_accept(fd_);  // wakes the accept up with an error
     if (thread_.joinable()) thread_.join();
-    if (fd_ >= 0) close(fd_);
+    if (fd_ >= 0) kel_test::close_socket(fd_);
   }
   int port() const { return port_; }
 
@@ -501,14 +498,14 @@ class PageServer {
       std::string req;
       char buf[1024];
       while (req.find("\r\n\r\n") == std::string::npos) {
-        ssize_t n = read(c, buf, sizeof buf);
+        ssize_t n = recv(c, buf, sizeof buf, 0);
         if (n <= 0) break;
         req.append(buf, static_cast<size_t>(n));
       }
       static const char page[] =
           "HTTP/1.1 200 OK\r\nContent-Length: 11\r\nX-Walk: yes\r\nConnection: close\r\n\r\nhello world";
-      if (!req.empty()) (void)!write(c, page, sizeof page - 1);
-      close(c);
+      if (!req.empty()) (void)!send(c, page, sizeof page - 1, 0);
+      kel_test::close_socket(c);
     }
   }
   int fd_ = -1;

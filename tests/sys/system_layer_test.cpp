@@ -15,6 +15,7 @@
 #include "lfi.h"
 #include "sl.h"
 #include "slt.h"
+#include "tests/support/portable.h"
 
 namespace {
 
@@ -324,11 +325,7 @@ TEST(SysEnvironment, TemporaryDirectoryFollowsTmpdir) {
 #endif
 
 TEST(SysLoader, FindsSymbolsAndReportsFailures) {
-#ifdef _WIN32
-  void *lib = sldlopen("msvcrt.dll");
-#else
-  void *lib = sldlopen("libm.so.6");
-#endif
+  void *lib = sldlopen(kel_test::kMathLibrary);
   ASSERT_NE(lib, nullptr);
   auto *cosine = reinterpret_cast<double (*)(double)>(sldlsym(lib, "cos"));
   ASSERT_NE(cosine, nullptr);

@@ -3,10 +3,6 @@
 // invariants that a broken lock would violate (and ThreadSanitizer would
 // flag), under the watchdog so that a lock that hangs fails its test.
 #include <gtest/gtest.h>
-#ifndef _WIN32
-#include <pwd.h>
-#include <unistd.h>
-#endif
 
 #include <algorithm>
 #include <atomic>
@@ -26,6 +22,7 @@
 #include "slt.h"
 #include "tests/support/fault_walk.h"
 #include "tests/support/library.h"
+#include "tests/support/portable.h"
 #include "tests/support/watchdog.h"
 
 namespace {
@@ -433,21 +430,17 @@ TEST(Timers, ElapsedFollowsTheSteadyClock) {
 
 // ------------------------------------------------------- system information
 
-#ifndef _WIN32
 // ltssysinfo gathers the system layer's answers; the C library is the oracle.
 TEST(SystemInfo, AgreesWithTheCLibrary) {
-  char host[512], buf[512];
-  ASSERT_EQ(gethostname(host, sizeof host), 0);
-  struct passwd *pw = getpwuid(geteuid());
-  ASSERT_NE(pw, nullptr);
+  char buf[512];
   ltssi si;
   ASSERT_EQ(ltssysinfo(&si), 0);
-  EXPECT_EQ(si.pid, static_cast<int64_t>(getpid()));
-  EXPECT_STREQ(si.host, host);
-  EXPECT_STREQ(si.user, pw->pw_name);
+  EXPECT_EQ(si.pid, static_cast<int64_t>(kel_test::process_id()));
+  EXPECT_EQ(si.host, kel_test::host_name());
+  EXPECT_EQ(si.user, kel_test::user_name());
   EXPECT_EQ(std::string(si.cwd), std::filesystem::current_path().string());
-  EXPECT_EQ(si.ncpu, static_cast<int32_t>(sysconf(_SC_NPROCESSORS_ONLN)));
-  EXPECT_EQ(si.pagesize, static_cast<size_t>(sysconf(_SC_PAGESIZE)));
+  EXPECT_EQ(si.ncpu, static_cast<int32_t>(kel_test::cpu_count()));
+  EXPECT_EQ(si.pagesize, static_cast<size_t>(kel_test::page_size()));
   EXPECT_EQ(si.pagesize, slmmvallocsz());
   EXPECT_GT(si.memory, 16u << 20);
   EXPECT_EQ(si.memory % si.pagesize, 0u);
@@ -457,6 +450,5 @@ TEST(SystemInfo, AgreesWithTheCLibrary) {
   EXPECT_EQ(slsihost(buf, 1), -1);
   EXPECT_EQ(slgetcwd(buf, 1), -1);
 }
-#endif
 
 }  // namespace

@@ -14,14 +14,14 @@ import sys
 import tempfile
 import time
 
-TOOL, SRC = sys.argv[1], sys.argv[2]
+*TOOL, SRC = sys.argv[1:]  # the tool may come after its emulator (Wine)
 failures, checks = [], [0]
 
 
 def run(args, stdin=b"", env=None):
     e = {k: v for k, v in os.environ.items() if k not in ("KELTAR_HOME", "KEL_TZFILE", "http_proxy", "https_proxy")}
     e.update(env or {})
-    p = subprocess.run([TOOL] + args, input=stdin, capture_output=True, env=e, timeout=60)
+    p = subprocess.run(TOOL + args, input=stdin, capture_output=True, env=e, timeout=60)
     return p.returncode, p.stdout, p.stderr.decode(errors="replace")
 
 

@@ -48,6 +48,7 @@
 
 #include "datetime/calendar/calendar_impl.h"
 #include "datetime/timezone/image_impl.h"
+#include "lfi.h"
 #include "ltz.h"
 
 namespace {
@@ -254,7 +255,8 @@ void write_ids(const std::string &path, const IdList &t, const std::string &vers
     for (const auto &[id, name] : all) out << id << ' ' << name << '\n';
     if (!out) die("cannot write " + tmp);
   }
-  if (std::rename(tmp.c_str(), path.c_str()) != 0) die("cannot write " + path);
+  // slfrename replaces an existing file on Windows too, where rename() does not.
+  if (slfrename(tmp.c_str(), path.c_str()) != 0) die("cannot write " + path);
 }
 
 // ------------------------------------------------------------- TZif reading
@@ -941,7 +943,7 @@ int main(int argc, char **argv) {
   if (f == nullptr) die("cannot write " + tmp + ": " + std::strerror(errno));
   bool ok = std::fwrite(img.data(), 1, img.size(), f) == img.size();
   ok = std::fclose(f) == 0 && ok;
-  if (!ok || std::rename(tmp.c_str(), o.out.c_str()) != 0) die("cannot write " + o.out);
+  if (!ok || slfrename(tmp.c_str(), o.out.c_str()) != 0) die("cannot write " + o.out);
   if (!o.quiet) {
     size_t back = 0;
     for (const auto &r : plan.ranges)

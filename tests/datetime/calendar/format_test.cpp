@@ -13,6 +13,7 @@
 #include "datetime/calendar/ldx_impl.h"
 #include "ldx.h"
 #include "tests/datetime/datetime_test.h"
+#include "tests/support/portable.h"
 
 namespace {
 
@@ -197,6 +198,7 @@ TEST(DateFormat, WritesEveryElement) {
 }
 
 TEST(DateFormat, NumbersNamesAndWeeksAgreeWithStrftime) {
+  KEL_SKIP_ON_WINDOWS("the C library's strftime has no ISO weeks beyond the year 3000");
   Ctx x;
   std::mt19937 rng(3);
   const struct {
@@ -215,7 +217,7 @@ TEST(DateFormat, NumbersNamesAndWeeksAgreeWithStrftime) {
     tm.tm_hour = d.hour;
     tm.tm_min = d.minute;
     tm.tm_sec = d.second;
-    timegm(&tm);  // fills weekday and day of year
+    kel_test::utc_time(&tm);  // fills weekday and day of year
     for (const auto &p : pairs) {
       char want[128];
       size_t n = std::strftime(want, sizeof want, p.c, &tm);
