@@ -406,11 +406,15 @@ KELAPI int32_t LdiParseForOutput(ldxctx *ctx, const char *fmt, size_t fmtlen, ui
  * element table ("HH" for "HH12", "AM" for "PM") in the case it was written
  * (all capitals, initial capital or lower case; an element of one letter,
  * which carries no case, in capitals), suffixes as "TH"/"SP"/
- * "SPTH", "FM" where fill mode changes, "DL"/"DS"/"TS" expanded to the
- * territory's model, separators as they are and other literal text quoted.
- * The result reads and writes as the model does (an expanded territory
- * model may take it past the length limit, 1800). Statuses: 0; model errors
- * (1800, 1821, 1890); 1801 out too small. */
+ * "SPTH" ("THSP" where that would read as another element: D with "SPTH"
+ * is DS; the ordinal letters in lower case when they were), "FM" where
+ * fill mode changes, "DL"/"DS"/"TS" expanded to the territory's model,
+ * separators as they are and other literal text quoted, and an empty
+ * literal "" between two items that would otherwise read as one or as
+ * others (Y""Y, two one-digit years, does not become YY). The result scans
+ * as the same items, so it reads and writes as the model does (an expanded
+ * territory model or the added "" may take it past the length limit, 1800).
+ * Statuses: 0; model errors (1800, 1821, 1890); 1801 out too small. */
 KELAPI int32_t LdiUnparse(ldxctx *ctx, const char *fmt, size_t fmtlen, char *out, size_t outsz, size_t *len);
 /* The byte-form length of a datetime kind (interval 0) or of an interval
  * kind (interval non-zero): the longest LdiDateToArray / LdiInterToArray

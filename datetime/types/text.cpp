@@ -243,6 +243,16 @@ constexpr size_t kMaxText = 256;
 bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
+// Whether c is a character of a literal item of the model run.
+bool in_literals(ldxctx *ctx, const char *run, size_t runlen, char c) {
+  ldxscan s;
+  ldxsni(ctx, &s, run, runlen);
+  int32_t err = 0;
+  for (int32_t code; (code = scan_next(ctx, &s, &err)) > 0;)
+    if (code == LDX_ITEM_LITERAL && std::memchr(s.lit, c, s.litlen)) return true;
+  return false;
+}
+
 // Reads one run of date items: (model run, run length) against text from
 // pos; the longest accepted prefix ends it. *fields says what the run sets.
 // On failure *stop gets where the reading of the whole rest stopped.
@@ -277,11 +287,10 @@ int32_t read_run(ldxctx *ctx, const char *run, size_t runlen, bool fill, uint32_
     return st;
   }
   if (fields == 0) {
-    // Literals only: skip their characters and blanks.
-    while (*pos < n && (is_blank(t[*pos]) || std::memchr(run, t[*pos], runlen))) {
-      if ((t[*pos] == '+' || t[*pos] == '-') && !std::memchr(run, t[*pos], runlen)) break;
-      ++*pos;
-    }
+    // Literals only: skip their characters and blanks. The characters are
+    // those of the run's literal items, not of its text: quote marks and an
+    // "FM" between two literals are not text to skip.
+    while (*pos < n && (is_blank(t[*pos]) || in_literals(ctx, run, runlen, t[*pos]))) ++*pos;
     return 0;
   }
   int32_t first_err = 0;
@@ -770,50 +779,105 @@ void put_cased(Sink &o, const char *t, uint32_t flags) {
   }
 }
 
+// One item of a datetime model as the readers and writers see it: a date
+// element (code and flags), an extension element (its code) or literal text.
+// At each item boundary the extension rows are tried before the date
+// scanner, as the writers and readers do.
+int32_t next_item(ldxctx *ctx, ldxscan &s, int32_t *err) {
+  size_t elen = 0;
+  int32_t ext = ext_at(s, &elen);
+  if (ext == X_NONE) return scan_next(ctx, &s, err);
+  s.pos += elen;
+  s.measure += elen;
+  if (s.measure > kModelLimit) {
+    *err = E_MODEL_LONG;
+    return -1;
+  }
+  s.code = ext;
+  s.flags = 0;
+  return ext;
+}
+
+bool same_item(const ldxscan &a, int32_t ca, const ldxscan &b, int32_t cb) {
+  if (ca != cb || a.flags != b.flags) return false;
+  return ca != LDX_ITEM_LITERAL || (a.litlen == b.litlen && std::memcmp(a.lit, b.lit, a.litlen) == 0);
+}
+
+// Whether the text written so far (out, n) scans as exactly the first
+// `count` items of the model. Written one after the other, two items can
+// read as something else: Y and Y as YY, D and Y as DY, Y "," YYY as Y,YYY,
+// "-" and "-" as one literal; scanning the text again is the one test that
+// covers every such pair, the territory formats' elements included.
+bool reads_as(ldxctx *ctx, const char *fmt, size_t fmtlen, const char *out, size_t n, size_t count) {
+  ldxscan a, b;
+  ldxsni(ctx, &a, fmt, fmtlen);
+  ldxsni(ctx, &b, out, n);
+  for (size_t i = 0; i <= count; ++i) {
+    int32_t ea = 0, eb = 0;
+    int32_t ca = i < count ? next_item(ctx, a, &ea) : LDX_ITEM_END;
+    int32_t cb = next_item(ctx, b, &eb);
+    // Only the length limit can stop the canonical text where the model
+    // went on (the separators it adds count): that is the caller's 1800.
+    if (cb < 0) return eb == E_MODEL_LONG;
+    if (i == count) return cb == LDX_ITEM_END;
+    if (ca < 0 || !same_item(a, ca, b, cb)) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 KELAPI int32_t LdiUnparse(ldxctx *ctx, const char *fmt, size_t fmtlen, char *out, size_t outsz, size_t *len) {
+  if (!fmt) fmtlen = 0;
   Sink o{out, outsz, 0, false};
   ldxscan s;
-  ldxsni(ctx, &s, fmt, fmt ? fmtlen : 0);
+  ldxsni(ctx, &s, fmt, fmtlen);
   bool fill = false;
-  for (;;) {
-    size_t elen = 0;
-    int32_t ext = ext_at(s, &elen);
-    if (ext != X_NONE) {
-      // Extension elements in upper case; "FF" keeps its digit.
-      char buf[4];
-      for (size_t k = 0; k < elen; ++k) buf[k] = static_cast<char>(up(s.text[s.pos + k]));
-      o.put(buf, elen);
-      s.pos += elen;
-      s.measure += elen;
-      if (s.measure > kModelLimit) return E_MODEL_LONG;
-      continue;
-    }
+  for (size_t count = 1;; ++count) {
     int32_t err = 0;
-    int32_t code = scan_next(ctx, &s, &err);
+    int32_t code = next_item(ctx, s, &err);
     if (code < 0) return err;
     if (code == LDX_ITEM_END) break;
-    if (code == LDX_ITEM_LITERAL) {
-      bool plain = true;
-      for (size_t k = 0; k < s.litlen; ++k) plain = plain && plain_separator(s.lit[k]);
-      if (!plain) o.put("\"", 1);
-      o.put(reinterpret_cast<const char *>(s.lit), s.litlen);
-      if (!plain) o.put("\"", 1);
-    } else {
-      bool f = s.flags & LDX_FLAG_FILL;
-      if (f != fill) o.put("FM", 2), fill = f;
-      const char *t = element_text(code);
-      if (!t) return E_BAD_ELEMENT;
-      // A one-letter element carries no case: capitals read best.
-      put_cased(o, t, t[1] ? s.flags : s.flags | LDX_FLAG_UPPER);
-      if ((s.flags & 3) == 3) o.put("SPTH", 4);
-      else if (s.flags & 2) o.put("SP", 2);
-      else if (s.flags & 1) o.put(s.flags & LDX_FLAG_THLOW ? "th" : "TH", 2);
+    const size_t mark = o.n;
+    const bool was_fill = fill;
+    // The item's text; when it would run into what is written before it, an
+    // empty literal "" keeps the two apart (the scanner reads it as nothing).
+    // Extension elements never need it, and could not take it: they are
+    // only looked for where an item begins, which "" is not. A spelled
+    // ordinal may also need its other spelling: D with "SPTH" reads as DS.
+    const bool both = code < X_FF && (s.flags & 3) == 3;
+    for (int attempt = 0; attempt < (code >= X_FF ? 1 : both ? 4 : 2); ++attempt) {
+      const bool apart = attempt & 1, thsp = attempt & 2;
+      o.n = mark;
+      fill = was_fill;
+      if (apart) o.put("\"\"", 2);
+      if (code >= X_FF) {
+        // Extension elements in upper case; "FF" keeps its digit.
+        for (const ExtRow &r : kExtRows)
+          if (r.code == code) o.put(r.text, r.len);
+      } else if (code == LDX_ITEM_LITERAL) {
+        bool plain = true;
+        for (size_t k = 0; k < s.litlen; ++k) plain = plain && plain_separator(s.lit[k]);
+        if (!plain) o.put("\"", 1);
+        o.put(reinterpret_cast<const char *>(s.lit), s.litlen);
+        if (!plain) o.put("\"", 1);
+      } else {
+        bool f = s.flags & LDX_FLAG_FILL;
+        if (f != fill) o.put("FM", 2), fill = f;
+        const char *t = element_text(code);
+        if (!t) return E_BAD_ELEMENT;
+        // A one-letter element carries no case: capitals read best.
+        put_cased(o, t, t[1] ? s.flags : s.flags | LDX_FLAG_UPPER);
+        // Lower-case ordinal letters are echoed as such.
+        const bool low = s.flags & LDX_FLAG_THLOW;
+        if (both) o.put(thsp ? (low ? "thSP" : "THSP") : (low ? "SPth" : "SPTH"), 4);
+        else if (s.flags & 2) o.put("SP", 2);
+        else if (s.flags & 1) o.put(low ? "th" : "TH", 2);
+      }
+      if (o.full) return E_OUT_SMALL;
+      if (reads_as(ctx, fmt, fmtlen, out, o.n, count)) break;
     }
-    if (o.full) return E_OUT_SMALL;
   }
-  if (o.full) return E_OUT_SMALL;
   *len = o.n;
   return 0;
 }

@@ -39,7 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (mlen > size - 1) mlen = size - 1;
   const char *text = model + mlen;
   size_t tlen = size - 1 - mlen;
-  // The model alone: checks and its canonical text, which must check the same.
+  // The model's canonical text must check, write and read as the model does.
   char canon[1024];
   size_t cn = 0;
   if (LdiUnparse(nullptr, model, mlen, canon, sizeof canon, &cn) != 0) cn = 0;
@@ -48,6 +48,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
       // Expanded territory models may push the canonical text past the limit.
       int32_t a = LdiParseForOutput(nullptr, model, mlen, k), b = LdiParseForOutput(nullptr, canon, cn, k);
       if (a != b && b != 1800) std::abort();
+      // What the model writes, the canonical model writes.
+      LdiDateTime v{2024, 2, 29, 13, 4, 5, 0, 123456789, -3, -30, k, 0, 0};
+      char x[600], y[600];
+      size_t xn = 0, yn = 0;
+      if (LdiDateToString(nullptr, &v, model, mlen, 9, x, sizeof x, &xn, nullptr) == 0) {
+        const int32_t st = LdiDateToString(nullptr, &v, canon, cn, 9, y, sizeof y, &yn, nullptr);
+        if (st != 1800 && (st != 0 || xn != yn || std::memcmp(x, y, xn) != 0)) std::abort();
+      }
+      // What the model reads, the canonical model reads.
+      LdiDateTime r{}, q{};
+      const int32_t ra = LdiDateFromString(nullptr, text, tlen, model, mlen, k, &r, nullptr);
+      const int32_t rb = LdiDateFromString(nullptr, text, tlen, canon, cn, k, &q, nullptr);
+      if (rb != 1800 && (ra != rb || (ra == 0 && std::memcmp(&r, &q, sizeof r) != 0))) std::abort();
     }
   }
   static const uint8_t kinds[] = {1, 2, 3, 4, 5, 7, 6};
