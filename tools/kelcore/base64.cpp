@@ -53,7 +53,7 @@ int cmd_base64(int argc, char **argv) {
     std::fprintf(stderr, "kelcore base64: cannot start the library\n");
     return kFail;
   }
-  std::string in = read_all(stdin);
+  std::string in = read_stdin();
   if (decode) {
     // Line breaks and a trailing newline are the usual wrapping of encoded
     // text; the decoder itself refuses white space.
@@ -73,7 +73,7 @@ int cmd_base64(int argc, char **argv) {
       ul.lib.report("base64", ("input " + quoted(((from > 0 ? "..." : "") + near).c_str())).c_str());
       return kFail;
     }
-    std::fwrite(out.data(), 1, n, stdout);
+    if (!write_stdout(out.data(), n)) return kFail;
   } else {
     std::vector<char> out((in.size() + 2) / 3 * 4 + 1);
     size_t n = 0;
@@ -81,8 +81,9 @@ int cmd_base64(int argc, char **argv) {
       ul.lib.report("base64");
       return kFail;
     }
-    std::fwrite(out.data(), 1, n, stdout);
-    std::fputc('\n', stdout);
+    out.resize(n);
+    out.push_back('\n');
+    if (!write_stdout(out.data(), out.size())) return kFail;
   }
   return kOk;
 }

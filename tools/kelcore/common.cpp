@@ -1,5 +1,7 @@
 #include "common.h"
 
+#include "lfi.h"
+
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
@@ -51,12 +53,19 @@ bool parse_int(const char *s, long long *out) {
   return true;
 }
 
-std::string read_all(FILE *f) {
+std::string read_stdin() {
   std::string s;
   char buf[65536];
-  size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) s.append(buf, n);
+  int64_t n;
+  while ((n = slfread(slfstd(0), buf, sizeof buf)) > 0) s.append(buf, static_cast<size_t>(n));
   return s;
+}
+
+bool write_stdout(const void *data, size_t n) {
+  // Text written through stdio so far goes first; the bytes then go to the
+  // handle itself, past any line-end translation of the C library.
+  if (std::fflush(stdout) != 0) return false;
+  return n == 0 || slfwrite(slfstd(1), data, n) == static_cast<int64_t>(n);
 }
 
 }  // namespace kelcore_tool

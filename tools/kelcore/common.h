@@ -41,8 +41,12 @@ bool is_help(const char *a);
 int usage_error(const char *cmd, const char *usage, const char *fmt, ...);
 // Parses a decimal int; false for anything else.
 bool parse_int(const char *s, long long *out);
-// Reads all of a stream.
-std::string read_all(FILE *f);
+// Standard input and output as bytes: what a body or decoded data holds
+// must reach the caller unchanged, also where stdio translates line ends.
+// read_stdin reads to the end; write_stdout writes all n bytes (false when
+// the output refused them).
+std::string read_stdin();
+bool write_stdout(const void *data, size_t n);
 
 // Loads the time-zone image as the library does (KEL_TZFILE, KELTAR_HOME).
 // Returns the loader's status (0 on success).

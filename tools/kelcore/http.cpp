@@ -42,7 +42,7 @@ int32_t to_stdout(void *arg, const lpuresp *head, const void *data, size_t n) {
     }
     return 0;
   }
-  if (std::fwrite(data, 1, n, stdout) != n) o->failed = true;
+  if (!write_stdout(data, n)) o->failed = true;
   return o->failed ? -1 : 0;
 }
 
@@ -154,7 +154,7 @@ int cmd_http(int argc, char **argv) {
       rq.sourcel = std::ftell(file);
     }
   } else if (data) {
-    body = std::strcmp(data, "@-") == 0 ? read_all(stdin) : std::string(data);
+    body = std::strcmp(data, "@-") == 0 ? read_stdin() : std::string(data);
     rq.body = body.data();
     rq.bodyl = body.size();
   }
