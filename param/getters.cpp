@@ -107,6 +107,21 @@ void copy_qname(lrmctx_rec *c, void *qname, const lrmentry *e) {
   hfree(c, w);
 }
 
+// The key a caller names, in canonical form: its name, its declared index
+// (-1 when undeclared) and its entry (null when it has none; with
+// `fallback`, the unqualified key's when the qualified one has none, as the
+// getters read it). On success the caller puts k back.
+uint32_t resolve_key(lrmctx_rec *c, const void *qual, const void *key, size_t klen, bool fallback, keyarg *k,
+                     const char **name, int32_t *idx, lrmentry **e) {
+  uint32_t st = get_key(c, qual, key, klen, k);
+  if (st != 0) return st;
+  size_t namelen;
+  canonical(c, *k, name, &namelen, idx);
+  *e = find_entry(c, k->qual, k->quallen, *name, namelen);
+  if (*e == nullptr && fallback && k->quallen > 0) *e = find_entry(c, nullptr, 0, *name, namelen);
+  return 0;
+}
+
 // Finds occurrence `occ` of the key, qualified first and then unqualified.
 // 0 with *v null when there is none; 202 when the key's type is not one of
 // the wanted types. *e receives the entry of the value.
@@ -114,12 +129,11 @@ uint32_t lookup(lrmctx_rec *c, const void *qual, void *qname, const void *key, s
                 uint8_t want1, uint8_t want2, const lrmval **v, const lrmentry **ent = nullptr) {
   *v = nullptr;
   keyarg k;
-  uint32_t st = get_key(c, qual, key, klen, &k);
-  if (st != 0) return st;
   const char *name;
-  size_t namelen;
   int32_t idx;
-  canonical(c, k, &name, &namelen, &idx);
+  lrmentry *e;
+  uint32_t st = resolve_key(c, qual, key, klen, true, &k, &name, &idx, &e);
+  if (st != 0) return st;
   if (idx >= 0) {
     uint8_t t = c->set->keys[idx].type;
     if (t != want1 && t != want2) {
@@ -127,9 +141,6 @@ uint32_t lookup(lrmctx_rec *c, const void *qual, void *qname, const void *key, s
       return perr(c, kWrongType, LEM_ARG_TEXT, name, LEM_ARG_END);
     }
   }
-  lrmentry *e = nullptr;
-  if (k.quallen > 0) e = find_entry(c, k.qual, k.quallen, name, namelen);
-  if (e == nullptr) e = find_entry(c, nullptr, 0, name, namelen);
   put_key(c, &k);
   if (e == nullptr) return 0;
   if (e->type != want1 && e->type != want2) return perr(c, kWrongType, LEM_ARG_TEXT, e->name, LEM_ARG_END);
@@ -316,16 +327,11 @@ void close_key_value(lrmctx_rec *c, keyvalue *kv) {
 // getters read it.
 uint32_t caller_entry(lrmctx_rec *c, const void *qual, const void *key, size_t klen, bool fallback, lrmentry **e) {
   keyarg k;
-  uint32_t st = get_key(c, qual, key, klen, &k);
-  if (st != 0) return st;
   const char *name;
-  size_t namelen;
   int32_t idx;
-  canonical(c, k, &name, &namelen, &idx);
-  *e = find_entry(c, k.qual, k.quallen, name, namelen);
-  if (*e == nullptr && fallback && k.quallen > 0) *e = find_entry(c, nullptr, 0, name, namelen);
-  put_key(c, &k);
-  return 0;
+  uint32_t st = resolve_key(c, qual, key, klen, fallback, &k, &name, &idx, e);
+  if (st == 0) put_key(c, &k);
+  return st;
 }
 
 }  // namespace
